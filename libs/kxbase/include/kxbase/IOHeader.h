@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "kxbase/ByteReader.h"
+#include "kxbase/Exceptions.h"
+#include "kxbase/Export.h"
+
+namespace kxbase {
+
+class IInFileStream;
+class IOutFileStream;
+
+/// Base of every on-disk record: a 16-byte frame, then the payload.
+///
+/// Frame, little-endian:
+///   @0   u64  tag           the record class's `GetMagic()`
+///   @8   u32  version
+///   @12  u32  payload size  bytes that follow the frame
+///
+/// The frame's payload size rules: `Read` takes exactly that many bytes and hands them to `_Read`, which
+/// ignores what a newer version appended. A payload shorter than its layout is no record.
+/// A record object serves one thread at a time.
+class KXBASE_EXPORT IOHeader {
+public:
+    static constexpr uint32_t FrameSize = 16;
+    static constexpr uint32_t WorkingAreaSize = 1024;
+
+    IOHeader();
+    IOHeader(const IOHeader&);
+    IOHeader(IOHeader&&) noexcept;
+    IOHeader& operator=(const IOHeader&);
+    IOHeader& operator=(IOHeader&&) noexcept;
+
+    // The order of the next five is part of the class's binary interface.
+    /// The record class's fixed 64-bit tag.
+    virtual uint64_t GetMagic() const = 0;
+    /// Payload size in bytes for `version`.
+    virtual uint32_t DataSize(uint32_t version) const = 0;
+    /// The version that `Write` stamps.
+    virtual uint32_t GetCurrentVersion() const = 0;
+    /// Decodes a payload of `GetDataSize()` bytes; `GetVersion()` is the frame's.
+    /// \throws KXHeaderReadingException with the record's own text for a version that is too old
+    virtual void _Read(const unsigned char* payload) = 0;
+    /// Encodes the payload into `size` bytes.
+    virtual void _Write(unsigned char* payload, uint32_t size) = 0;
+    virtual ~IOHeader();
+    /// Name of the record class, for messages.
+    virtual const char* GetRecordName() const;
+
+    /// Reads frame and payload at the stream's position.
+    /// \returns bytes read (`HeaderSize()`), or 0 when no such record lies there: another tag, cut short,
+    ///          or a size that the stream cannot hold. The stream then stands where it stood, and
+    ///          `GetReadProblem()` tells why.
+    /// \throws what `_Read` throws (position restored, context added)
+    uint64_t Read(IInFileStream* in);
+    /// Stamps tag, current version and size, and writes frame and payload in one `Write` of the stream.
+    /// \returns bytes written \throws KXWritingException
+    uint64_t Write(IOutFileStream* out);
+
+    /// Size of the whole record on disk: 16 + payload size. Before any read or write: as it would be
+    /// written now.
+    uint32_t HeaderSize() const;
+    /// True when the last `Read` found a whole record of this class, or after `Write`.
+    bool IsValid() const;
+    /// Version of the last read or write; before either, the current version.
+    uint32_t GetVersion() const;
+    /// Payload size of the last read or write.
+    uint32_t GetDataSize() const;
+    /// Why the last `Read` returned 0: record, field, offset, detail. Empty after a success.
+    const ErrorContext& GetReadProblem() const;
+
+protected:
+    /// A checked cursor over the payload that `_Read` was given.
+    ByteReader PayloadReader(const unsigned char* payload) const;
+    /// Fails with `KXHeaderReadingException(text)` when the frame's version is below `minimum`.
+    void RequireVersion(uint32_t minimum, const char* text) const;
+
+private:
+    uint64_t ReadFailed(IInFileStream* in, uint64_t start, const char* field, std::string detail);
+
+    uint64_t m_tag = 0;
+    uint32_t m_dataSize = 0;
+    uint32_t m_version = 0;
+    std::array<unsigned char, WorkingAreaSize> m_workingArea{};
+    bool m_stamped = false;  // m_version and m_dataSize come from a read or a write
+    bool m_valid = false;
+    uint64_t m_payloadOffset = 0;
+    ErrorContext m_problem;
+};
+
+}  // namespace kxbase

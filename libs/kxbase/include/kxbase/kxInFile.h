@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+
+#include "kxbase/IInFileStream.h"
+
+namespace kxbase {
+
+/// A regular file, opened for reading. Reads are by position; the file's own offset is not used.
+class KXBASE_EXPORT kxInFile final : public IInFileStream {
+public:
+    /// Opens `path` (UTF-8 on POSIX systems whatever the locale). Never throws for a file that cannot be
+    /// opened: ask `IsOpen()`. Anything but a regular file counts as not open.
+    explicit kxInFile(const std::wstring& path);
+    ~kxInFile() override;
+    kxInFile(const kxInFile&) = delete;
+    kxInFile& operator=(const kxInFile&) = delete;
+
+    bool IsOpen() const override;
+    bool Seek(uint64_t absolutePosition) override;
+    bool SeekForward(uint64_t bytes) override;
+    bool SeekBackward(uint64_t bytes) override;
+    bool SeekEnd(uint64_t offset) override;
+    uint64_t Tell() const override;
+    uint64_t Read(void* out, uint64_t bytes) override;
+    uint64_t GetLastReadCount() const override;
+    uint64_t GetSize() const override;
+    bool HasDataLeft() const override;
+    void Close() override;
+    std::wstring GetName() const override;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace kxbase

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+
+#include "kxbase/IOutFileStream.h"
+
+namespace kxbase {
+
+/// A regular file, opened for writing. Nothing is buffered in the process: what `Write` accepted, the
+/// operating system has.
+class KXBASE_EXPORT kxOutFile final : public IOutFileStream {
+public:
+    enum OpenMode {
+        CreateOrTruncate = 0,  ///< creates the file or empties it
+        KeepContent = 1,       ///< opens an existing file without touching its content; position 0
+    };
+
+    /// Opens `path`. Never throws for a file that cannot be opened: ask `IsOpen()`. `KeepContent` on a
+    /// missing file is not open and creates nothing.
+    explicit kxOutFile(const std::wstring& path, int mode = CreateOrTruncate);
+    /// Closes; a failure is lost here, so call `Close()` where it matters.
+    ~kxOutFile() override;
+    kxOutFile(const kxOutFile&) = delete;
+    kxOutFile& operator=(const kxOutFile&) = delete;
+
+    bool IsOpen() const override;
+    bool Seek(uint64_t absolutePosition) override;
+    bool SeekForward(uint64_t bytes) override;
+    bool SeekBackward(uint64_t bytes) override;
+    bool SeekEnd(uint64_t offset) override;
+    uint64_t Tell() const override;
+    uint64_t Write(const void* data, uint64_t bytes) override;
+    void Close() override;
+    std::wstring GetName() const override;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace kxbase
