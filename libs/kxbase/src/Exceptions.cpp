@@ -38,8 +38,12 @@ KXException::KXException(const KXException&) noexcept = default;
 KXException& KXException::operator=(const KXException&) noexcept = default;
 KXException::~KXException() = default;
 
-const char* KXException::what() const noexcept { return m_state->text.c_str(); }
-const ErrorContext& KXException::Context() const noexcept { return m_state->context; }
+const char* KXException::what() const noexcept {
+    return m_state->text.c_str();
+}
+const ErrorContext& KXException::Context() const noexcept {
+    return m_state->context;
+}
 
 void KXException::AddContext(const ErrorContext& more) {
     ErrorContext& mine = m_state->context;

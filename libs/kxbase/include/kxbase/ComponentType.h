@@ -11,8 +11,8 @@ namespace kxbase {
 /// Numbered data components of a scan. The numbers are the format's and are never reused; any other
 /// 32-bit number is legal on disk too.
 enum ComponentType : uint32_t {
-    Range = 1,            ///< f32, the file's length unit (millimetres in files that qsn writes); 0 = no return
-    VerticalAngle = 2,    ///< f32, radians from the zenith
+    Range = 1,          ///< f32, the file's length unit (millimetres in files that qsn writes); 0 = no return
+    VerticalAngle = 2,  ///< f32, radians from the zenith
     HorizontalAngle = 3,  ///< f32, radians
     Luminance8 = 4,       ///< u8 intensity
     Luminance16 = 5,      ///< u16 intensity

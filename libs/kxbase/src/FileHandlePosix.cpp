@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+#include "FileHandle.h"
+#include "kxbase/UTF8.h"
+
+namespace kxbase {
+
+namespace {
+
+// One call transfers at most this much on Linux; smaller pieces also keep 32-bit systems safe.
+constexpr uint64_t kMaxTransfer = uint64_t{1} << 30;
+
+std::string ErrorText(int number) {
+    return std::generic_category().message(number);
+}
+
+// A name with an embedded NUL would silently name another file.
+bool HasNul(const std::wstring& path) {
+    return path.find(L'\0') != std::wstring::npos;
+}
+
+}  // namespace
+
+FileHandle::FileHandle(const std::wstring& path, Mode mode) {
+    if (path.empty() || HasNul(path)) return;
+    int flags = O_CLOEXEC;
+    if (mode == Mode::Read) flags |= O_RDONLY | O_NONBLOCK;  // O_NONBLOCK: a FIFO must not hang the open
+    if (mode == Mode::CreateOrTruncate) flags |= O_RDWR | O_CREAT | O_TRUNC;
+    if (mode == Mode::KeepContent) flags |= O_RDWR;
+    const std::string name = Encode_UTF8(path);
+    int fd = -1;
+    do {
+        fd = ::open(name.c_str(), flags, 0666);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return;
+    // Only regular files are read: a directory opens and then fails, a device may never end.
+    // Written files may be special ones too, so that a failing device can be tested with.
+    struct stat info {};
+    if (::fstat(fd, &info) != 0 || (mode == Mode::Read && !S_ISREG(info.st_mode)) || S_ISDIR(info.st_mode)) {
+        ::close(fd);
+        return;
+    }
+    m_handle = fd;
+}
+
+FileHandle::~FileHandle() {
+    if (IsOpen()) ::close(static_cast<int>(m_handle));
+}
+
+bool FileHandle::IsOpen() const {
+    return m_handle >= 0;
+}
+
+uint64_t FileHandle::ReadAt(uint64_t position, void* out, uint64_t bytes) const {
+    uint64_t done = 0;
+    while (done < bytes && position + done <= kMaxPosition) {
+        const uint64_t want = std::min({bytes - done, kMaxTransfer, kMaxPosition - (position + done)});
+        if (want == 0) break;
+        const ssize_t got = ::pread(static_cast<int>(m_handle), static_cast<unsigned char*>(out) + done,
+                                    static_cast<size_t>(want), static_cast<off_t>(position + done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        done += static_cast<uint64_t>(got);
+    }
+    return done;
+}
+
+uint64_t FileHandle::WriteAt(uint64_t position, const void* data, uint64_t bytes, std::string& error) {
+    uint64_t done = 0;
+    while (done < bytes) {
+        if (position + done >= kMaxPosition) {
+            error = ErrorText(EFBIG);
+            break;
+        }
+        const uint64_t want = std::min({bytes - done, kMaxTransfer, kMaxPosition - (position + done)});
+        const ssize_t put =
+            ::pwrite(static_cast<int>(m_handle), static_cast<const unsigned char*>(data) + done,
+                     static_cast<size_t>(want), static_cast<off_t>(position + done));
+        if (put < 0 && errno == EINTR) continue;
+        if (put <= 0) {
+            error = put < 0 ? ErrorText(errno) : "nothing was written";
+            break;
+        }
+        done += static_cast<uint64_t>(put);
+    }
+    return done;
+}
+
+uint64_t FileHandle::Size() const {
+    struct stat info {};
+    if (!IsOpen() || ::fstat(static_cast<int>(m_handle), &info) != 0 || info.st_size < 0) return 0;
+    return static_cast<uint64_t>(info.st_size);
+}
+
+bool FileHandle::Close(std::string& error) {
+    if (!IsOpen()) return true;
+    const int fd = static_cast<int>(m_handle);
+    m_handle = -1;
+    // After EINTR the descriptor is gone on Linux; closing again could hit another file.
+    if (::close(fd) == 0 || errno == EINTR) return true;
+    error = ErrorText(errno);
+    return false;
+}
+
+}  // namespace kxbase
