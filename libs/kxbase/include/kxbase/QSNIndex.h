@@ -4,11 +4,13 @@
 #include <compare>
 #include <cstdint>
 
+#include "kxbase/Export.h"
+
 namespace kxbase {
 
 /// A linear patch index and a position inside the patch; the key of histograms.
 /// Stored as one 64-bit number: low half the patch index, high half the position.
-struct QSNIndex {
+struct KXBASE_EXPORT QSNIndex {
     uint32_t patchIndex = 0;
     uint32_t position = 0;
 

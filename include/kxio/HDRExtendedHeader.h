@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kxbase/UUID.h"
+#include "kxio/CommentExtendedHeader.h"
+
+namespace kxio {
+
+/// A link to a related high-dynamic-range scan.
+///
+/// Data: the text form of the other scan's UUID (36 characters) and one NUL.
+class KXIO_EXPORT HDRExtendedHeader : public CommentExtendedHeader {
+public:
+    static constexpr uint64_t Type = 0xacbbe8c8d0fce365ULL;
+
+    /// \param text  a UUID's text form; stored as it is
+    explicit HDRExtendedHeader(const std::wstring& text);
+    explicit HDRExtendedHeader(const kxbase::UUID& scan);
+    /// Decodes the data of a record just read, whatever its type tag.
+    explicit HDRExtendedHeader(const ExtendedHeader& record);
+
+    /// The linked scan. \throws kxbase::KXBadInputException when the text is no UUID
+    kxbase::UUID GetUUID() const;
+    const char* GetRecordName() const override;
+};
+
+}  // namespace kxio
