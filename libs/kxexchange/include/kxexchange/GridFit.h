@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "kxexchange/Export.h"
+#include "kxexchange/GridLayout.h"
+#include "kxexchange/ScanSource.h"
+
+namespace kxexchange {
+
+/// A regular angular grid and how a source's cells are laid into it. Angles in radians.
+struct FittedGrid {
+    double columnStart = 0;  ///< horizontal angle of grid column 0
+    double columnStep = 0;   ///< > 0; column c lies at columnStart - c x columnStep
+    double rowStart = 0;     ///< vertical angle of grid row 0
+    double rowStep = 0;      ///< > 0; row r lies at rowStart + r x rowStep
+    GridLayout layout;
+};
+
+/// Fits a grid to the cells of a scan, fed column after column.
+///
+/// Every column contributes a direction (the mean of its returns, weighted with the sine of the vertical
+/// angle) and every row a vertical angle; straight lines are then laid through both by weighted least
+/// squares. Always ends in a finite grid with positive steps, whatever the cells are. Memory: O(columns +
+/// rows).
+class KXEXCHANGE_EXPORT GridFit {
+public:
+    /// `column`: the cells of the next column, in row order. All columns have the same number of rows.
+    void AddColumn(std::span<const Cell> column);
+    FittedGrid Finish() const;
+
+private:
+    struct ColumnSums {
+        double directionX = 0, directionY = 0;  // sum of the horizontal unit directions x sin v
+        double planeX = 0, planeY = 0;          // plane of the column, signed by the sense of its rows
+        double weight = 0;                      // sum of squared sines
+    };
+    struct RowSums {
+        double sine = 0, cosine = 0;              // of the vertical angle
+        double signedSine = 0, signedCosine = 0;  // of the angle in the column's plane
+        uint64_t count = 0, signedCount = 0;
+    };
+    std::vector<ColumnSums> m_columns;
+    std::vector<RowSums> m_rows;
+};
+
+}  // namespace kxexchange

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+#include "kxexchange/Export.h"
+
+namespace kxexchange {
+
+/// How the intensities of a file become 16-bit numbers and come back.
+///
+/// stored = round((value - offset) / scale), value = offset + stored x scale; an Integer mapping rounds the
+/// value to a whole number, so that integers come back exactly.
+struct IntensityMapping {
+    enum class Kind {
+        None,     ///< no intensity
+        Unit,     ///< values of 0 to 1: offset 0, scale 1/65535
+        Integer,  ///< whole numbers that span at most 65535
+        Real,     ///< anything else: offset the least value, scale a 65535th of the span
+    };
+    Kind kind = Kind::None;
+    double offset = 0;
+    double scale = 1;
+
+    /// The 16-bit number that stands for `value`, clamped to 0..65535.
+    KXEXCHANGE_EXPORT uint16_t Store(double value) const;
+    /// The value that a 16-bit number stands for.
+    KXEXCHANGE_EXPORT double Restore(uint16_t stored) const;
+    /// Half of the step between two stored values: how far a value may move; 0 for Integer.
+    KXEXCHANGE_EXPORT double Bound() const;
+    /// The 8-bit view of a stored value: stored / 257, rounded.
+    static uint8_t To8Bit(uint16_t stored) { return static_cast<uint8_t>((stored + 128u) / 257u); }
+
+    bool operator==(const IntensityMapping&) const = default;
+};
+
+/// Learns from the values of a scan which mapping fits them. O(1) memory.
+class KXEXCHANGE_EXPORT IntensitySurvey {
+public:
+    /// `value` must be finite.
+    void Add(double value) {
+        m_minimum = value < m_minimum ? value : m_minimum;
+        m_maximum = value > m_maximum ? value : m_maximum;
+        m_whole = m_whole && value > -kWholeLimit && value < kWholeLimit &&
+                  value == static_cast<double>(static_cast<int64_t>(value));
+    }
+    /// Unit for values within 0..1. Integer for whole numbers that fit: 0..255 is stretched by 257,
+    /// 0..4095 and -2048..2047 by 16, 0..65535 and -32768..32767 by 1, so that the 16-bit values use their
+    /// range; other spans by the greatest whole factor. Real otherwise. None when no value was added.
+    IntensityMapping Mapping() const;
+
+private:
+    static constexpr double kWholeLimit = 1e15;
+    double m_minimum = std::numeric_limits<double>::infinity();
+    double m_maximum = -std::numeric_limits<double>::infinity();
+    bool m_whole = true;
+};
+
+}  // namespace kxexchange
