@@ -62,8 +62,9 @@ void ByteWriter::Zeros(uint64_t count) {
 
 void ByteWriter::TextWithNul(std::string_view text) {
     text = text.substr(0, text.find('\0'));
-    Bytes({reinterpret_cast<const unsigned char*>(text.data()), text.size()});
-    U8(0);
+    unsigned char* place = Next(text.size() + 1);
+    if (!text.empty()) std::memcpy(place, text.data(), text.size());
+    place[text.size()] = 0;
 }
 
 }  // namespace kxbase

@@ -10,9 +10,9 @@ Frame::Frame(const Vector3& xAxis, const Vector3& yAxis, const Vector3& zAxis, c
     : m_x(xAxis), m_y(yAxis), m_z(zAxis), m_origin(origin) {}
 
 void Frame::Rotate(const Vector3& origin, const Vector3& axis, double angle) {
-    const double length = std::sqrt(Dot(axis, axis));
+    const double length = std::hypot(axis.x, axis.y, axis.z);  // no overflow or underflow of squares
     if (length == 0) return;
-    const Vector3 k = (1 / length) * axis;
+    const Vector3 k = {axis.x / length, axis.y / length, axis.z / length};
     const double c = std::cos(angle);
     const double s = std::sin(angle);
     const auto turned = [&](const Vector3& v) { return c * v + s * Cross(k, v) + ((1 - c) * Dot(k, v)) * k; };

@@ -129,7 +129,7 @@ uint64_t IOHeader::Read(IInFileStream* in) {
         throw;
     }
     m_valid = true;
-    return HeaderSize();
+    return uint64_t{FrameSize} + m_dataSize;  // not HeaderSize(): 32 bits could wrap around to 0
 }
 
 uint64_t IOHeader::Write(IOutFileStream* out) {

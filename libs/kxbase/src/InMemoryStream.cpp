@@ -59,7 +59,7 @@ uint64_t InMemoryStream::GetSize() const {
     return m_bytes.size();
 }
 bool InMemoryStream::HasDataLeft() const {
-    return m_position < m_bytes.size();
+    return m_open && m_position < m_bytes.size();
 }
 
 uint64_t InMemoryStream::Write(const void* data, uint64_t bytes) {

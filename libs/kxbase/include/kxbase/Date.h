@@ -22,6 +22,7 @@ public:
     /// The present moment.
     static Date Now();
     /// From seconds since 1970-01-01T00:00:00Z.
+    /// \throws KXBadInputException outside the years 0 to 9999, which the text cannot write
     static Date FromUnixSeconds(int64_t seconds);
 
     /// "YYYY-MM-DDThh:mm:ssZ"; empty for no date.

@@ -14,11 +14,11 @@ namespace kxbase {
 /// Where a failure happened and what was found there. It travels beside the message text of an
 /// exception; empty fields are unknown. All texts are UTF-8.
 struct ErrorContext {
-    std::string file;    ///< path of the file, or the stream's name
-    std::string record;  ///< kind of record or piece, e.g. "ScanHeader" or "patch 18 (row 2, column 0)"
-    std::string field;   ///< field inside the record, e.g. "row count"
-    std::optional<uint64_t> offset;  ///< absolute byte offset in the file
-    std::string detail;              ///< what was found and what was allowed
+    std::string file{};    ///< path of the file, or the stream's name
+    std::string record{};  ///< kind of record or piece, e.g. "ScanHeader" or "patch 18 (row 2, column 0)"
+    std::string field{};   ///< field inside the record, e.g. "row count"
+    std::optional<uint64_t> offset{};  ///< absolute byte offset in the file
+    std::string detail{};              ///< what was found and what was allowed
 
     /// True when nothing is known.
     KXBASE_EXPORT bool Empty() const noexcept;
