@@ -55,6 +55,7 @@ function(kxio_test name)
   add_executable(${name} ${arg_SOURCES})
   kxio_settings(${name})
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)  # support/...
   target_compile_definitions(${name} PRIVATE KXIO_SOURCE_DIR="${PROJECT_SOURCE_DIR}" ${arg_DEFINE})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
 endfunction()

@@ -1,2 +1,20 @@
 # SPDX-License-Identifier: MIT
-list(APPEND kxio_sources)
+list(APPEND kxio_sources
+  format/ColorizationModeExtendedHeader.cpp
+  format/CommentExtendedHeader.cpp
+  format/ComponentHeader.cpp
+  format/DataChunkHeader.cpp
+  format/ERExtendedHeader.cpp
+  format/ExtendedHeader.cpp
+  format/HDRExtendedHeader.cpp
+  format/HQExtendedHeader.cpp
+  format/HistogramHeader.cpp
+  format/LookupTableHeader.cpp
+  format/MainFileHeader.cpp
+  format/MinMaxHeader.cpp
+  format/PreregistrationExtendedHeader.cpp
+  format/ScanHeader.cpp
+  format/ScanningModeExtendedHeader.cpp
+  format/ThumbnailHeader.cpp
+  format/UUIDExtendedHeader.cpp
+  format/WarningExtendedHeader.cpp)

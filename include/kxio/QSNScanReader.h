@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kxbase/ComponentType.h"
+#include "kxbase/Exceptions.h"
+#include "kxbase/GridTopology.h"
+#include "kxbase/IInFileStream.h"
+#include "kxbase/Points.h"
+#include "kxbase/QSNIndex.h"
+#include "kxbase/RegistrationInformation.h"
+#include "kxbase/UUID.h"
+#include "kxcodecs/ChunkCodecFactory.h"
+#include "kxio/Export.h"
+#include "kxio/ExtendedHeader.h"
+#include "kxio/LookupTableHeader.h"
+#include "kxio/MainFileHeader.h"
+#include "kxio/ScanHeader.h"
+#include "kxio/ScanProperties.h"
+
+namespace kxio {
+
+struct DecodedPatch;
+struct PatchBuffers;
+
+/// Opens a scan file and serves its properties, patches, previews and thumbnail.
+///
+/// Opening reads the headers and tables once; later requests are answered from the tables and read only
+/// what they need. One reader serves one file at a time. Who wants values rather than stored chunks puts a
+/// `ScanAccess` on an open reader.
+///
+/// Threads: opening and closing must not overlap other calls on the same reader. All const members may run
+/// at the same time on an open reader; reading goes through one lock of the whole process, decoding runs
+/// outside it.
+///
+/// Every exception is a `kxbase::KXException`; its context tells file, record or patch, byte and reason.
+///
+///     QSNScanReader reader(L"room.qsn");
+///     const GridTopology grid = reader.GetScanInformation().grid;
+///     ScanAccess access(reader);
+///     std::vector<float> ranges(uint64_t{grid.rows} * grid.columns);
+///     access.ReadLayer<float>(kxbase::Range, ranges);
+class KXIO_EXPORT QSNScanReader {
+public:
+    /// A closed reader.
+    QSNScanReader();
+    /// As `Open(path, prefetchBlock)`; nothing is left behind when it throws.
+    explicit QSNScanReader(const std::wstring& path, uint64_t prefetchBlock = 0);
+    /// As `Open(stream)`.
+    QSNScanReader(kxbase::IInFileStream* stream);  // NOLINT(google-explicit-constructor)
+    QSNScanReader(const QSNScanReader&) = delete;
+    QSNScanReader& operator=(const QSNScanReader&) = delete;
+    virtual ~QSNScanReader();
+
+    /// Opens a file.
+    ///
+    /// \param prefetchBlock  when not 0, a background thread of its own reads the file once from front to
+    ///                       back in blocks of this many bytes, so that the operating system holds it in its
+    ///                       cache. It shares nothing with the reader, may outlive it and never reports.
+    /// \throws KXHeaderReadingException   "Cannot open file", "Invalid main header", "Invalid scan headers",
+    ///                                    "Error opening file", or a record's own version message
+    /// \throws KXUnkownCodecException     "Invalid codec ", "The codec " + name + "is not supported."
+    /// \throws KXIncompleteFileException  "Lookup table not found", "No preview found"
+    /// \throws KXUnreadablePatchException a component's first chunk or the first preview cannot be read
+    /// The reader is closed after a failure, except that one between attaching the file and having read its
+    /// tables leaves it attached until `Close`.
+    void Open(const std::wstring& path, uint64_t prefetchBlock = 0);
+    /// Reads from a stream that stays the caller's and must outlive its use here. Its name is
+    /// "No name stream". Errors as above; a null stream gives "Cannot open file".
+    void Open(kxbase::IInFileStream* stream);
+    /// True when `path` is, unit by unit, what `Open` was given. A closed reader has the empty path.
+    bool IsOpen(const std::wstring& path) const;
+    /// Closes and forgets a file that the reader opened; a caller's stream is left as it is. The tables keep
+    /// their contents until the next `Open`.
+    void Close();
+
+    // What the opening found. None of these reads the file.
+
+    const ScanProperties& GetScanInformation() const;
+    /// Copies the properties. \throws KXFileNotOpenException "No file open"
+    void GetScanInformation(ScanProperties& out) const;
+    /// The properties of a closed file. \throws as `Open`
+    static void GetScanInformation(ScanProperties& out, const std::wstring& path);
+
+    kxbase::GridTopology Grid();
+    uint64_t GetValidPointCount() const;
+    kxbase::RegistrationInformation GetRegistrationInformation();
+    bool IsSpeckleCorrectionNeeded() const;
+    float GetSpatialSamplingDistance() const;
+    kxbase::UUID GetScanUUID();
+    kxbase::UUID GetParentUUID();
+    bool Is3DLocked() const;
+
+    bool IsComponentAvailable(kxbase::ComponentType component) const;
+    bool IsPreviewAvailable(kxbase::ComponentType component) const;
+    bool IsHistogramAvailable(kxbase::ComponentType component) const;
+    /// Ascending by number, as the two below.
+    std::vector<kxbase::ComponentType> GetAvailableComponents() const;
+    std::vector<kxbase::ComponentType> GetAvailableHistograms() const;
+    std::vector<kxbase::ComponentType> GetAvailablePreviews() const;
+
+    const std::list<std::wstring>& GetMessageList() const;
+    const std::list<std::wstring>& GetWarningList() const;
+
+    /// Number of patches of the grid, truncated to 32 bits.
+    unsigned GetPatchNumber() const;
+    /// True for files of a writer revision below 240, whose previews may have another sampling ratio than
+    /// the grid says.
+    bool HasPreviewSamplingRatioIssue() const;
+    /// True when the registration differs from what the scanner itself knew: a translation that is not
+    /// exactly zero, or a rotation other than its tilt (identity where no tilt took effect; tolerance 1e-6).
+    bool HasRegistrationBeenModified() const;
+
+    // Stored chunks of patches. Row and column count patches, not cells; the linear index is
+    // patches per row x row + column, and only that index is checked against the grid.
+
+    /// The stored chunk of one patch, as it lies in the file. `out` is empty after a failure.
+    /// \throws KXUnreadablePatchException "Patch not in database" (no such component), "Index N is outside
+    ///         bounds", "Patch not in file", "Cannot read file"
+    void GetPatchCompressed(unsigned row, unsigned column, std::vector<unsigned char>& out,
+                            kxbase::ComponentType component) const;
+    void GetPatchCompressed(unsigned index, std::vector<unsigned char>& out,
+                            kxbase::ComponentType component) const;
+
+    /// Puts patches (row, column) into the order in which their chunks lie in the file, so that reading goes
+    /// front to back; absent patches come first. An empty list stands for all patches that the component's
+    /// table lists.
+    /// \throws KXComponentNotInFileException "Cannot use this component"
+    /// \throws KXUnreadablePatchException    "Index N is outside bounds"; the list is then unchanged
+    void GetOrderedPatchList(std::vector<kxbase::ImageCoordinates>& patches,
+                             kxbase::ComponentType component) const;
+
+    /// The stored preview chunk of a component, to be decoded like any chunk.
+    /// \throws KXUnreadablePatchException "Patch not in file", "Cannot read file"
+    void GetCompressedPreview(std::vector<unsigned char>& out, kxbase::ComponentType component) const;
+
+    // The thumbnail. The static forms need no reader. Each call reads the main header again, wherever the
+    // stream stands, and holds the process's file access lock meanwhile.
+
+    /// The stored JPEG bytes. False, with `out` empty, when there is none or it cannot be read.
+    static bool GetThumbnailJPEG(kxbase::IInFileStream* stream, std::vector<unsigned char>& out);
+    /// \throws KXHeaderReadingException "Cannot open file"
+    static bool GetThumbnailJPEG(const std::wstring& path, std::vector<unsigned char>& out);
+    bool GetThumbnailJPEG(std::vector<unsigned char>& out) const;
+    /// The thumbnail as 8-bit red, green, blue, rows top to bottom: 3 x width x height bytes. False, with a
+    /// grey placeholder of 100 x 100 (every byte 40), when there is none or it cannot be decoded.
+    static bool GetThumbnailRGB(kxbase::IInFileStream* stream, std::vector<unsigned char>& out,
+                                unsigned& width, unsigned& height);
+    /// \throws KXHeaderReadingException "Cannot open file"
+    static bool GetThumbnailRGB(const std::wstring& path, std::vector<unsigned char>& out, unsigned& width,
+                                unsigned& height);
+    bool GetThumbnailRGB(std::vector<unsigned char>& out, unsigned& width, unsigned& height) const;
+
+protected:
+    // The steps of the opening, each callable by itself on an attached stream.
+
+    /// Everything after attaching the stream, again on the current one: empties the tables, then `InitFile`,
+    /// `FillupScanProperties`, `ReadTailHeaders`, `AnalyseCodecs`, `SetupComponentMap`.
+    void SetupPostOpening();
+    /// Headers, both lookup tables, preview size.
+    void InitFile();
+    /// Main header, scan header, component records. Returns the first chunk position, 0 for a file that
+    /// cannot be used. Closes the reader before it throws.
+    uint64_t ReadHeaders();
+    void FillupPatchPosition();
+    void FillupPreviewPosition();
+    /// Preview size and sampling ratios, from the first preview.
+    void SetupGrid();
+    void FillupScanProperties();
+    /// The extended records at the end of the file, then the scanning mode where they name none.
+    void ReadTailHeaders();
+    /// Checks that each component's codec is known and takes the scale of the components 1, 2 and 3.
+    void AnalyseCodecs();
+    /// Names each component's codec in the scan properties.
+    void SetupComponentMap();
+    /// Rebuilds the patch table from the chunk records at the front of the file, for a file whose own table
+    /// is missing or damaged; needs the grid. Never called by `Open`. Takes no lock.
+    /// \throws KXUnreadablePatchException "Cannot read file" when the grid claims far more patches than the
+    ///         file can hold
+    void FailSafeInit();
+    /// Whether the scanner model is one whose scanning mode follows from the row step.
+    bool IsRm() const;
+    /// The record of a component's histogram.
+    /// \throws KXComponentNotInFileException "Cannot use this component"
+    /// \throws KXUnreadablePatchException    "Cannot read file"
+    ExtendedHeader GetCompressedHistogram(kxbase::ComponentType component) const;
+
+    /// As `GetPatchCompressed`, but a component without a table is "Patch not in file".
+    void GetCompressedChunk(unsigned index, std::vector<unsigned char>& out,
+                            kxbase::ComponentType component) const;
+
+    /// Decodes one patch into `out`: width x height elements, row by row; quantised values become floats
+    /// (4 bytes) or doubles (8 bytes). Returns the number of elements.
+    ///
+    /// \param outBytes  is not looked at: `out` must hold whatever the chunk decodes to. Prefer `ScanAccess`.
+    /// \throws KXUnreadablePatchException as `GetPatchCompressed`, and "Patch cannot be decoded"; `out` is
+    ///         then untouched
+    uint64_t GetPatch(unsigned row, unsigned column, void* out, uint64_t outBytes,
+                      kxbase::ComponentType component) const;
+    uint64_t GetPatch(unsigned index, void* out, uint64_t outBytes, kxbase::ComponentType component) const;
+    /// Bytes that the stored chunk claims to unpack to. \throws as `GetPatchCompressed`
+    uint64_t GetUncompressedPatchByteCount(unsigned row, unsigned column,
+                                           kxbase::ComponentType component) const;
+
+    /// Assembles an image of the whole grid, rows x columns elements row by row, from patches that `fill`
+    /// provides. `fill(index, buffer)` writes patchWidth x patchHeight elements; it is called from several
+    /// threads at once. The first exception it throws leaves after all threads have ended.
+    /// \throws std::bad_function_call      `fill` is empty
+    /// \throws KXUnreadablePatchException  "Patch cannot be decoded" when one patch would exceed 1 GiB
+    void GetFullLayer(void* out, uint64_t elementBytes, kxbase::ComponentType component,
+                      std::function<void(kxbase::QSNIndex, void*)> fill) const;
+
+private:
+    friend class QSNInfo;
+    friend class ScanAccess;
+
+    void ResetTables();
+    [[noreturn]] void CloseAndRethrow();
+    kxbase::ErrorContext FileContext() const;
+    kxbase::ErrorContext PatchContext(uint64_t index, kxbase::ComponentType component) const;
+
+    uint64_t LinearIndex(uint64_t row, uint64_t column) const;
+    const std::vector<LookupEntry>& RequireComponent(kxbase::ComponentType component) const;
+    const LookupEntry& LocateChunk(uint64_t index, kxbase::ComponentType component) const;
+    void ReadBytes(uint64_t position, uint64_t count, std::vector<unsigned char>& out) const;
+    void ReadChunk(uint64_t index, std::vector<unsigned char>& out, kxbase::ComponentType component) const;
+    bool ReadFirstStoredChunk(kxbase::ComponentType component, std::vector<unsigned char>& out) const;
+    DecodedPatch DecodePatch(uint64_t index, kxbase::ComponentType component, PatchBuffers& buffers) const;
+
+    std::vector<kxbase::tBasePolarPoint<float>> m_patchBoxMinima;
+    std::vector<kxbase::tBasePolarPoint<float>> m_patchBoxMaxima;
+    kxbase::tBasePolarPoint<float> m_scanBoxMinimum;
+    kxbase::tBasePolarPoint<float> m_scanBoxMaximum;
+    MainFileHeader m_mainHeader;
+    LookupTable m_patchTable;
+    LookupTable m_previewTable;
+    std::map<kxbase::ComponentType, uint64_t> m_histogramPositions;
+    std::map<kxbase::ComponentType, kxcodecs::ChunkCodecFactory::CodecPtr> m_codecs;
+    std::map<kxbase::ComponentType, double> m_componentValues;
+    ScanHeader m_scanHeader;
+    ScanProperties m_scanProperties;
+    std::wstring m_fileName;
+    kxbase::IInFileStream* m_stream = nullptr;
+    std::unique_ptr<kxbase::IInFileStream> m_ownedStream;  // set when the reader opened the stream itself
+    std::list<kxbase::UUID> m_hqLinks;
+    std::list<kxbase::UUID> m_erLinks;
+    std::list<kxbase::UUID> m_hdrLinks;
+    std::list<kxbase::UUID> m_furtherLinks;  // no record kind fills it
+};
+
+}  // namespace kxio

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+/// Everything of the codec library.
+
+#include "kxcodecs/ChunkCodecFactory.h"
+#include "kxcodecs/ChunkHeader.h"
+#include "kxcodecs/JPEG.h"
+#include "kxcodecs/JPEGChunkCodec.h"
+#include "kxcodecs/QKXChunkCodec.h"
+#include "kxcodecs/Quantise.h"
+#include "kxcodecs/SnappyChunkCodec.h"
+#include "kxcodecs/ZLibChunkCodec.h"
