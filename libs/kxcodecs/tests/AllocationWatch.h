@@ -5,7 +5,8 @@
 
 namespace kxcodecs::test {
 
-/// Records the largest single allocation by `new` in this program while it lives, on all threads.
+/// Records the largest single allocation by `new` in this program while it lives, on all threads. One at a
+/// time.
 class AllocationWatch {
 public:
     AllocationWatch();

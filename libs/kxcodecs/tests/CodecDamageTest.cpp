@@ -76,7 +76,7 @@ TEST_P(DamagedChunk, CutAtEveryByteFails) {
 }
 
 TEST_P(DamagedChunk, BytesBehindThePayloadFail) {
-    for (const std::size_t extra : {1, 2, 4, 100}) {
+    for (const std::size_t extra : {1U, 2U, 4U, 100U}) {
         Bytes out;
         EXPECT_EQ(DecodeAllWays(chunk + Bytes(extra), out), DecodeStatus::DamagedPayload) << extra;
     }
@@ -135,6 +135,18 @@ TEST_P(DamagedChunk, RandomPayloadsUnderAValidHeader) {
             DecodeAllWays(damaged, out);
         }
     }
+}
+
+TEST(AllocationWatch, SeesALargeAllocation) {
+    std::size_t largest;
+    {
+        const AllocationWatch watch;
+        const Bytes large(5 * kSmall);
+        const void* volatile keep = large.data();  // or an optimiser leaves the allocation out
+        EXPECT_NE(keep, nullptr);
+        largest = watch.Largest();
+    }
+    EXPECT_GE(largest, 5 * kSmall);
 }
 
 TEST_P(DamagedChunk, FourGigabytesFromTenBytesFailWithoutMemory) {
@@ -204,7 +216,7 @@ TEST_P(DamagedChunk, LimitOfTheCallerIsExact) {
 TEST_P(DamagedChunk, OutputOfAnotherSizeThanTheLayoutIsRefused) {
     const Bytes payload = PayloadOf(chunk);
     codec->SetLayout(12, 9, 324, 1.0F);
-    for (const std::size_t size : {0, 1, 323, 325, 648}) {
+    for (const std::size_t size : {0U, 1U, 323U, 325U, 648U}) {
         Bytes out(size, 0xEE);
         EXPECT_FALSE(codec->DecodeInto(payload.data(), payload.size(), out)) << size;
         EXPECT_EQ(out, Bytes(size, 0xEE)) << "not touched";
@@ -213,7 +225,7 @@ TEST_P(DamagedChunk, OutputOfAnotherSizeThanTheLayoutIsRefused) {
 
 TEST_P(DamagedChunk, LayoutOfAnotherSizeThanThePayloadIsRefused) {
     const Bytes payload = PayloadOf(chunk);
-    for (const uint32_t decodedBytes : {0, 108, 323, 325, 321, 327, 648}) {
+    for (const uint32_t decodedBytes : {0U, 108U, 323U, 325U, 321U, 327U, 648U}) {
         codec->SetLayout(12, 9, decodedBytes, 1.0F);
         uint64_t bytes = 1;
         EXPECT_EQ(codec->Decode(payload.data(), payload.size(), bytes), nullptr) << decodedBytes;

@@ -124,7 +124,7 @@ TEST(ChunkEncode, QualityOnDoublesStoresLongIntegersAndTheStep) {
 }
 
 TEST(ChunkEncode, OtherElementSizesStayAsTheyAreWithStepOne) {
-    for (const uint32_t elementBytes : {1, 2, 3, 5, 12, 16, 20, 24}) {
+    for (const uint32_t elementBytes : {1U, 2U, 3U, 5U, 12U, 16U, 20U, 24U}) {
         const Bytes data = Noise(6 * elementBytes, elementBytes);
         for (const uint64_t id : {SnappyChunkCodec::kIdentifier, ZLibChunkCodec::kIdentifier}) {
             const Bytes chunk = EncodeWith(*ChunkCodecFactory::MakeCodec(id), data, 3, 2, 1000.0F);
@@ -225,7 +225,7 @@ TEST(JPEGChunkCodec, NeighbouringColoursAreNotMixed) {
 
 TEST(JPEGChunkCodec, RefusesElementsThatAreNoColours) {
     const Bytes data(16 * 24);
-    for (const uint32_t elementBytes : {2, 4, 8, 12, 24}) {
+    for (const uint32_t elementBytes : {2U, 4U, 8U, 12U, 24U}) {
         Bytes out = {1};
         EXPECT_THROW(JPEGChunkCodec().Encode(data.data(), 4, 4, 16 * elementBytes, 1.0F, out),
                      kxbase::KXBadInputException)

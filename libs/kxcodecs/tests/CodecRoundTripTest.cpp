@@ -46,7 +46,7 @@ void ExpectBack(QKXChunkCodec& codec, const Bytes& chunk, const Bytes& data) {
 
 TEST_P(LosslessCodec, GivesBackWhatItWasGiven) {
     EXPECT_TRUE(rc::check([&](const Bytes& random) {
-        const uint32_t elementBytes = *rc::gen::element(1, 2, 3, 4, 8, 12, 16, 20, 24);
+        const uint32_t elementBytes = *rc::gen::element(1U, 2U, 3U, 4U, 8U, 12U, 16U, 20U, 24U);
         const uint32_t width = *rc::gen::inRange<uint32_t>(0, 20);
         const uint32_t height = *rc::gen::inRange<uint32_t>(0, 20);
         const bool repetitive = *rc::gen::arbitrary<bool>();
@@ -61,9 +61,9 @@ TEST_P(LosslessCodec, GivesBackWhatItWasGiven) {
 }
 
 TEST_P(LosslessCodec, SizesAroundTheEdges) {
-    for (const uint32_t elementBytes : {1, 2, 3, 4, 8, 12, 16, 20, 24}) {
-        for (const uint32_t width : {0, 1, 2, 3, 63, 64, 65, 255, 257}) {
-            for (const uint32_t height : {0, 1, 3, 33}) {
+    for (const uint32_t elementBytes : {1U, 2U, 3U, 4U, 8U, 12U, 16U, 20U, 24U}) {
+        for (const uint32_t width : {0U, 1U, 2U, 3U, 63U, 64U, 65U, 255U, 257U}) {
+            for (const uint32_t height : {0U, 1U, 3U, 33U}) {
                 const Bytes data = Noise(std::size_t{width} * height * elementBytes, width + height);
                 Bytes out;
                 const DecodeStatus status = Decode(EncodeWith(*codec, data, width, height), out);

@@ -112,7 +112,7 @@ TEST(Quantise, RefusesWhatItCannotDo) {
     for (const float step : {0.0F, -1.0F, std::nanf(""), std::numeric_limits<float>::infinity()}) {
         EXPECT_THROW(Quantise(values, 4, step, out), kxbase::KXBadInputException) << step;
     }
-    for (const uint64_t elementBytes : {0, 1, 2, 3, 5, 12, 16}) {
+    for (const uint64_t elementBytes : {0U, 1U, 2U, 3U, 5U, 12U, 16U}) {
         EXPECT_THROW(Quantise(values, elementBytes, 2.0F, out), kxbase::KXBadInputException) << elementBytes;
     }
     Bytes odd(7);
@@ -133,7 +133,7 @@ TEST(Dequantise, IntegerTimesReciprocalOfTheStep) {
 }
 
 TEST(Dequantise, LeavesStepOneAndOtherSizesAlone) {
-    for (const uint64_t elementBytes : {0, 1, 2, 3, 12, 16, 20, 24}) {
+    for (const uint64_t elementBytes : {0U, 1U, 2U, 3U, 12U, 16U, 20U, 24U}) {
         const Bytes before = Noise(48, 1);
         Bytes bytes = before;
         Dequantise(bytes, elementBytes, 1000.0F);
