@@ -1,2 +1,2 @@
 # SPDX-License-Identifier: MIT
-list(APPEND kxio_sources)
+list(APPEND kxio_sources geometry/Tilt.cpp)
