@@ -222,7 +222,6 @@ private:
     friend class ScanAccess;
 
     void ResetTables();
-    [[noreturn]] void CloseAndRethrow();
     kxbase::ErrorContext FileContext() const;
     kxbase::ErrorContext PatchContext(uint64_t index, kxbase::ComponentType component) const;
 

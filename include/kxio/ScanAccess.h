@@ -70,7 +70,6 @@ struct KXIO_EXPORT ComponentSummary {
     uint64_t emptyPatches = 0;   ///< patches that share one chunk: nothing was measured there
     uint64_t absentPatches = 0;  ///< patches of the grid that the file does not hold
     uint64_t storedBytes = 0;    ///< sum of the chunks, a shared one counted once
-    uint64_t cellsPerPatch = 0;  ///< patch width x height
 };
 
 /// Limits of component 1, as the writer noted them.
@@ -206,6 +205,7 @@ public:
     uint64_t GetFileSize() const;
 
 private:
+    void RequireReadable(kxbase::ComponentType component, uint32_t elementBytes) const;
     template <class T>
     ReadReport Read(kxbase::ComponentType component, const PatchRect& rect, std::span<T> out,
                     const ReadOptions& options) const {

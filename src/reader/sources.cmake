@@ -1,2 +1,18 @@
 # SPDX-License-Identifier: MIT
-list(APPEND kxio_sources)
+list(APPEND kxio_sources
+  reader/Locks.cpp
+  reader/PatchDecoder.cpp
+  reader/PatchTasks.cpp
+  reader/Prefetch.cpp
+  reader/QSNScanReader.cpp
+  reader/ReaderCodecs.cpp
+  reader/ReaderFailSafe.cpp
+  reader/ReaderLayer.cpp
+  reader/ReaderOpening.cpp
+  reader/ReaderPatches.cpp
+  reader/ReaderPreviews.cpp
+  reader/ReaderTail.cpp
+  reader/RecordAt.cpp
+  reader/ScanAccess.cpp
+  reader/ScanAccessInspection.cpp
+  reader/ScanningMode.cpp)

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+// Opening: headers, lookup tables, preview size.
+#include <mutex>
+
+#include "kxcodecs/QKXChunkCodec.h"
+#include "kxio/ComponentHeader.h"
+#include "kxio/QSNScanReader.h"
+#include "reader/Locks.h"
+#include "reader/RecordAt.h"
+
+namespace kxio {
+
+void QSNScanReader::SetupPostOpening() {
+    ResetTables();
+    InitFile();
+    try {
+        FillupScanProperties();
+        ReadTailHeaders();
+        AnalyseCodecs();
+        SetupComponentMap();
+    } catch (kxbase::KXException& e) {
+        e.AddContext(FileContext());
+        Close();
+        throw;
+    } catch (...) {
+        Close();
+        throw;
+    }
+}
+
+void QSNScanReader::InitFile() {
+    if (ReadHeaders() == 0) {
+        kxbase::ErrorContext context = FileContext();
+        context.record = m_mainHeader.GetRecordName();
+        context.field = "first chunk position";
+        context.offset = 0;
+        context.detail = "the position is 0";
+        Close();
+        throw kxbase::KXHeaderReadingException("Error opening file", context);
+    }
+    try {
+        FillupPatchPosition();
+        FillupPreviewPosition();
+        SetupGrid();
+    } catch (kxbase::KXException& e) {
+        e.AddContext(FileContext());
+        throw;
+    }
+}
+
+uint64_t QSNScanReader::ReadHeaders() {
+    const std::lock_guard lock(FileAccessLock());
+    try {
+        if (m_stream == nullptr) throw kxbase::KXHeaderReadingException("Cannot open file");
+        if (!ReadRecordAt(m_stream, 0, m_mainHeader)) {
+            throw kxbase::KXHeaderReadingException("Invalid main header", ProblemOf(m_mainHeader, 0));
+        }
+        if (!ReadRecordAt(m_stream, m_mainHeader.scanHeaderPosition, m_scanHeader)) {
+            throw kxbase::KXHeaderReadingException("Invalid scan headers",
+                                                   ProblemOf(m_scanHeader, m_mainHeader.scanHeaderPosition));
+        }
+        m_scanProperties = m_scanHeader.properties;
+
+        // Where the file has no component records the position is 0; the first read then meets the main
+        // header and ends the run.
+        ComponentHeader component;
+        bool found = ReadRecordAt(m_stream, m_mainHeader.firstComponentHeaderPosition, component);
+        for (; found; found = component.Read(m_stream) != 0) {
+            m_codecs[component.component] = kxcodecs::ChunkCodecFactory::MakeCodec(component.codecIdentifier);
+            m_componentValues[component.component] = component.value;
+        }
+        for (const auto& [type, codec] : m_codecs) {
+            if (codec) continue;
+            kxbase::ErrorContext context;
+            context.record = component.GetRecordName();
+            context.field = "codec identifier";
+            context.detail = "no such codec for component " + kxbase::ComponentToString(type);
+            throw kxbase::KXUnkownCodecException("Invalid codec ", context);
+        }
+        return m_mainHeader.firstChunkPosition;
+    } catch (kxbase::KXException& e) {
+        e.AddContext(FileContext());
+        Close();
+        throw;
+    } catch (...) {
+        Close();
+        throw;
+    }
+}
+
+void QSNScanReader::FillupPatchPosition() {
+    kxbase::ErrorContext context;
+    if (m_mainHeader.lookupTablePosition == 0) {
+        context.record = m_mainHeader.GetRecordName();
+        context.field = "lookup table position";
+        context.detail = "the position is 0: the file was not finished";
+        throw kxbase::KXIncompleteFileException("Lookup table not found", context);
+    }
+    const std::lock_guard lock(FileAccessLock());
+    LookupTableHeader table(&m_patchTable);
+    if (!ReadRecordAt(m_stream, m_mainHeader.lookupTablePosition, table)) {
+        throw kxbase::KXIncompleteFileException("Lookup table not found",
+                                                ProblemOf(table, m_mainHeader.lookupTablePosition));
+    }
+}
+
+void QSNScanReader::FillupPreviewPosition() {
+    if (m_mainHeader.previewLookupTablePosition == 0) return;
+    const std::lock_guard lock(FileAccessLock());
+    LookupTableHeader table(&m_previewTable);
+    if (!ReadRecordAt(m_stream, m_mainHeader.previewLookupTablePosition, table)) {
+        throw kxbase::KXIncompleteFileException("No preview found",
+                                                ProblemOf(table, m_mainHeader.previewLookupTablePosition));
+    }
+}
+
+void QSNScanReader::SetupGrid() {
+    kxbase::GridTopology& grid = m_scanProperties.grid;
+    grid.previewWidth = 0;
+    grid.previewHeight = 0;
+    grid.columnRatio = 1.0F;
+    grid.rowRatio = 1.0F;
+    if (m_previewTable.empty()) return;
+    std::vector<unsigned char> chunk;
+    GetCompressedPreview(chunk, m_previewTable.begin()->first);
+    kxcodecs::ChunkHeaderInfo header;
+    if (!kxcodecs::QKXChunkCodec::ReadHeader(chunk, header)) return;
+    grid.previewWidth = header.width;
+    grid.previewHeight = header.height;
+    if (header.width == 0 || header.height == 0) return;
+    grid.columnRatio = static_cast<float>(grid.columns) / static_cast<float>(header.width);
+    grid.rowRatio = static_cast<float>(grid.rows) / static_cast<float>(header.height);
+}
+
+void QSNScanReader::FillupScanProperties() {
+    m_scanProperties.writerRevision = m_mainHeader.writerRevision;
+    for (const auto& [component, value] : m_componentValues) {
+        if (component >= 1 && component <= 3) m_scanProperties.componentValue[component - 1] = value;
+    }
+}
+
+}  // namespace kxio

@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+// From a patch's address to its stored chunk, and on to its values.
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+#include "kxcodecs/QKXChunkCodec.h"
+#include "kxio/QSNScanReader.h"
+#include "reader/Locks.h"
+#include "reader/PatchDecoder.h"
+
+namespace kxio {
+
+namespace {
+
+// No component has larger elements; a patch that claims more lies.
+constexpr uint64_t kMaxElementBytes = 64;
+
+uint64_t MaxPatchBytes(const kxbase::GridTopology& grid) {
+    const uint64_t ceiling = kxcodecs::QKXChunkCodec::kDefaultMaxDecodedBytes;
+    const uint64_t cells = uint64_t{grid.patchWidth} * grid.patchHeight;
+    return cells > ceiling / kMaxElementBytes ? ceiling : cells * kMaxElementBytes;
+}
+
+}  // namespace
+
+kxbase::ErrorContext QSNScanReader::PatchContext(uint64_t index, kxbase::ComponentType component) const {
+    kxbase::ErrorContext context = FileContext();
+    context.record = "patch " + std::to_string(index);
+    if (const uint32_t perRow = m_scanProperties.grid.PatchesPerRow(); perRow != 0) {
+        context.record +=
+            " (row " + std::to_string(index / perRow) + ", column " + std::to_string(index % perRow) + ")";
+    }
+    context.record += " of component " + kxbase::ComponentToString(component);
+    return context;
+}
+
+uint64_t QSNScanReader::LinearIndex(uint64_t row, uint64_t column) const {
+    return m_scanProperties.grid.PatchesPerRow() * row + column;
+}
+
+const std::vector<LookupEntry>& QSNScanReader::RequireComponent(kxbase::ComponentType component) const {
+    const auto entries = m_patchTable.find(component);
+    if (entries == m_patchTable.end()) {
+        kxbase::ErrorContext context = FileContext();
+        context.detail = "the file has no component " + kxbase::ComponentToString(component);
+        throw kxbase::KXUnreadablePatchException("Patch not in database", context);
+    }
+    return entries->second;
+}
+
+const LookupEntry& QSNScanReader::LocateChunk(uint64_t index, kxbase::ComponentType component) const {
+    const uint64_t patchCount = m_scanProperties.grid.PatchCount();
+    if (index >= patchCount) {
+        kxbase::ErrorContext context = PatchContext(index, component);
+        context.detail = "the grid has " + std::to_string(patchCount) + " patches";
+        throw kxbase::KXUnreadablePatchException("Index " + std::to_string(index) + " is outside bounds",
+                                                 context);
+    }
+    const auto entries = m_patchTable.find(component);
+    const char* why = nullptr;
+    if (entries == m_patchTable.end()) {
+        why = "the file has no such component";
+    } else if (index >= entries->second.size()) {
+        why = "the lookup table ends before it";
+    } else if (entries->second[index].position == 0 || entries->second[index].byteCount == 0) {
+        why = "its lookup entry is empty";
+    }
+    if (why != nullptr) {
+        kxbase::ErrorContext context = PatchContext(index, component);
+        context.detail = why;
+        throw kxbase::KXUnreadablePatchException("Patch not in file", context);
+    }
+    return entries->second[index];
+}
+
+void QSNScanReader::ReadBytes(uint64_t position, uint64_t count, std::vector<unsigned char>& out) const {
+    kxbase::ErrorContext context;
+    context.offset = position;
+    {
+        const std::lock_guard lock(FileAccessLock());
+        const uint64_t size = m_stream != nullptr ? m_stream->GetSize() : 0;
+        const uint64_t left = position < size ? size - position : 0;
+        if (count > left) {
+            context.detail = std::to_string(count) + " bytes announced, " + std::to_string(left) + " left";
+        } else {
+            out.resize(count);
+            const uint64_t got = m_stream->Seek(position) ? m_stream->Read(out.data(), count) : 0;
+            if (got == count) return;
+            context.detail = std::to_string(got) + " of " + std::to_string(count) + " bytes could be read";
+        }
+    }
+    out.clear();
+    throw kxbase::KXUnreadablePatchException("Cannot read file", context);
+}
+
+void QSNScanReader::ReadChunk(uint64_t index, std::vector<unsigned char>& out,
+                              kxbase::ComponentType component) const {
+    try {
+        const LookupEntry& entry = LocateChunk(index, component);
+        ReadBytes(entry.position, entry.byteCount, out);
+    } catch (kxbase::KXException& e) {
+        out.clear();
+        e.AddContext(PatchContext(index, component));
+        throw;
+    }
+}
+
+DecodedPatch QSNScanReader::DecodePatch(uint64_t index, kxbase::ComponentType component,
+                                        PatchBuffers& buffers) const {
+    ReadChunk(index, buffers.chunk, component);
+    try {
+        return DecodeChunk(buffers, MaxPatchBytes(m_scanProperties.grid));
+    } catch (kxbase::KXException& e) {
+        kxbase::ErrorContext context = PatchContext(index, component);
+        context.offset = LocateChunk(index, component).position;
+        e.AddContext(context);
+        throw;
+    }
+}
+
+void QSNScanReader::GetCompressedChunk(unsigned index, std::vector<unsigned char>& out,
+                                       kxbase::ComponentType component) const {
+    ReadChunk(index, out, component);
+}
+
+void QSNScanReader::GetPatchCompressed(unsigned row, unsigned column, std::vector<unsigned char>& out,
+                                       kxbase::ComponentType component) const {
+    out.clear();
+    RequireComponent(component);
+    ReadChunk(LinearIndex(row, column), out, component);
+}
+
+void QSNScanReader::GetPatchCompressed(unsigned index, std::vector<unsigned char>& out,
+                                       kxbase::ComponentType component) const {
+    out.clear();
+    RequireComponent(component);
+    ReadChunk(index, out, component);
+}
+
+uint64_t QSNScanReader::GetUncompressedPatchByteCount(unsigned row, unsigned column,
+                                                      kxbase::ComponentType component) const {
+    std::vector<unsigned char> chunk;
+    GetPatchCompressed(row, column, chunk, component);
+    return kxcodecs::QKXChunkCodec::GetUncompressedSize(chunk);
+}
+
+uint64_t QSNScanReader::GetPatch(unsigned row, unsigned column, void* out, uint64_t /*outBytes*/,
+                                 kxbase::ComponentType component) const {
+    RequireComponent(component);
+    PatchBuffers buffers;
+    const DecodedPatch patch = DecodePatch(LinearIndex(row, column), component, buffers);
+    std::memcpy(out, patch.bytes.data(), patch.bytes.size());
+    return patch.header.ElementCount();
+}
+
+uint64_t QSNScanReader::GetPatch(unsigned index, void* out, uint64_t outBytes,
+                                 kxbase::ComponentType component) const {
+    const uint32_t perRow = std::max(1U, m_scanProperties.grid.PatchesPerRow());
+    return GetPatch(index / perRow, index % perRow, out, outBytes, component);
+}
+
+}  // namespace kxio

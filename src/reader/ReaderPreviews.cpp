@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+// Previews and the thumbnail.
+#include <mutex>
+
+#include "kxbase/UTF8.h"
+#include "kxbase/kxInFile.h"
+#include "kxcodecs/JPEG.h"
+#include "kxio/QSNScanReader.h"
+#include "kxio/ThumbnailHeader.h"
+#include "reader/Locks.h"
+#include "reader/RecordAt.h"
+
+namespace kxio {
+
+namespace {
+
+// Stands in for a thumbnail that cannot be had: a uniform dark grey.
+constexpr unsigned kPlaceholderSide = 100;
+constexpr unsigned char kPlaceholderGrey = 40;
+
+bool Placeholder(std::vector<unsigned char>& out, unsigned& width, unsigned& height) {
+    width = kPlaceholderSide;
+    height = kPlaceholderSide;
+    out.assign(size_t{3} * kPlaceholderSide * kPlaceholderSide, kPlaceholderGrey);
+    return false;
+}
+
+bool DecodeThumbnail(const std::vector<unsigned char>& jpeg, std::vector<unsigned char>& out, unsigned& width,
+                     unsigned& height) {
+    unsigned char* pixels = nullptr;
+    uint64_t bytes = 0;
+    if (!kxcodecs::JPEG::Decode(jpeg.data(), jpeg.size(), pixels, bytes, width, height)) return false;
+    const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(pixels, kxcodecs::JPEG::Free);
+    if (bytes != uint64_t{width} * height * 3) return false;
+    out.assign(pixels, pixels + bytes);
+    return true;
+}
+
+void RequireOpen(const kxbase::kxInFile& file, const std::wstring& path) {
+    if (file.IsOpen()) return;
+    kxbase::ErrorContext context;
+    context.file = kxbase::Encode_UTF8(path);
+    throw kxbase::KXHeaderReadingException("Cannot open file", context);
+}
+
+}  // namespace
+
+void QSNScanReader::GetCompressedPreview(std::vector<unsigned char>& out,
+                                         kxbase::ComponentType component) const {
+    out.clear();
+    kxbase::ErrorContext context = FileContext();
+    context.record = "preview of component " + kxbase::ComponentToString(component);
+    const auto entries = m_previewTable.find(component);
+    if (entries == m_previewTable.end() || entries->second.empty() || entries->second.front().position == 0 ||
+        entries->second.front().byteCount == 0) {
+        context.detail = "the file has none";
+        throw kxbase::KXUnreadablePatchException("Patch not in file", context);
+    }
+    try {
+        ReadBytes(entries->second.front().position, entries->second.front().byteCount, out);
+    } catch (kxbase::KXException& e) {
+        e.AddContext(context);
+        throw;
+    }
+}
+
+bool QSNScanReader::GetThumbnailJPEG(kxbase::IInFileStream* stream, std::vector<unsigned char>& out) {
+    const std::lock_guard lock(FileAccessLock());
+    out.clear();
+    try {
+        MainFileHeader mainHeader;
+        if (!ReadRecordAt(stream, 0, mainHeader) || mainHeader.thumbnailHeaderPosition == 0) return false;
+        ThumbnailHeader thumbnail;
+        if (!ReadRecordAt(stream, mainHeader.thumbnailHeaderPosition, thumbnail)) return false;
+        out = thumbnail.GetCompressed();
+        return true;
+    } catch (const kxbase::KXException&) {
+        out.clear();
+        return false;
+    }
+}
+
+bool QSNScanReader::GetThumbnailJPEG(const std::wstring& path, std::vector<unsigned char>& out) {
+    kxbase::kxInFile file(path);
+    RequireOpen(file, path);
+    return GetThumbnailJPEG(&file, out);
+}
+
+bool QSNScanReader::GetThumbnailJPEG(std::vector<unsigned char>& out) const {
+    return GetThumbnailJPEG(m_stream, out);
+}
+
+bool QSNScanReader::GetThumbnailRGB(kxbase::IInFileStream* stream, std::vector<unsigned char>& out,
+                                    unsigned& width, unsigned& height) {
+    std::vector<unsigned char> jpeg;
+    if (GetThumbnailJPEG(stream, jpeg) && DecodeThumbnail(jpeg, out, width, height)) return true;
+    return Placeholder(out, width, height);
+}
+
+bool QSNScanReader::GetThumbnailRGB(const std::wstring& path, std::vector<unsigned char>& out,
+                                    unsigned& width, unsigned& height) {
+    kxbase::kxInFile file(path);
+    RequireOpen(file, path);
+    return GetThumbnailRGB(&file, out, width, height);
+}
+
+bool QSNScanReader::GetThumbnailRGB(std::vector<unsigned char>& out, unsigned& width,
+                                    unsigned& height) const {
+    return GetThumbnailRGB(m_stream, out, width, height);
+}
+
+}  // namespace kxio

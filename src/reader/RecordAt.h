@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+
+#include "kxbase/IInFileStream.h"
+#include "kxbase/IOHeader.h"
+
+namespace kxio {
+
+/// Reads the record at an absolute position; false when none lies there. The caller holds the file access
+/// lock. \throws what the record's reading throws
+bool ReadRecordAt(kxbase::IInFileStream* stream, uint64_t position, kxbase::IOHeader& record);
+
+/// Why `ReadRecordAt` said no.
+kxbase::ErrorContext ProblemOf(const kxbase::IOHeader& record, uint64_t position);
+
+}  // namespace kxio
