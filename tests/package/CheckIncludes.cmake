@@ -1,0 +1,22 @@
+# SPDX-License-Identifier: MIT
+# Fails when a public header includes anything but headers of the standard library, in the form <name>, and
+# headers of this family, in the form "folder/Name.h".
+set(bad 0)
+set(seen 0)
+foreach(folder IN LISTS FOLDERS)
+  file(GLOB_RECURSE headers ${folder}/*.h)
+  foreach(header IN LISTS headers)
+    math(EXPR seen "${seen} + 1")
+    file(STRINGS ${header} lines REGEX "^[ \t]*#[ \t]*include")
+    foreach(line IN LISTS lines)
+      if(NOT line MATCHES "include <[a-z_]+>" AND NOT line MATCHES "include \"(kxbase|kxmath|kxcodecs|kxio)/[A-Za-z0-9_]+\\.h\"")
+        message(SEND_ERROR "${header}: ${line}")
+        math(EXPR bad "${bad} + 1")
+      endif()
+    endforeach()
+  endforeach()
+endforeach()
+if(seen EQUAL 0)
+  message(FATAL_ERROR "no headers found in ${FOLDERS}")
+endif()
+message("${seen} headers, ${bad} foreign includes")
