@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "TempFolder.h"
+#include "support/TempFolder.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/kxInFile.h"
 #include "kxbase/kxOutFile.h"
