@@ -5,16 +5,17 @@
 #include <cstdlib>
 #include <new>
 
+// Clang's sanitizer runtimes bring operators of their own, which cannot be replaced, and a hook instead.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KXTEST_SANITIZER_HOOK
+#include <sanitizer/allocator_interface.h>
+#endif
+#endif
+
 namespace {
 
 thread_local std::size_t g_largest = 0;
-
-void* Allocate(std::size_t bytes) {
-    g_largest = std::max(g_largest, bytes);
-    void* place = std::malloc(bytes == 0 ? 1 : bytes);
-    if (place == nullptr) throw std::bad_alloc();
-    return place;
-}
 
 }  // namespace
 
@@ -28,6 +29,31 @@ std::size_t AllocationWatch::Largest() const {
 }
 
 }  // namespace kxtest
+
+#ifdef KXTEST_SANITIZER_HOOK
+
+namespace {
+
+void OnAllocation(const volatile void* /*place*/, std::size_t bytes) {
+    g_largest = std::max(g_largest, bytes);
+}
+void OnRelease(const volatile void* /*place*/) {}
+const int g_installed = __sanitizer_install_malloc_and_free_hooks(OnAllocation, OnRelease);
+
+}  // namespace
+
+#else
+
+namespace {
+
+void* Allocate(std::size_t bytes) {
+    g_largest = std::max(g_largest, bytes);
+    void* place = std::malloc(bytes == 0 ? 1 : bytes);
+    if (place == nullptr) throw std::bad_alloc();
+    return place;
+}
+
+}  // namespace
 
 // The other forms of the standard library end in these.
 void* operator new(std::size_t bytes) {
@@ -48,3 +74,5 @@ void operator delete(void* place, std::size_t) noexcept {
 void operator delete[](void* place, std::size_t) noexcept {
     std::free(place);
 }
+
+#endif  // KXTEST_SANITIZER_HOOK

@@ -4,8 +4,8 @@
 
 #include <limits>
 
-#include "AllocationWatch.h"
 #include "TestCodecs.h"
+#include "support/AllocationWatch.h"
 
 namespace kxcodecs::test {
 namespace {
@@ -140,7 +140,7 @@ TEST_P(DamagedChunk, RandomPayloadsUnderAValidHeader) {
 TEST(AllocationWatch, SeesALargeAllocation) {
     std::size_t largest;
     {
-        const AllocationWatch watch;
+        const kxtest::AllocationWatch watch;
         const Bytes large(5 * kSmall);
         const void* volatile keep = large.data();  // or an optimiser leaves the allocation out
         EXPECT_NE(keep, nullptr);
@@ -168,7 +168,7 @@ TEST_P(DamagedChunk, FourGigabytesFromTenBytesFailWithoutMemory) {
             DecodeStatus status;
             std::size_t largest;
             {
-                const AllocationWatch watch;
+                const kxtest::AllocationWatch watch;
                 status = QKXChunkCodec::DecodeChunk(bomb, header, out, limit);
                 largest = watch.Largest();
             }
@@ -189,7 +189,7 @@ TEST_P(DamagedChunk, DecodeOfABombReturnsNothingWithoutMemory) {
     unsigned char* buffer;
     std::size_t largest;
     {
-        const AllocationWatch watch;
+        const kxtest::AllocationWatch watch;
         buffer = codec->Decode(payload.data(), payload.size(), decodedBytes);
         largest = watch.Largest();
     }

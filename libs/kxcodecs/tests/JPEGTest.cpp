@@ -10,8 +10,8 @@
 
 #include <jpeglib.h>
 
-#include "AllocationWatch.h"
 #include "TestCodecs.h"
+#include "support/AllocationWatch.h"
 
 namespace kxcodecs::test {
 namespace {
@@ -231,7 +231,7 @@ TEST(JPEG, MorePixelsThanTheLimitAreRefusedUnread) {
     EXPECT_EQ(height, 20000U);
     EXPECT_GT(uint64_t{width} * height, JPEG::kMaxPixels);
     {
-        const AllocationWatch watch;
+        const kxtest::AllocationWatch watch;
         EXPECT_FALSE(Decodes(padded));
         EXPECT_LT(watch.Largest(), std::size_t{1} << 20);
     }
