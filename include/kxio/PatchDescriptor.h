@@ -29,7 +29,8 @@ struct KXIO_EXPORT PatchDescriptor {
     /// Does nothing when `processor` is null. Throws what the operation throws.
     virtual void Process(PatchProcessor* processor, unsigned row, unsigned column) = 0;
 
-    /// Flat: the values, little-endian, one behind the other. Encoded: the compressed bytes. Empty: ignored.
+    /// Flat: the values in native byte order, one behind the other. Encoded: the compressed bytes. Empty:
+    /// ignored.
     unsigned char* data;
     /// Bytes per value.
     uint64_t pixelLength;

@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+// The end of creation: missing patches, tables, previews, limits, tail records, the final main header.
+#include "kxbase/Exceptions.h"
+#include "kxio/ColorizationModeExtendedHeader.h"
+#include "kxio/CommentExtendedHeader.h"
+#include "kxio/ERExtendedHeader.h"
+#include "kxio/EmptyPatchDescriptor.h"
+#include "kxio/HDRExtendedHeader.h"
+#include "kxio/HQExtendedHeader.h"
+#include "kxio/HistogramHeader.h"
+#include "kxio/PreregistrationExtendedHeader.h"
+#include "kxio/ScanHeader.h"
+#include "kxio/ScanningModeExtendedHeader.h"
+#include "kxio/UUIDExtendedHeader.h"
+#include "kxio/WarningExtendedHeader.h"
+#include "writer/QSNScanWriterImpl.h"
+
+namespace kxio {
+
+std::map<std::string, uint64_t> QSNScanWriterImpl::EndCreation() {
+    RequireCreated();
+    m_state = State::Ended;
+    kxbase::ErrorContext where;
+    where.file = StreamName();
+    try {
+        FillMissingPatches();
+        m_mainHeader.scanHeaderPosition = m_stream->Tell();
+        m_mainHeader.chunkDataEndPosition = m_mainHeader.scanHeaderPosition;
+        WriteScanHeader();
+        WriteLookupTable(m_chunkLookup, m_mainHeader.lookupTablePosition);
+        WriteThumbnail();
+        if (HasPreviews(m_properties.grid)) WritePreviewsAndLimits();
+        WriteExtendedHeaders();
+        RewriteMainHeader();
+        m_endTime = kxbase::Date::Now();
+        m_stream = nullptr;
+        if (const auto file = std::move(m_ownedFile)) file->Close();
+    } catch (kxbase::KXException& e) {
+        e.AddContext(where);
+        throw;
+    }
+    m_statistics["PointCount"] = m_pointCount;
+    return m_statistics;
+}
+
+void QSNScanWriterImpl::FillMissingPatches() {
+    const kxbase::GridTopology grid = m_properties.grid;
+    // A component that never came stays absent, so without components there is nothing to look at, however
+    // large the grid.
+    if (m_writtenPatches.empty()) return;
+    const uint32_t across = grid.PatchesPerRow();
+    const uint32_t down = grid.PatchesPerColumn();
+    std::vector<EmptyPatchDescriptor> missing;
+    std::vector<PatchDescriptor*> list;
+    for (uint32_t column = 0; column < across; ++column) {
+        for (uint32_t row = 0; row < down; ++row) {
+            const uint64_t index = uint64_t{across} * row + column;
+            missing.clear();
+            list.clear();
+            for (const auto& [component, written] : m_writtenPatches) {
+                if (index < written.size() && written[static_cast<size_t>(index)]) continue;
+                missing.emplace_back(component, m_previewInfo[component].pixelLength);
+            }
+            for (EmptyPatchDescriptor& descriptor : missing)
+                list.push_back(&descriptor);
+            if (!list.empty()) Intake(list, row, column);
+        }
+    }
+}
+
+void QSNScanWriterImpl::WriteScanHeader() {
+    ScanHeader header;
+    header.properties = m_properties;
+    header.properties.validPointCount = m_pointCount;
+    header.Write(m_stream);
+    m_statistics["Headers"] += header.HeaderSize();
+}
+
+void QSNScanWriterImpl::WriteLookupTable(LookupTable& table, uint64_t& position) {
+    position = m_stream->Tell();
+    LookupTableHeader header(&table);
+    header.Write(m_stream);
+    m_statistics["LookupTables"] += header.HeaderSize();
+}
+
+void QSNScanWriterImpl::WritePreviewsAndLimits() {
+    for (const auto& [component, info] : m_previewInfo) {
+        if (info.image == nullptr || info.image->empty()) continue;
+        const auto codec = m_codecs.find(component);
+        BufferPool::Loan chunk(m_buffers);
+        EncodeOrSnappy(codec == m_codecs.end() ? nullptr : codec->second, *info.image, m_previewWidth,
+                       m_previewHeight, *chunk);
+        WritePreview(*chunk, component);
+    }
+    WriteLookupTable(m_previewLookup, m_mainHeader.previewLookupTablePosition);
+
+    m_mainHeader.boundingInformationPosition = m_stream->Tell();
+    MinMaxHeader limits(&m_limits);
+    limits.Write(m_stream);
+    m_statistics["Limits"] = limits.HeaderSize();
+}
+
+std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHeaders() const {
+    const ScanProperties& p = m_properties;
+    std::vector<std::unique_ptr<ExtendedHeader>> records;
+    records.push_back(std::make_unique<UUIDExtendedHeader>(p.scanUUID, p.parentUUID));
+    records.push_back(std::make_unique<PreregistrationExtendedHeader>(
+        p.preregistrationValue, p.preregistrationUUID, p.preregistration));
+    for (const auto* texts : {&m_warnings, &p.warnings}) {
+        for (const std::wstring& text : *texts)
+            records.push_back(std::make_unique<WarningExtendedHeader>(text));
+    }
+    for (const auto* texts : {&m_messages, &p.messages}) {
+        for (const std::wstring& text : *texts)
+            records.push_back(std::make_unique<CommentExtendedHeader>(text));
+    }
+    records.push_back(std::make_unique<ScanningModeExtendedHeader>(p.scanningMode));
+    records.push_back(std::make_unique<ColorizationModeExtendedHeader>(p.colorizationMode));
+    for (const kxbase::UUID& link : p.hqLinks)
+        records.push_back(std::make_unique<HQExtendedHeader>(link));
+    for (const kxbase::UUID& link : p.erLinks)
+        records.push_back(std::make_unique<ERExtendedHeader>(link));
+    for (const kxbase::UUID& link : p.hdrLinks)
+        records.push_back(std::make_unique<HDRExtendedHeader>(link));
+    if (!m_histograms.Classes().empty()) {
+        records.push_back(std::make_unique<ClassHistogramHeader>(m_histograms.Classes()));
+    }
+    if (!m_histograms.Segments().empty()) {
+        records.push_back(std::make_unique<SegmentHistogramHeader>(m_histograms.Segments()));
+    }
+    if (!m_histograms.Luminance8().empty()) {
+        records.push_back(std::make_unique<Luminance8HistogramHeader>(m_histograms.Luminance8()));
+    }
+    if (!m_histograms.Luminance16().empty()) {
+        records.push_back(std::make_unique<Luminance16HistogramHeader>(m_histograms.Luminance16()));
+    }
+    return records;
+}
+
+void QSNScanWriterImpl::WriteExtendedHeaders() {
+    const auto records = MakeExtendedHeaders();
+    m_mainHeader.firstExtendedHeaderPosition = m_stream->Tell();
+    for (const auto& record : records) {
+        const bool last = &record == &records.back();
+        record->SetLink(last ? 0 : m_stream->Tell() + record->HeaderSize());
+        record->Write(m_stream);
+        // Histograms are reported under the names of their records.
+        if (HistogramComponent(record->GetType()))
+            m_statistics[record->GetRecordName()] = record->HeaderSize();
+    }
+}
+
+void QSNScanWriterImpl::RewriteMainHeader() {
+    if (!m_stream->Seek(0)) {
+        kxbase::ErrorContext context;
+        context.record = m_mainHeader.GetRecordName();
+        context.detail = "the stream cannot go back to its start";
+        throw kxbase::KXWritingException("Cannot write file", context);
+    }
+    m_mainHeader.Write(m_stream);
+}
+
+}  // namespace kxio
