@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: MIT
+#include "Command.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <thread>
+
+#include "Commands.h"
+#include "Console.h"
+#include "Errors.h"
+#include "kxbase/UTF8.h"
+
+namespace qsn {
+
+namespace {
+
+const CommandDescription kCommands[] = {
+    {"import",
+     "Turn a scan in another format into a .qsn file",
+     {{"qsn import scan.ptx scan.qsn", "the whole scan, with the usual settings"},
+      {"qsn import --scan 2 several.ptx second.qsn", "one scan of a file that holds several"},
+      {"qsn import --codec range=snappy --scale range=1 --patch 128 scan.ptx.gz quick.qsn",
+       "faster to read, ranges to the millimetre"}},
+     true,
+     MakeImportCommand},
+    {"info",
+     "Tell what a .qsn file holds, without decoding it",
+     {{"qsn info scan.qsn", "for people"}, {"qsn info --json scan.qsn", "for programs"}},
+     false,
+     MakeInfoCommand},
+    {"preview",
+     "Draw a .qsn file as a panorama",
+     {{"qsn preview scan.qsn scan.png", "ranges in colours, with a scale in metres"},
+      {"qsn preview --component intensity --size 800x400 scan.qsn intensity.png",
+       "intensity, no larger than this"}},
+     true,
+     MakePreviewCommand},
+    {"export",
+     "Write the points of a .qsn file in another format",
+     {{"qsn export scan.qsn points.ply", "binary PLY in the project's frame, with intensity and colour"},
+      {"qsn export --local scan.qsn points.xyz", "text, in the scanner's own frame"},
+      {"qsn export scan.qsn copy.ptx", "every cell, also those without a return"}},
+     true,
+     MakeExportCommand},
+};
+
+constexpr unsigned kMostThreads = 1024;
+
+unsigned DefaultThreads() {
+    return std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
+}
+
+std::string ExamplesText(const CommandDescription& description) {
+    std::string text = "Examples:";
+    for (const Example& example : description.examples)
+        text += fmt::format("\n  {}\n      {}", example.commandLine, example.meaning);
+    return text;
+}
+
+void RequireUtf8(const std::vector<std::string>& arguments) {
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        if (kxbase::Encode_UTF8(kxbase::Decode_UTF8(arguments[i])) != arguments[i])
+            throw UsageError(fmt::format("argument {} is not valid UTF-8", i + 1));
+    }
+}
+
+/// The whole command line, ready to parse.
+class CommandLine {
+public:
+    CommandLine() : m_app("Reads, writes and shows terrestrial laser scans (.qsn files).", "qsn") {
+        m_app.set_version_flag("--version", "qsn " QSN_VERSION, "Show the version and leave");
+        m_app.set_help_flag("-h,--help", "Show this help and leave");
+        m_app.require_subcommand(1);
+        m_app.get_formatter()->column_width(kHelpColumn);
+        m_app.footer(
+            "Each command has a help of its own with examples: qsn import --help\n"
+            "Exit codes: 0 fine, 1 failed, 2 wrong usage, 130 interrupted.");
+        for (const CommandDescription& description : Commands())
+            Add(description);
+    }
+
+    int Run(const std::vector<std::string>& arguments) {
+        try {
+            RequireUtf8(arguments);
+            // The parser takes its arguments from the back.
+            m_app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        } catch (const CLI::CallForHelp&) {
+            WriteOutput(HelpText());
+            FlushOutput();
+            return ExitFine;
+        } catch (const CLI::CallForVersion& version) {
+            WriteOutput(std::string(version.what()) + "\n");
+            FlushOutput();
+            return ExitFine;
+        } catch (const CLI::ParseError& error) {
+            throw UsageError(error.what());
+        }
+        for (Entry& entry : m_entries) {
+            if (!entry.app->parsed()) continue;
+            entry.command->Run(m_session);
+            FlushOutput();
+        }
+        return ExitFine;
+    }
+
+    /// "qsn" or "qsn import", as far as the parsing came.
+    std::string Name() const {
+        for (const Entry& entry : m_entries) {
+            if (entry.app->parsed()) return "qsn " + entry.app->get_name();
+        }
+        return "qsn";
+    }
+
+private:
+    static constexpr size_t kHelpColumn = 34;
+
+    struct Entry {
+        CLI::App* app;
+        std::unique_ptr<Command> command;
+    };
+
+    std::string HelpText() const {
+        for (const Entry& entry : m_entries) {
+            if (entry.app->parsed()) return entry.app->help();
+        }
+        return m_app.help();
+    }
+
+    void Add(const CommandDescription& description) {
+        CLI::App* app = m_app.add_subcommand(description.name, description.summary);
+        app->set_help_flag("-h,--help", "Show this help and leave");
+        app->footer(ExamplesText(description));
+        Entry& entry = m_entries.emplace_back(Entry{app, description.make()});
+        entry.command->Define(*app);
+        app->add_option("--threads", m_session.threads, "Threads to work with (default: one per processor)")
+            ->check(CLI::Range(1U, kMostThreads))
+            ->type_name("N");
+        app->add_flag("-q,--quiet", m_session.quiet, "No progress and no report");
+        if (description.writesFile)
+            app->add_flag("-f,--force", m_session.force, "Replace the output when it exists already");
+    }
+
+    Session m_session{DefaultThreads(), false, false};
+    CLI::App m_app;
+    std::vector<Entry> m_entries;
+};
+
+}  // namespace
+
+Command::~Command() = default;
+
+std::span<const CommandDescription> Commands() {
+    return kCommands;
+}
+
+int RunCommandLine(const std::vector<std::string>& arguments) {
+    std::string name = "qsn";
+    try {
+        CommandLine line;
+        try {
+            return line.Run(arguments);
+        } catch (...) {
+            name = line.Name();
+            throw;
+        }
+    } catch (const std::exception& error) {
+        const ExitCode code = ExitCodeOf(error);
+        WriteError(fmt::format("qsn: {}\n", Printable(DescribeError(error))));
+        if (code == ExitWrongUsage) WriteError(fmt::format("Try '{} --help'.\n", name));
+        return code;
+    }
+}
+
+}  // namespace qsn

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: MIT
+#include "ImportSettings.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <utility>
+
+#include "Errors.h"
+#include "Numbers.h"
+
+namespace qsn {
+
+namespace {
+
+using kxexchange::Codec;
+using kxexchange::ImportOptions;
+
+std::pair<std::string, std::string> SplitAssignment(const std::string& option, const std::string& text) {
+    const size_t sign = text.find('=');
+    if (sign == std::string::npos)
+        throw UsageError(fmt::format("{} {}: expected COMPONENT=VALUE", option, text));
+    return {text.substr(0, sign), text.substr(sign + 1)};
+}
+
+}  // namespace
+
+void ApplyPatch(const std::string& text, ImportOptions& options) {
+    if (const auto side = ParseCount(text); side && *side > 0) {
+        options.patchWidth = options.patchHeight = *side;
+    } else if (const auto size = ParseSize(text)) {
+        options.patchWidth = size->first;
+        options.patchHeight = size->second;
+    } else {
+        throw UsageError(fmt::format("--patch {}: expected a number from 1, or two as in 512x128", text));
+    }
+}
+
+void ApplyCodec(const std::string& text, ImportOptions& options) {
+    static constexpr std::pair<const char*, Codec ImportOptions::*> kTargets[] = {
+        {"range", &ImportOptions::rangeCodec},
+        {"angles", &ImportOptions::angleCodec},
+        {"intensity", &ImportOptions::intensityCodec},
+        {"color", &ImportOptions::colorCodec},
+    };
+    static constexpr std::pair<const char*, Codec> kCodecs[] = {
+        {"zlib", Codec::Zlib}, {"snappy", Codec::Snappy}, {"jpeg", Codec::Jpeg}};
+
+    const auto [component, wanted] = SplitAssignment("--codec", text);
+    for (const auto& [name, member] : kTargets) {
+        if (component != name) continue;
+        for (const auto& [codecName, codec] : kCodecs) {
+            if (wanted != codecName) continue;
+            if (codec == Codec::Jpeg && member != &ImportOptions::colorCodec)
+                throw UsageError(fmt::format("--codec {}: jpeg is for color only", text));
+            options.*member = codec;
+            return;
+        }
+        throw UsageError(
+            fmt::format("--codec {}: '{}' is no codec; expected zlib, snappy or jpeg", text, wanted));
+    }
+    throw UsageError(fmt::format("--codec {}: '{}' has no codec; expected range, angles, intensity or color",
+                                 text, component));
+}
+
+void ApplyScale(const std::string& text, ImportOptions& options) {
+    const auto [component, number] = SplitAssignment("--scale", text);
+    const auto value = ParseNumber(number);
+    if (!value || !std::isfinite(*value) || *value <= 0)
+        throw UsageError(fmt::format("--scale {}: expected a number above 0", text));
+    if (component == "range") {
+        options.rangeScale = *value;
+    } else if (component == "vertical") {
+        options.verticalScale = *value;
+    } else if (component == "horizontal") {
+        options.horizontalScale = *value;
+    } else if (component == "angles") {
+        options.verticalScale = options.horizontalScale = *value;
+    } else {
+        throw UsageError(
+            fmt::format("--scale {}: '{}' has no scale; expected range, vertical, horizontal or angles", text,
+                        component));
+    }
+}
+
+void ApplyColor(const std::string& text, ImportOptions& options) {
+    if (text == "jpeg") {
+        options.colorCodec = Codec::Jpeg;
+    } else if (text == "lossless") {
+        options.colorCodec = Codec::Zlib;
+    } else {
+        throw UsageError(fmt::format("--color {}: expected jpeg or lossless", text));
+    }
+}
+
+}  // namespace qsn

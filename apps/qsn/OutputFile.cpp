@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include "OutputFile.h"
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <random>
+#include <system_error>
+
+#include "Errors.h"
+
+namespace qsn {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path FolderOf(const fs::path& path) {
+    return path.has_parent_path() ? path.parent_path() : fs::path(".");
+}
+
+/// A short name: one that grows with the output's could be too long for the file system.
+std::string PartialName(const fs::path& extension) {
+    static std::atomic<unsigned> counter{0};
+    std::random_device random;
+    return fmt::format(".qsn-{:08x}-{}.part{}", random(), counter++, ToUtf8(extension));
+}
+
+}  // namespace
+
+fs::path ToPath(const std::string& utf8) {
+    return fs::path(std::u8string(utf8.begin(), utf8.end()));
+}
+
+std::string ToUtf8(const fs::path& path) {
+    const std::u8string text = path.u8string();
+    return std::string(text.begin(), text.end());
+}
+
+bool IsSameFile(const std::string& one, const std::string& other) {
+    std::error_code ignored;  // a name that leads nowhere is not the same file
+    return fs::equivalent(ToPath(one), ToPath(other), ignored);
+}
+
+void RequireOutputAllowed(const std::string& path, bool force, const std::vector<std::string>& inputs) {
+    for (const std::string& input : inputs) {
+        if (path == input || IsSameFile(path, input))
+            throw UsageError(fmt::format("{}: the output is the input itself", path));
+    }
+    if (!ToPath(path).has_filename()) throw Failure(fmt::format("'{}': no name of a file", path));
+    std::error_code error;
+    const fs::file_status status = fs::status(ToPath(path), error);
+    if (fs::exists(status)) {
+        if (!fs::is_regular_file(status))
+            throw Failure(fmt::format("{}: exists and is no regular file; choose another name", path));
+        if (!force) throw Failure(fmt::format("{}: exists already; --force replaces it", path));
+    } else if (status.type() != fs::file_type::not_found) {
+        throw Failure(fmt::format("{}: {}", path, error.message()));
+    }
+    const fs::path folder = FolderOf(ToPath(path));
+    if (!fs::is_directory(folder, error))
+        throw Failure(fmt::format("{}: the folder {} does not exist", path, ToUtf8(folder)));
+}
+
+OutputFile::OutputFile(const std::string& path, bool force, const std::vector<std::string>& inputs)
+    : m_path(path), m_inputs(inputs), m_force(force) {
+    RequireOutputAllowed(path, force, inputs);
+    const fs::path whole = ToPath(path);
+    m_partialPath = ToUtf8(FolderOf(whole) / PartialName(whole.extension()));
+}
+
+OutputFile::~OutputFile() {
+    std::error_code ignored;  // it may never have been created
+    if (!m_committed) fs::remove(ToPath(m_partialPath), ignored);
+}
+
+void OutputFile::Commit() {
+    CommitAs(m_path);
+}
+
+void OutputFile::CommitAs(const std::string& path) {
+    RequireOutputAllowed(path, m_force, m_inputs);  // again: the work may have taken hours
+    std::error_code error;
+    fs::rename(ToPath(m_partialPath), ToPath(path), error);
+    if (error) throw Failure(fmt::format("{}: cannot be given its name: {}", path, error.message()));
+    m_committed = true;
+}
+
+}  // namespace qsn

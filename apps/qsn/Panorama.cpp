@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: MIT
+#include "Panorama.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "ColorMap.h"
+#include "ComponentNames.h"
+#include "Errors.h"
+#include "LayerSampler.h"
+
+namespace qsn {
+
+namespace {
+
+/// What is drawn from: one number per pixel, NaN where nothing is to be seen.
+using Values = std::vector<double>;
+
+struct Span {
+    double low = 0;
+    double high = 0;
+};
+
+/// The middle 98 %: a few stray values must not wash out all others.
+Span MiddleSpan(const Values& values) {
+    Values seen;
+    std::copy_if(values.begin(), values.end(), std::back_inserter(seen),
+                 [](double v) { return std::isfinite(v); });
+    if (seen.empty()) return {};
+    const auto at = [&](double share) {
+        const auto index = static_cast<ptrdiff_t>(share * static_cast<double>(seen.size() - 1));
+        std::nth_element(seen.begin(), seen.begin() + index, seen.end());
+        return seen[static_cast<size_t>(index)];
+    };
+    const double low = at(0.01);
+    return {low, at(0.99)};
+}
+
+template <class T>
+Values ToValues(const std::vector<T>& cells, const std::vector<uint8_t>& visible, double factor) {
+    Values values(cells.size(), std::numeric_limits<double>::quiet_NaN());
+    for (size_t i = 0; i < cells.size(); ++i) {
+        if (visible[i] != 0) values[i] = factor * static_cast<double>(cells[i]);
+    }
+    return values;
+}
+
+double Share(double value, const Span& span) {
+    return span.high > span.low ? (value - span.low) / (span.high - span.low) : 0.5;
+}
+
+template <class ColorOf>
+void Paint(Picture& picture, PictureSize size, const Values& values, ColorOf colorOf) {
+    for (uint32_t y = 0; y < size.height; ++y) {
+        for (uint32_t x = 0; x < size.width; ++x) {
+            const double value = values[size_t{y} * size.width + x];
+            if (std::isfinite(value)) picture.At(x, y) = colorOf(value);
+        }
+    }
+}
+
+Pixel Grey(double share) {
+    const auto level = static_cast<uint8_t>(std::lround(255 * std::clamp(share, 0.0, 1.0)));
+    return {level, level, level, 255};
+}
+
+struct ScaledComponent {
+    kxbase::ComponentType component;
+    double factor;  ///< from the file's unit to the title's
+    const char* title;
+};
+
+constexpr double kDegreesPerRadian = 180 / std::numbers::pi;
+constexpr ScaledComponent kScaledComponents[] = {
+    {kxbase::Range, 1e-3, "range in m"},
+    {kxbase::VerticalAngle, kDegreesPerRadian, "from the zenith in deg"},
+    {kxbase::HorizontalAngle, kDegreesPerRadian, "horizontal angle in deg"},
+};
+
+/// Draws into the pixels of `size` at the upper left of its picture.
+class Painter {
+public:
+    Painter(const kxio::ScanAccess& access, const PanoramaRequest& request, PictureSize size,
+            Panorama& result)
+        : m_access(access), m_request(request), m_size(size), m_result(result) {}
+
+    void PaintScaled(const ScaledComponent& scaled) {
+        const std::vector<float> cells = Sample<float>(scaled.component);
+        std::vector<uint8_t> visible = scaled.component == kxbase::Range ? Returns(cells) : Visible();
+        const Values values = ToValues(cells, visible, scaled.factor);
+        const Span span = MiddleSpan(values);
+        Paint(m_result.picture, m_size, values, [&](double v) { return ScaleColor(Share(v, span)); });
+        DrawLegend(m_result.picture, {span.low, span.high, scaled.title});
+    }
+
+    template <class T>
+    void PaintIntensity() {
+        const std::vector<T> cells = Sample<T>(m_request.component);
+        const Values values = ToValues(cells, Visible(), 1.0);
+        const Span span = MiddleSpan(values);
+        Paint(m_result.picture, m_size, values, [&](double v) { return Grey(Share(v, span)); });
+    }
+
+    void PaintColor() {
+        const std::vector<kxio::Rgb8> cells = Sample<kxio::Rgb8>(m_request.component);
+        const std::vector<uint8_t> visible = Visible();
+        for (uint32_t y = 0; y < m_size.height; ++y) {
+            for (uint32_t x = 0; x < m_size.width; ++x) {
+                const size_t i = size_t{y} * m_size.width + x;
+                if (visible[i] == 0) continue;
+                m_result.picture.At(x, y) = {cells[i].red, cells[i].green, cells[i].blue, 255};
+            }
+        }
+    }
+
+private:
+    template <class T>
+    std::vector<T> Sample(kxbase::ComponentType component) {
+        return SampleLayer<T>(m_access, component, m_size, m_request, m_result.gaps);
+    }
+
+    static std::vector<uint8_t> Returns(const std::vector<float>& ranges) {
+        std::vector<uint8_t> visible(ranges.size());
+        std::transform(ranges.begin(), ranges.end(), visible.begin(),
+                       [](float range) { return static_cast<uint8_t>(range > 0); });
+        return visible;
+    }
+
+    /// Where something came back; everywhere, when the file has no range.
+    std::vector<uint8_t> Visible() {
+        if (m_access.Has(kxbase::Range)) return Returns(Sample<float>(kxbase::Range));
+        return std::vector<uint8_t>(size_t{m_size.width} * m_size.height, 1);
+    }
+
+    const kxio::ScanAccess& m_access;
+    const PanoramaRequest& m_request;
+    const PictureSize m_size;
+    Panorama& m_result;
+};
+
+}  // namespace
+
+std::vector<PatchPixels> PatchesOfPicture(const kxbase::GridTopology& grid, PictureSize size) {
+    std::vector<PatchPixels> patches;
+    if (grid.patchWidth == 0 || grid.patchHeight == 0) return patches;
+    for (uint32_t y = 0; y < size.height;) {
+        PatchPixels patch;
+        patch.patchRow = CellOfPixel(y, size.height, grid.rows) / grid.patchHeight;
+        patch.firstY = y;
+        patch.endY = EndPixel(patch.patchRow, grid.patchHeight, size.height, grid.rows);
+        for (uint32_t x = 0; x < size.width;) {
+            patch.patchColumn = CellOfPixel(x, size.width, grid.columns) / grid.patchWidth;
+            patch.firstX = x;
+            patch.endX = EndPixel(patch.patchColumn, grid.patchWidth, size.width, grid.columns);
+            patches.push_back(patch);
+            x = patch.endX;
+        }
+        y = patch.endY;
+    }
+    return patches;
+}
+
+Panorama DrawPanorama(const kxio::ScanAccess& access, const PanoramaRequest& request) {
+    const auto scaled =
+        std::find_if(std::begin(kScaledComponents), std::end(kScaledComponents),
+                     [&](const ScaledComponent& s) { return s.component == request.component; });
+    const bool hasLegend = scaled != std::end(kScaledComponents);
+
+    PictureSize box = request.box;
+    const uint32_t reserved = hasLegend ? LegendHeight(box.width) : 0;
+    box.height = box.height > reserved ? box.height - reserved : 1;
+    const PictureSize size = FitPanorama(access.Grid(), box);
+    // A narrow picture has a lower legend; a legend needs some width of its own.
+    const uint32_t width =
+        hasLegend ? std::max(size.width, std::min(request.box.width, kLeastLegendWidth)) : size.width;
+    Panorama result{Picture(width, size.height + (hasLegend ? LegendHeight(width) : 0)), {}};
+    Painter painter(access, request, size, result);
+    switch (request.component) {
+        case kxbase::Range:
+        case kxbase::VerticalAngle:
+        case kxbase::HorizontalAngle:
+            painter.PaintScaled(*scaled);
+            break;
+        case kxbase::Luminance8:
+            painter.PaintIntensity<uint8_t>();
+            break;
+        case kxbase::Luminance16:
+            painter.PaintIntensity<uint16_t>();
+            break;
+        case kxbase::Color:
+            painter.PaintColor();
+            break;
+        default:
+            throw UsageError(
+                fmt::format("component {} has no picture; expected range, vertical, horizontal, "
+                            "intensity8, intensity16 or color",
+                            ComponentShortName(request.component)));
+    }
+    return result;
+}
+
+}  // namespace qsn
