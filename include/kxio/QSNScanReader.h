@@ -17,6 +17,7 @@
 #include "kxbase/QSNIndex.h"
 #include "kxbase/RegistrationInformation.h"
 #include "kxbase/UUID.h"
+#include "kxbase/tBoundingBox.h"
 #include "kxcodecs/ChunkCodecFactory.h"
 #include "kxio/Export.h"
 #include "kxio/ExtendedHeader.h"
@@ -129,6 +130,22 @@ public:
     void GetPatchCompressed(unsigned index, std::vector<unsigned char>& out,
                             kxbase::ComponentType component) const;
 
+    /// The chunk of a patch at a reduced level of detail. At level n the patch (row, column) shows the
+    /// 2^n x 2^n stored patches from (row x 2^n, column x 2^n) on, every 2^n-th value of each, and has the
+    /// size of a full patch; where a source patch is missing, unreadable or outside the grid it holds zeros.
+    /// It is encoded afresh with zlib, step 1.0 (colour: JPEG, compression level 1).
+    ///
+    /// \param level  in: the level wanted; out: the level used, lowered while 2^level exceeds both counts of
+    ///               patches. 0 gives the stored chunk.
+    /// \param flag   component 4 only: copy point by point in parallel; the values are the same
+    /// \throws as the form without a level, and KXUnkownComponentException "Component not supported for LoD:
+    /// N"
+    ///         above 19, KXWrongDataSizeofException "Cannot sample on non square patch"
+    void GetPatchCompressed(unsigned row, unsigned column, std::vector<unsigned char>& out,
+                            kxbase::ComponentType component, unsigned& level, bool flag) const;
+    void GetPatchCompressed(unsigned index, std::vector<unsigned char>& out, kxbase::ComponentType component,
+                            unsigned& level, bool flag) const;
+
     /// Puts patches (row, column) into the order in which their chunks lie in the file, so that reading goes
     /// front to back; absent patches come first. An empty list stands for all patches that the component's
     /// table lists.
@@ -157,6 +174,55 @@ public:
     static bool GetThumbnailRGB(const std::wstring& path, std::vector<unsigned char>& out, unsigned& width,
                                 unsigned& height);
     bool GetThumbnailRGB(std::vector<unsigned char>& out, unsigned& width, unsigned& height) const;
+
+    // Where the scan lies in space, told from the grid and the limits record without decoding. Boxes are
+    // filled on the first query and kept until `Close`. A box is stored as start and end corner along the
+    // grid, not as sorted minima and maxima: `min` carries the larger horizontal angle (the edge of the first
+    // column) and the smaller vertical one, `max` the opposite. Edges lie half a step outside the cells.
+    // All throw KXIncompleteFileException "No bounding information found" for a file without limits record.
+
+    /// \throws KXIndexOutOfBoundsException "Call to GetBoundingBox with invalid parameters"
+    void GetBoundingBox(unsigned patchRow, unsigned patchColumn, kxbase::tBasePolarPoint<float>& min,
+                        kxbase::tBasePolarPoint<float>& max) const;
+    /// Only the patch index of `index` counts.
+    void GetBoundingBox(kxbase::QSNIndex index, kxbase::tBasePolarPoint<float>& min,
+                        kxbase::tBasePolarPoint<float>& max) const;
+    /// The box of the whole scan; the initial one (largest float, lowest float) for an empty grid.
+    void GetScanBoundingBox(kxbase::tBasePolarPoint<float>& min, kxbase::tBasePolarPoint<float>& max) const;
+    /// The eight Cartesian corners of a patch's box, in the file's length unit: far face, then near face, in
+    /// each (end column, end row), (start column, end row), (end column, start row), (start column, start
+    /// row). The far face is drawn out to range / cos(half of the larger extent), so that it encloses the
+    /// spherical cap; meant for patches well below a half turn.
+    /// \throws KXIndexOutOfBoundsException "Patch out of range"
+    std::vector<kxbase::tBaseXYZPoint<float>> GetPatchVertices(kxbase::QSNIndex index) const;
+    std::vector<kxbase::tBaseXYZPoint<float>> GetPatchVertices(unsigned patchRow, unsigned patchColumn) const;
+    /// Those of every patch, one after the other.
+    std::vector<kxbase::tBaseXYZPoint<float>> GetPatchVertices() const;
+    /// An axis-aligned box around all patches with data. It also holds the far corner of the first patch,
+    /// hence the scanner's origin when that patch has no data.
+    kxbase::tBoundingBox<float> GetScanEstimatedBoundingBox() const;
+
+    /// The Cartesian points of a whole patch, patchWidth x patchHeight or as many as its chunk holds, in the
+    /// scanner's frame and the file's length unit. `validOnly` leaves out what has no range above 0; the rest
+    /// keeps its order.
+    /// \throws KXException with the text of what went wrong with the first of the components 1, 2, 3
+    void Get3DPatch(unsigned patchRow, unsigned patchColumn, std::vector<kxbase::tBaseXYZPoint<float>>& out,
+                    bool validOnly) const;
+    /// The same with intensity: component 4, else the upper byte of component 5, else 0.
+    void Get3DPatch(unsigned patchRow, unsigned patchColumn, std::vector<kxbase::tXYZLuminance8Point>& out,
+                    bool validOnly) const;
+    /// The points of the previews of components 1, 2, 3, as `Get3DPatch` does it for a patch.
+    void Get3DPreview(std::vector<kxbase::tBaseXYZPoint<float>>& out, bool validOnly) const;
+    void Get3DPreview(std::vector<kxbase::tXYZLuminance8Point>& out, bool validOnly) const;
+
+    /// The grid places of a patch's points: (patch, patchWidth x row + column), row by row, cells of the grid
+    /// only. `validOnly` keeps those with a range above 0. `count` is their number.
+    /// \throws KXUnreadablePatchException as reading component 1
+    void GetProjectedPatchCoordinates(unsigned patchIndex, std::vector<kxbase::QSNIndex>& out,
+                                      unsigned& count, bool validOnly) const;
+    /// Those of every patch, one after the other; with `validOnly`, patches that the file does not hold are
+    /// passed over.
+    void GetProjectedCoordinates(std::vector<kxbase::QSNIndex>& out, bool validOnly) const;
 
 protected:
     // The steps of the opening, each callable by itself on an attached stream.
@@ -205,6 +271,15 @@ protected:
     uint64_t GetPatch(unsigned row, unsigned column, void* out, uint64_t outBytes,
                       kxbase::ComponentType component) const;
     uint64_t GetPatch(unsigned index, void* out, uint64_t outBytes, kxbase::ComponentType component) const;
+    /// Decodes a reduced-detail patch (see `GetPatchCompressed`) into `out`, patchWidth x patchHeight
+    /// elements of `elementBytes` bytes, which is cleared first. Source patches with other elements stay
+    /// zero.
+    void GetPatch(unsigned row, unsigned column, void* out, uint64_t elementBytes,
+                  kxbase::ComponentType component, unsigned& level, bool flag) const;
+    /// Decodes a whole patch of 4-byte or 8-byte numbers into floats.
+    /// \throws KXUnreadablePatchException as `GetPatch`, and "Patch cannot be decoded" for other elements
+    void GetPatchAsFloats(unsigned row, unsigned column, kxbase::ComponentType component,
+                          std::vector<float>& out) const;
     /// Bytes that the stored chunk claims to unpack to. \throws as `GetPatchCompressed`
     uint64_t GetUncompressedPatchByteCount(unsigned row, unsigned column,
                                            kxbase::ComponentType component) const;
@@ -216,6 +291,11 @@ protected:
     /// \throws KXUnreadablePatchException  "Patch cannot be decoded" when one patch would exceed 1 GiB
     void GetFullLayer(void* out, uint64_t elementBytes, kxbase::ComponentType component,
                       std::function<void(kxbase::QSNIndex, void*)> fill) const;
+
+    /// Fills the boxes once, under the bounding-box lock.
+    void InitBoundingBoxes() const;
+    /// Reads the limits record and computes all boxes.
+    void FillupBoundingBox() const;
 
 private:
     friend class QSNInfo;
@@ -231,12 +311,15 @@ private:
     void ReadBytes(uint64_t position, uint64_t count, std::vector<unsigned char>& out) const;
     void ReadChunk(uint64_t index, std::vector<unsigned char>& out, kxbase::ComponentType component) const;
     bool ReadFirstStoredChunk(kxbase::ComponentType component, std::vector<unsigned char>& out) const;
+    void RequireSamplable(uint64_t index, kxbase::ComponentType component, uint64_t elementBytes) const;
+    uint64_t FirstReadableElementBytes(uint64_t tableSize, kxbase::ComponentType component) const;
+    std::vector<uint8_t> GetPatchLuminance(unsigned row, unsigned column) const;
     DecodedPatch DecodePatch(uint64_t index, kxbase::ComponentType component, PatchBuffers& buffers) const;
 
-    std::vector<kxbase::tBasePolarPoint<float>> m_patchBoxMinima;
-    std::vector<kxbase::tBasePolarPoint<float>> m_patchBoxMaxima;
-    kxbase::tBasePolarPoint<float> m_scanBoxMinimum;
-    kxbase::tBasePolarPoint<float> m_scanBoxMaximum;
+    mutable std::vector<kxbase::tBasePolarPoint<float>> m_patchBoxMinima;
+    mutable std::vector<kxbase::tBasePolarPoint<float>> m_patchBoxMaxima;
+    mutable kxbase::tBasePolarPoint<float> m_scanBoxMinimum;
+    mutable kxbase::tBasePolarPoint<float> m_scanBoxMaximum;
     MainFileHeader m_mainHeader;
     LookupTable m_patchTable;
     LookupTable m_previewTable;

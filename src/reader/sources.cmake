@@ -1,11 +1,14 @@
 # SPDX-License-Identifier: MIT
 list(APPEND kxio_sources
+  reader/BoundingBoxes.cpp
   reader/Locks.cpp
+  reader/Patch3D.cpp
   reader/PatchDecoder.cpp
   reader/PatchTasks.cpp
   reader/Prefetch.cpp
   reader/QSNScanReader.cpp
   reader/ReaderCodecs.cpp
+  reader/ReaderDetail.cpp
   reader/ReaderFailSafe.cpp
   reader/ReaderLayer.cpp
   reader/ReaderOpening.cpp

@@ -1,2 +1,4 @@
 # SPDX-License-Identifier: MIT
-list(APPEND kxio_sources)
+list(APPEND kxio_sources
+  services/FileSets.cpp
+  services/QSNInfo.cpp)
