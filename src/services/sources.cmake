@@ -1,7 +1,4 @@
 # SPDX-License-Identifier: MIT
 list(APPEND kxio_sources
   services/FileSets.cpp
-  services/QSNFileRecovery.cpp
-  services/QSNInfo.cpp
-  services/SpeckleByte.cpp
-  services/TagSearch.cpp)
+  services/QSNInfo.cpp)

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cmath>
-#include <concepts>
 #include <cstdint>
 
 namespace kxbase {
@@ -24,9 +23,7 @@ struct tBasePolarPoint {
     tBasePolarPoint(T rangeIn, T horizontalIn, T verticalIn)
         : range(rangeIn), horizontal(horizontalIn), vertical(verticalIn) {}
     explicit tBasePolarPoint(const tBaseXYZPoint<T>& p) { *this = p; }
-    /// A template only so that `point = {a, b, c}` means a point of the same kind.
-    template <std::same_as<tBaseXYZPoint<T>> P>
-    tBasePolarPoint& operator=(const P& p);
+    tBasePolarPoint& operator=(const tBaseXYZPoint<T>& p);
 
     static tBasePolarPoint Invalid() { return {T(-1), T(-1), T(-1)}; }
     bool operator==(const tBasePolarPoint&) const = default;
@@ -42,9 +39,7 @@ struct tBaseXYZPoint {
     tBaseXYZPoint() = default;
     tBaseXYZPoint(T xIn, T yIn, T zIn) : x(xIn), y(yIn), z(zIn) {}
     explicit tBaseXYZPoint(const tBasePolarPoint<T>& p) { *this = p; }
-    /// A template only so that `point = {a, b, c}` means a point of the same kind.
-    template <std::same_as<tBasePolarPoint<T>> P>
-    tBaseXYZPoint& operator=(const P& p) {
+    tBaseXYZPoint& operator=(const tBasePolarPoint<T>& p) {
         const double r = static_cast<double>(p.range);
         const double h = static_cast<double>(p.horizontal);
         const double v = static_cast<double>(p.vertical);
@@ -59,8 +54,7 @@ struct tBaseXYZPoint {
 };
 
 template <class T>
-template <std::same_as<tBaseXYZPoint<T>> P>
-tBasePolarPoint<T>& tBasePolarPoint<T>::operator=(const P& p) {
+tBasePolarPoint<T>& tBasePolarPoint<T>::operator=(const tBaseXYZPoint<T>& p) {
     const double x = static_cast<double>(p.x);
     const double y = static_cast<double>(p.y);
     const double z = static_cast<double>(p.z);

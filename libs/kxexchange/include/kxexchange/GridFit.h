@@ -23,8 +23,10 @@ struct FittedGrid {
 /// Fits a grid to the cells of a scan, fed column after column.
 ///
 /// Every column contributes a direction (the mean of its returns, weighted with the sine of the vertical
-/// angle) and every row a vertical angle; straight lines are then laid through both by weighted least
-/// squares. Always ends in a finite grid with positive steps, whatever the cells are. Memory: O(columns +
+/// angle), every row a vertical angle; straight lines are laid through both by weighted least squares, with
+/// outliers weighed down. To tell whether the sweep passes over the zenith or the nadir, every column's
+/// returns are also seen in the plane that fits them best, where the sweep is one angle that grows along
+/// the rows. Always ends in a finite grid with positive steps, whatever the cells are. Memory: O(columns +
 /// rows).
 class KXEXCHANGE_EXPORT GridFit {
 public:
@@ -33,18 +35,24 @@ public:
     FittedGrid Finish() const;
 
 private:
+    struct Direction {
+        double x, y, z;  // unit vector
+        size_t row;
+    };
     struct ColumnSums {
-        double directionX = 0, directionY = 0;  // sum of the horizontal unit directions x sin v
-        double planeX = 0, planeY = 0;          // plane of the column, signed by the sense of its rows
-        double weight = 0;                      // sum of squared sines
+        double directionX = 0, directionY = 0;  // of the horizontal unit directions times sin v
+        double planeX = 0, planeY = 0;          // direction of the column's plane, with the rows' sense
     };
     struct RowSums {
-        double sine = 0, cosine = 0;              // of the vertical angle
-        double signedSine = 0, signedCosine = 0;  // of the angle in the column's plane
-        uint64_t count = 0, signedCount = 0;
+        double sine = 0, cosine = 0;            // of the vertical angle
+        double planeSine = 0, planeCosine = 0;  // of the angle in the columns' planes, from the zenith
+        double count = 0, planeCount = 0;
     };
+    void AddPlane(ColumnSums& sums);
+
     std::vector<ColumnSums> m_columns;
     std::vector<RowSums> m_rows;
+    std::vector<Direction> m_directions;  // of the column being added
 };
 
 }  // namespace kxexchange

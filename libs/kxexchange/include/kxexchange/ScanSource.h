@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "kxbase/IInFileStream.h"
 #include "kxbase/RegistrationInformation.h"
 #include "kxexchange/Export.h"
 
@@ -64,7 +65,8 @@ public:
     virtual std::string FormatName() const = 0;
     /// Path or name of the file, UTF-8, for messages.
     virtual std::string Name() const = 0;
-    /// Number of scans in the file. A text format has to be walked to the end for this, once.
+    /// Number of scans in the file. A text format has to be walked to the end for this, once. Closes the
+    /// open scan.
     /// \throws SourceFormatException
     virtual uint64_t ScanCount() = 0;
     /// Goes to the first cell of scan `index` (from 0) and says what the file knows about it.
@@ -86,6 +88,10 @@ public:
 /// \throws kxbase::KXFileNotOpenException  "Cannot open file"
 /// \throws kxbase::KXBadInputException     no reader for this kind of file
 KXEXCHANGE_EXPORT std::unique_ptr<ScanSource> OpenScanSource(const std::filesystem::path& path);
+
+/// The same over a stream: memory, or a caller's own. `name` tells the format and appears in messages.
+KXEXCHANGE_EXPORT std::unique_ptr<ScanSource> OpenScanSource(std::unique_ptr<kxbase::IInFileStream> stream,
+                                                             const std::string& name);
 
 /// True when OpenScanSource knows the kind of file by its name.
 KXEXCHANGE_EXPORT bool IsImportable(const std::filesystem::path& path);

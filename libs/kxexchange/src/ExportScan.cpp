@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+#include "kxexchange/ExportScan.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "GridCells.h"
+#include "Paths.h"
+#include "ScanSinks.h"
+#include "kxbase/UTF8.h"
+#include "kxbase/kxOutFile.h"
+#include "kxio/QSNScanReader.h"
+
+namespace kxexchange {
+
+namespace {
+
+constexpr int kLeastDecimals = 6;
+constexpr int kMostDecimals = 12;
+// 1/65535 apart, to a billionth: what a reader of the text takes for the 16-bit value.
+constexpr int kUnitIntensityDecimals = 9;
+// Beyond it, single precision no longer keeps a tenth of a millimetre.
+constexpr double kSinglePrecisionMetres = 1000;
+constexpr int kMaxThreads = 1024;
+// What stands for "no intensity" where a format demands one.
+constexpr double kNoIntensity = 0.5;
+
+void CheckOptions(const ExportOptions& options) {
+    kxbase::ErrorContext context;
+    if (options.decimals != -1 && (options.decimals < 1 || options.decimals > kMostDecimals)) {
+        context.field = "decimals";
+        context.detail = "found " + std::to_string(options.decimals) + ", expected -1 (default) or 1 to " +
+                         std::to_string(kMostDecimals);
+    } else if (options.threads < 0 || options.threads > kMaxThreads) {
+        context.field = "threads";
+        context.detail = "found " + std::to_string(options.threads) + ", expected 0 (all cores) to " +
+                         std::to_string(kMaxThreads);
+    } else {
+        return;
+    }
+    throw kxbase::KXBadInputException("Export option is not acceptable", context);
+}
+
+// Two digits more than the range step in metres has.
+int DefaultDecimals(double rangeScale) {
+    if (!(rangeScale > 0)) return kLeastDecimals;
+    const int digits = static_cast<int>(std::ceil(-std::log10(rangeScale * 1e-3) - 1e-9)) + 2;
+    return std::clamp(digits, kLeastDecimals, kMostDecimals);
+}
+
+LayoutMessage FindLayout(const kxio::QSNScanReader& reader, std::vector<std::string>& warnings) {
+    const kxbase::GridTopology& grid = reader.GetScanInformation().grid;
+    bool misfit = false;
+    for (const std::wstring& text : reader.GetMessageList()) {
+        if (auto message = LayoutMessage::Parse(kxbase::Encode_UTF8(text))) {
+            if (GridCells::Fits(message->layout, grid)) return std::move(*message);
+            misfit = true;
+        }
+    }
+    if (misfit)
+        warnings.push_back("The stored layout does not fit the grid; cells are in the grid's own order");
+    return GridCells::PlainLayout(grid);
+}
+
+void Transform(const kxbase::RegistrationInformation& registration, std::vector<Cell>& cells) {
+    const double* const m = registration.Values();
+    for (Cell& cell : cells) {
+        if (!cell.valid) continue;
+        const double x = cell.x, y = cell.y, z = cell.z;
+        cell.x = x * m[0] + y * m[3] + z * m[6] + m[9];
+        cell.y = x * m[1] + y * m[4] + z * m[7] + m[10];
+        cell.z = x * m[2] + y * m[5] + z * m[8] + m[11];
+    }
+}
+
+// Greatest coordinate that may appear; unknown limits count as small.
+double GreatestCoordinate(const kxio::QSNScanReader& reader,
+                          const kxbase::RegistrationInformation& registration, bool apply) {
+    double greatest = 0;
+    const auto limits = kxio::ScanAccess(reader).ReadLimits();
+    if (limits) {
+        for (const kxio::MinMaxPair& pair : limits->patches) {
+            greatest = std::max(greatest, static_cast<double>(pair.maximum) * 1e-3);
+        }
+    }
+    if (apply) {
+        const kxmath::Vector3 translation = registration.GetTranslation();
+        greatest += std::max({std::abs(translation.x), std::abs(translation.y), std::abs(translation.z)});
+    }
+    return greatest;
+}
+
+}  // namespace
+
+std::optional<ExportFormat> ExportFormatOf(const std::filesystem::path& path) {
+    const std::string ending = LowerCase(PathText(path.extension()));
+    if (ending == ".ptx") return ExportFormat::Ptx;
+    if (ending == ".ply") return ExportFormat::Ply;
+    if (ending == ".xyz") return ExportFormat::Xyz;
+    return std::nullopt;
+}
+
+ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem::path& outPath,
+                        ExportFormat format, const ExportOptions& options, ProgressSink* progress) {
+    CheckOptions(options);
+    const kxio::ScanProperties& properties = reader.GetScanInformation();
+    for (const auto component : {kxbase::Range, kxbase::VerticalAngle, kxbase::HorizontalAngle}) {
+        if (reader.IsComponentAvailable(component)) continue;
+        kxbase::ErrorContext context;
+        context.detail = "the scan has no " + kxbase::ComponentToString(component);
+        throw kxbase::KXComponentNotInFileException("Scan cannot be exported", context);
+    }
+
+    ExportReport report;
+    const bool text = format != ExportFormat::Ply;
+    report.registrationApplied =
+        options.registration == RegistrationUse::Apply ||
+        (options.registration == RegistrationUse::Default && format != ExportFormat::Ptx);
+    LayoutMessage message = FindLayout(reader, report.warnings);
+
+    ScanDescription description;
+    description.columns = message.layout.columns;
+    description.rows = message.layout.rows;
+    description.points = description.columns * description.rows;
+    if (!report.registrationApplied) {
+        description.pose = properties.registration;
+        description.keepsakes = message.keepsakes;
+    }
+    SinkStyle style;
+    if (options.decimals > 0) {
+        style.coordinateDecimals = options.decimals;
+    } else {
+        style.coordinateDecimals = DefaultDecimals(properties.componentValue[0]);
+    }
+    if (message.intensity.kind == IntensityMapping::Kind::Unit ||
+        message.intensity.kind == IntensityMapping::Kind::None) {
+        style.intensityDecimals = kUnitIntensityDecimals;
+    }
+    if (!text) {
+        style.doubleCoordinates = options.plyCoordinates == PlyCoordinates::Double ||
+                                  (options.plyCoordinates == PlyCoordinates::Default &&
+                                   GreatestCoordinate(reader, properties.registration,
+                                                      report.registrationApplied) > kSinglePrecisionMetres);
+    }
+
+    GridCells grid(reader, std::move(message), static_cast<unsigned>(options.threads));
+    report.intensity = description.intensity.present = options.intensity && grid.HasIntensity();
+    report.color = description.color.present = options.color && grid.HasColor();
+    report.columns = description.columns;
+    report.rows = description.rows;
+
+    PendingFile file(outPath);
+    {
+        kxbase::kxOutFile stream(WidePath(file.Path()));
+        if (!stream.IsOpen()) {
+            kxbase::ErrorContext context;
+            context.file = PathText(file.Path());
+            throw kxbase::KXFileNotOpenException("Cannot open file", context);
+        }
+        const std::unique_ptr<ScanSink> sink = MakeScanSink(format, stream, style);
+        sink->Begin(description);
+        std::vector<Cell> cells;
+        while (const uint64_t columns = grid.Read(cells)) {
+            if (report.registrationApplied) Transform(properties.registration, cells);
+            if (!report.intensity) {
+                for (Cell& cell : cells)
+                    cell.intensity = kNoIntensity;
+            }
+            sink->WriteColumns(cells, columns);
+            report.cells += cells.size();
+            if (progress && !progress->Update(report.cells, description.points, sink->BytesWritten())) {
+                throw CancelledException("Export was cancelled");
+            }
+        }
+        sink->Finish();
+        stream.Close();
+        report.points = sink->PointsWritten();
+        report.bytesWritten = sink->BytesWritten();
+    }
+    file.Commit();
+    return report;
+}
+
+ExportReport ExportScan(const std::filesystem::path& scanPath, const std::filesystem::path& outPath,
+                        ExportFormat format, const ExportOptions& options, ProgressSink* progress) {
+    const kxio::QSNScanReader reader(WidePath(scanPath));
+    return ExportScan(reader, outPath, format, options, progress);
+}
+
+}  // namespace kxexchange

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#include "GridCells.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace kxexchange {
+
+namespace {
+
+constexpr double kMetresPerMillimetre = 1e-3;
+
+// A message without an intensity mapping over a file that has intensities: they are a share of the whole.
+constexpr IntensityMapping kUnit{IntensityMapping::Kind::Unit, 0, 1.0 / 65535};
+
+}  // namespace
+
+bool GridCells::Fits(const GridLayout& layout, const kxbase::GridTopology& grid) {
+    return layout.IsConsistent() && layout.GridColumns() == grid.columns && layout.gridRows == grid.rows;
+}
+
+LayoutMessage GridCells::PlainLayout(const kxbase::GridTopology& grid) {
+    LayoutMessage message;
+    message.layout.columns = grid.columns;
+    message.layout.rows = message.layout.gridRows = grid.rows;
+    if (grid.rows != 0) message.layout.segments.push_back({0, grid.rows, false, grid.rows - 1, true});
+    message.intensity = kUnit;
+    return message;
+}
+
+GridCells::GridCells(const kxio::QSNScanReader& reader, LayoutMessage message, unsigned threads)
+    : m_access(reader),
+      m_grid(m_access.Grid()),
+      m_message(std::move(message)),
+      m_intensity16(m_access.Has(kxbase::Luminance16)),
+      m_intensity8(!m_intensity16 && m_access.Has(kxbase::Luminance8)),
+      m_color(m_access.Has(kxbase::Color)),
+      m_emptyIntensity(m_message.emptyIntensity.value_or(0)) {
+    m_options.threads = threads;
+    if (m_message.intensity.kind == IntensityMapping::Kind::None) m_message.intensity = kUnit;
+}
+
+void GridCells::ReadBlock(uint64_t first, uint64_t columns, Block& block) const {
+    const auto count = static_cast<size_t>(columns * m_grid.rows);
+    const auto read = [&](kxbase::ComponentType component, auto& values) {
+        using Value = typename std::remove_reference_t<decltype(values)>::value_type;
+        values.resize(count);
+        m_access.ReadColumns<Value>(component, static_cast<uint32_t>(first), static_cast<uint32_t>(columns),
+                                    values, m_options);
+    };
+    read(kxbase::Range, block.range);
+    read(kxbase::VerticalAngle, block.vertical);
+    read(kxbase::HorizontalAngle, block.horizontal);
+    if (m_intensity16) read(kxbase::Luminance16, block.luminance16);
+    if (m_intensity8) read(kxbase::Luminance8, block.luminance8);
+    if (m_color) read(kxbase::Color, block.color);
+}
+
+// The cells of one source column that lie in a block, from its column `inBlock` of `columns`.
+void GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const {
+    for (const RowSegment& segment : m_message.layout.segments) {
+        if (segment.far != far) continue;
+        Cell* cell = cells + segment.firstRow;
+        size_t at = static_cast<size_t>(segment.gridRow) * columns + inBlock;
+        const size_t step = segment.descending ? ~columns + 1 : columns;
+        for (uint64_t i = 0; i < segment.count; ++i, ++cell, at += step) {
+            *cell = {};
+            const double range = static_cast<double>(block.range[at]) * kMetresPerMillimetre;
+            if (!(range > 0)) {
+                cell->intensity = m_emptyIntensity;
+                continue;
+            }
+            const auto vertical = static_cast<double>(block.vertical[at]);
+            const auto horizontal = static_cast<double>(block.horizontal[at]);
+            const double flat = range * std::sin(vertical);
+            cell->x = flat * std::cos(horizontal);
+            cell->y = flat * std::sin(horizontal);
+            cell->z = range * std::cos(vertical);
+            cell->valid = true;
+            if (m_intensity16) {
+                cell->intensity = m_message.intensity.Restore(block.luminance16[at]);
+            } else if (m_intensity8) {
+                cell->intensity =
+                    m_message.intensity.Restore(static_cast<uint16_t>(block.luminance8[at] * 257));
+            }
+            if (m_color) {
+                const kxio::Rgb8 color = block.color[at];
+                cell->red = color.red;
+                cell->green = color.green;
+                cell->blue = color.blue;
+            }
+        }
+    }
+}
+
+uint64_t GridCells::Read(std::vector<Cell>& cells) {
+    const GridLayout& layout = m_message.layout;
+    if (m_nextColumn >= layout.columns) {
+        cells.clear();
+        return 0;
+    }
+    // Up to the end of the column of patches that the next source column lies in.
+    const uint64_t near = layout.NearColumn(m_nextColumn);
+    const uint64_t patchFirst = near / m_grid.patchWidth * m_grid.patchWidth;
+    const uint64_t first = layout.columnsReversed ? patchFirst : near;
+    const uint64_t end = layout.columnsReversed
+                             ? near + 1
+                             : std::min<uint64_t>(patchFirst + m_grid.patchWidth, layout.columns);
+    const uint64_t columns = end - first;
+    ReadBlock(first, columns, m_near);
+    if (layout.Folded()) ReadBlock(layout.farColumn + first, columns, m_far);
+    cells.resize(static_cast<size_t>(columns * layout.rows));
+    const auto count = static_cast<int64_t>(columns);
+    const int threads = m_options.threads == 0 ? omp_get_max_threads() : static_cast<int>(m_options.threads);
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (int64_t i = 0; i < count; ++i) {
+        const auto inBlock = static_cast<size_t>(layout.columnsReversed ? count - 1 - i : i);
+        Cell* const column = cells.data() + static_cast<size_t>(i) * static_cast<size_t>(layout.rows);
+        ToCells(m_near, false, inBlock, static_cast<size_t>(columns), column);
+        if (layout.Folded()) ToCells(m_far, true, inBlock, static_cast<size_t>(columns), column);
+    }
+    m_nextColumn += columns;
+    return columns;
+}
+
+}  // namespace kxexchange

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "kxexchange/GridLayout.h"
+#include "kxexchange/ScanSource.h"
+#include "kxio/ScanAccess.h"
+
+namespace kxexchange {
+
+/// Reads the cells of an open .qsn scan back in the order of the grid they came from.
+class GridCells {
+public:
+    /// `message` must fit the scan's grid (Fits). `threads`: 0 all cores.
+    GridCells(const kxio::QSNScanReader& reader, LayoutMessage message, unsigned threads);
+
+    static bool Fits(const GridLayout& layout, const kxbase::GridTopology& grid);
+    /// For a scan that says nothing about its origin: columns as they are, rows from the lowest up.
+    static LayoutMessage PlainLayout(const kxbase::GridTopology& grid);
+
+    bool HasIntensity() const { return m_intensity16 || m_intensity8; }
+    bool HasColor() const { return m_color; }
+    const GridLayout& Layout() const { return m_message.layout; }
+
+    /// Reads the next source columns, as many as lie in one column of patches, column after column.
+    /// \return columns read; 0 at the end
+    uint64_t Read(std::vector<Cell>& cells);
+
+private:
+    /// Values of `columns` grid columns from `first` on, all rows, row by row.
+    struct Block {
+        std::vector<float> range, vertical, horizontal;
+        std::vector<uint16_t> luminance16;
+        std::vector<uint8_t> luminance8;
+        std::vector<kxio::Rgb8> color;
+    };
+    void ReadBlock(uint64_t first, uint64_t columns, Block& block) const;
+    void ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const;
+
+    kxio::ScanAccess m_access;
+    kxbase::GridTopology m_grid;
+    LayoutMessage m_message;
+    kxio::ReadOptions m_options;
+    bool m_intensity16;
+    bool m_intensity8;
+    bool m_color;
+    double m_emptyIntensity;
+    uint64_t m_nextColumn = 0;  // of the source
+    Block m_near, m_far;
+};
+
+}  // namespace kxexchange

@@ -1,0 +1,343 @@
+// SPDX-License-Identifier: MIT
+#include "kxexchange/ImportScan.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <functional>
+#include <thread>
+
+#include "Handover.h"
+#include "ImportPlan.h"
+#include "PatchAssembler.h"
+#include "Paths.h"
+#include "ScanSurvey.h"
+#include "TextFormat.h"
+#include "kxbase/UTF8.h"
+#include "kxio/QSNScanWriter.h"
+
+namespace kxexchange {
+
+namespace {
+
+using kxbase::ComponentType;
+
+// Columns read at once; the source bounds the cells.
+constexpr uint64_t kColumnsPerRead = 64;
+// Complete columns of patches that may wait for the writer.
+constexpr size_t kWaitingColumns = 1;
+constexpr std::chrono::milliseconds kProgressInterval{100};
+// A bound above this makes a warning: the points lie too far out for the scan to be one of an instrument.
+constexpr double kNotableBound = 0.01;
+
+// The intake works on the components of a patch in parallel; how wide is a property of the calling thread.
+class IntakeThreads {
+public:
+    explicit IntakeThreads(int threads) : m_before(omp_get_max_threads()) {
+        if (threads > 0) omp_set_num_threads(threads);
+    }
+    ~IntakeThreads() { omp_set_num_threads(m_before); }
+    IntakeThreads(const IntakeThreads&) = delete;
+    IntakeThreads& operator=(const IntakeThreads&) = delete;
+
+private:
+    int m_before;
+};
+
+// Cells handled, shared between the thread that parses and the one that reports.
+struct Counters {
+    std::atomic<uint64_t> cells{0};
+    std::atomic<uint64_t> bytes{0};
+};
+
+class Import {
+public:
+    Import(ScanSource& source, uint64_t scanIndex, const ImportOptions& options, ProgressSink* progress)
+        : m_source(source), m_scanIndex(scanIndex), m_options(options), m_progress(progress) {}
+
+    ImportReport Run(const std::filesystem::path& outPath) {
+        m_bytesBefore = m_source.BytesRead();
+        Survey();
+        Plan();
+        PendingFile file(outPath);
+        try {
+            Write(file.Path());
+        } catch (...) {
+            m_writer.reset();  // closes the file before it is removed
+            throw;
+        }
+        m_writer.reset();
+        Report();
+        m_report.bytesWritten = std::filesystem::file_size(file.Path());
+        file.Commit();
+        return std::move(m_report);
+    }
+
+private:
+    void Survey();
+    void Plan();
+    void Write(const std::filesystem::path& path);
+    void WriteProperties();
+    void ReadAll(PatchAssembler& assembler, const PatchAssembler::Done& done,
+                 const std::function<void()>& onBlock);
+    void AddPatches(PatchColumn& column);
+    void CheckColumns(uint64_t columns) const;
+    void Update();
+    void Report();
+
+    ScanSource& m_source;
+    const uint64_t m_scanIndex;
+    const ImportOptions& m_options;
+    ProgressSink* const m_progress;
+    Counters m_counters;
+    uint64_t m_bytesBefore = 0;
+    ScanDescription m_description;
+    std::unique_ptr<ScanSurvey> m_survey;
+    LayoutMessage m_message;
+    StorageRules m_rules;
+    std::unique_ptr<PatchAssembler> m_assembler;
+    std::unique_ptr<kxcodecs::QKXChunkCodec> m_rangeCodec, m_angleCodec, m_intensityCodec, m_colorCodec;
+    std::unique_ptr<kxio::QSNScanWriter> m_writer;
+    ImportReport m_report;
+};
+
+void Import::Update() {
+    if (!m_progress) return;
+    const uint64_t total = 2 * m_description.columns * m_description.rows;
+    if (!m_progress->Update(m_counters.cells, total, m_counters.bytes)) {
+        kxbase::ErrorContext context;
+        context.file = m_source.Name();
+        throw CancelledException("Import was cancelled", context);
+    }
+}
+
+void Import::CheckColumns(uint64_t columns) const {
+    if (columns == m_description.columns) return;
+    kxbase::ErrorContext context;
+    context.file = m_source.Name();
+    context.detail =
+        "found " + std::to_string(columns) + " columns, expected " + std::to_string(m_description.columns);
+    throw SourceFormatException("Scan ends early", context);
+}
+
+// First pass.
+void Import::Survey() {
+    m_description = m_source.OpenScan(m_scanIndex);
+    if (!m_description.HasGrid()) {
+        kxbase::ErrorContext context;
+        context.file = m_source.Name();
+        context.detail = "the scan has no columns and rows";
+        throw kxbase::KXBadInputException("Scan has no grid", context);
+    }
+    m_survey = std::make_unique<ScanSurvey>(m_description.rows);
+    std::vector<Cell> cells;
+    uint64_t columns = 0;
+    while (const uint64_t read = m_source.ReadColumns(kColumnsPerRead, cells)) {
+        columns += read;
+        m_survey->Add(cells);
+        m_counters.cells += cells.size();
+        m_counters.bytes = m_source.BytesRead() - m_bytesBefore;
+        Update();
+    }
+    CheckColumns(columns);
+}
+
+void Import::Plan() {
+    const FittedGrid fitted = m_survey->Grid();
+    m_report.grid = MakeTopology(fitted, m_options);
+    m_report.layout = fitted.layout;
+    m_report.cells = m_description.columns * m_description.rows;
+    m_report.returns = m_survey->Returns();
+    m_report.greatestRange = m_survey->GreatestRange();
+    m_report.precision.rangeScale = FittingRangeScale(m_options.rangeScale, m_report.greatestRange);
+    m_report.precision.verticalScale = m_options.verticalScale;
+    m_report.precision.horizontalScale = m_options.horizontalScale;
+    if (m_options.intensity && m_description.intensity.present) m_report.intensity = m_survey->Intensity();
+
+    m_rules.rangeScale = m_report.precision.rangeScale;
+    m_rules.intensity = m_report.intensity;
+    m_rules.color = m_options.color && m_description.color.present;
+
+    m_message.layout = fitted.layout;
+    m_message.intensity = m_report.intensity;
+    m_message.emptyIntensity = m_survey->EmptyIntensity();
+    m_message.source = m_source.FormatName();
+    m_message.keepsakes = m_description.keepsakes;
+
+    if (m_report.precision.rangeScale != m_options.rangeScale) {
+        m_report.warnings.push_back("Ranges up to " + ShortestText(std::ceil(m_report.greatestRange)) +
+                                    " m do not fit the range scale of " + ShortestText(m_options.rangeScale) +
+                                    " mm; stored at " + ShortestText(m_report.precision.rangeScale) + " mm");
+    }
+    if (m_survey->EmptyCellsDiffer()) {
+        m_report.warnings.push_back(
+            "Cells without a return carry intensities that differ, or colours; these are not kept");
+    }
+}
+
+// Second pass: cells to columns of patches.
+void Import::ReadAll(PatchAssembler& assembler, const PatchAssembler::Done& done,
+                     const std::function<void()>& onBlock) {
+    const ScanDescription again = m_source.OpenScan(m_scanIndex);
+    if (again.columns != m_description.columns || again.rows != m_description.rows) {
+        kxbase::ErrorContext context;
+        context.file = m_source.Name();
+        context.detail = "the file changed while it was read";
+        throw SourceFormatException("Scan cannot be read", context);
+    }
+    const auto rows = static_cast<size_t>(m_description.rows);
+    std::vector<Cell> cells;
+    uint64_t columns = 0;
+    while (const uint64_t read = m_source.ReadColumns(kColumnsPerRead, cells)) {
+        const std::span<const Cell> all(cells);
+        for (size_t i = 0; i < read; ++i)
+            assembler.AddColumn(all.subspan(i * rows, rows), done);
+        columns += read;
+        m_counters.cells += cells.size();
+        m_counters.bytes = m_source.BytesRead() - m_bytesBefore;
+        onBlock();
+    }
+    CheckColumns(columns);
+}
+
+void Import::AddPatches(PatchColumn& column) {
+    const kxbase::GridTopology& grid = m_report.grid;
+    const size_t area = size_t{grid.patchWidth} * grid.patchHeight;
+    using Flat = kxio::FlatPatchDescriptor;
+    const StoragePrecision& precision = m_report.precision;
+    Flat range(ComponentType::Range, sizeof(float), kxio::RowMajor, precision.rangeScale, m_rangeCodec.get());
+    Flat vertical(ComponentType::VerticalAngle, sizeof(float), kxio::RowMajor, precision.verticalScale,
+                  m_angleCodec.get());
+    Flat horizontal(ComponentType::HorizontalAngle, sizeof(float), kxio::RowMajor, precision.horizontalScale,
+                    m_angleCodec.get());
+    Flat luminance16(ComponentType::Luminance16, sizeof(uint16_t), kxio::RowMajor, 1.0,
+                     m_intensityCodec.get());
+    Flat luminance8(ComponentType::Luminance8, sizeof(uint8_t), kxio::RowMajor, 1.0, m_intensityCodec.get());
+    Flat color(ComponentType::Color, 3, kxio::RowMajor, 1.0, m_colorCodec.get());
+    std::vector<kxio::PatchDescriptor*> descriptors{&range, &vertical, &horizontal};
+    if (!column.luminance16.empty()) descriptors.insert(descriptors.end(), {&luminance16, &luminance8});
+    if (!column.color.empty()) descriptors.push_back(&color);
+
+    const auto point = [&](Flat& descriptor, auto& values, size_t perCell, size_t patch) {
+        if (values.empty()) return;
+        descriptor.data = reinterpret_cast<unsigned char*>(values.data() + patch * area * perCell);
+        descriptor.size = area;
+    };
+    const uint32_t patches = grid.PatchesPerColumn();
+    for (uint32_t row = 0; row < patches; ++row) {
+        point(range, column.range, 1, row);
+        point(vertical, column.vertical, 1, row);
+        point(horizontal, column.horizontal, 1, row);
+        point(luminance16, column.luminance16, 1, row);
+        point(luminance8, column.luminance8, 1, row);
+        point(color, column.color, 3, row);
+        m_writer->AddPatch(descriptors, row, column.column);
+        Update();
+    }
+}
+
+void Import::WriteProperties() {
+    m_writer->SetRegistration(m_description.pose);
+    m_writer->DisableHistogramComputation(!m_options.histograms);
+    const std::string name = PathText(std::filesystem::path(m_source.Name()).filename());
+    m_writer->AddMessage(
+        kxbase::Decode_UTF8("Imported from " + name + ", scan " + std::to_string(m_scanIndex + 1)));
+    m_writer->AddMessage(kxbase::Decode_UTF8(m_message.Format()));
+    for (const std::string& warning : m_report.warnings)
+        m_writer->AddWarning(kxbase::Decode_UTF8(warning));
+}
+
+void Import::Write(const std::filesystem::path& path) {
+    m_rangeCodec = MakeCodec(m_options.rangeCodec, m_options.compressionLevel);
+    m_angleCodec = MakeCodec(m_options.angleCodec, m_options.compressionLevel);
+    m_intensityCodec = MakeCodec(m_options.intensityCodec, m_options.compressionLevel);
+    m_colorCodec = MakeCodec(m_options.colorCodec, m_options.compressionLevel);
+    m_assembler = std::make_unique<PatchAssembler>(m_report.grid, m_report.layout, m_rules);
+    PatchAssembler& assembler = *m_assembler;
+    const IntakeThreads intakeThreads(m_options.threads);
+    m_writer = std::make_unique<kxio::QSNScanWriter>();
+    m_writer->CreateNew(WidePath(path), m_report.grid);
+
+    using ColumnPointer = std::unique_ptr<PatchColumn>;
+    if (m_options.threads == 1) {
+        ReadAll(
+            assembler,
+            [&](ColumnPointer column) {
+                AddPatches(*column);
+                assembler.Recycle(std::move(column));
+            },
+            [&] { Update(); });
+    } else {
+        // One thread parses the source while this one compresses and writes.
+        struct Stopped {};
+        Handover<ColumnPointer> handover(kWaitingColumns);
+        std::thread parser([&] {
+            try {
+                ReadAll(
+                    assembler,
+                    [&](ColumnPointer column) {
+                        if (!handover.Put(std::move(column))) throw Stopped();
+                    },
+                    [&] {
+                        if (handover.Abandoned()) throw Stopped();
+                    });
+                handover.End();
+            } catch (const Stopped&) {
+                handover.End();
+            } catch (...) {
+                handover.End(std::current_exception());
+            }
+        });
+        try {
+            using State = Handover<ColumnPointer>::State;
+            std::optional<ColumnPointer> column;
+            for (State state = State::Waiting; state != State::Ended;) {
+                state = handover.Take(column, kProgressInterval);
+                if (state == State::Ready) {
+                    AddPatches(**column);
+                    assembler.Recycle(std::move(*column));
+                }
+                Update();
+            }
+        } catch (...) {
+            handover.Abandon();
+            parser.join();
+            throw;
+        }
+        parser.join();
+    }
+
+    m_report.precision.greatestHorizontal = assembler.GreatestHorizontal();
+    if (assembler.ReturnsAtOrigin() != 0) {
+        m_report.warnings.push_back(std::to_string(assembler.ReturnsAtOrigin()) +
+                                    " returns nearer than half a range step are stored at one step");
+    }
+    const double bound = PositionBound(m_report.greatestRange, m_report.precision);
+    if (m_report.returns != 0 && bound > kNotableBound) {
+        m_report.warnings.push_back("Points up to " + ShortestText(std::ceil(m_report.greatestRange)) +
+                                    " m from the origin may move by up to " +
+                                    ShortestText(std::ceil(bound * 1000) / 1000) + " m");
+    }
+    WriteProperties();
+    m_report.statistics = m_writer->EndCreation();
+    Update();
+}
+
+void Import::Report() {
+    m_report.maxHorizontalResidual = m_assembler->MaxHorizontalResidual();
+    m_report.maxVerticalResidual = m_assembler->MaxVerticalResidual();
+    m_report.bytesRead = m_source.BytesRead() - m_bytesBefore;
+}
+
+}  // namespace
+
+ImportReport ImportScan(ScanSource& source, uint64_t scanIndex, const std::filesystem::path& outPath,
+                        const ImportOptions& options, ProgressSink* progress) {
+    CheckOptions(options);
+    return Import(source, scanIndex, options, progress).Run(outPath);
+}
+
+}  // namespace kxexchange

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#include "PlySink.h"
+
+#include <bit>
+
+#include "kxbase/Exceptions.h"
+
+namespace kxexchange {
+
+namespace {
+
+template <class Bits>
+char* AppendBits(char* out, Bits bits) {
+    for (size_t i = 0; i < sizeof bits; ++i)
+        *out++ = static_cast<char>(bits >> (8 * i) & 0xff);
+    return out;
+}
+
+char* AppendFloat(char* out, double value) {
+    return AppendBits(out, std::bit_cast<uint32_t>(static_cast<float>(value)));
+}
+char* AppendDouble(char* out, double value) {
+    return AppendBits(out, std::bit_cast<uint64_t>(value));
+}
+
+}  // namespace
+
+std::string PlySink::Header() const {
+    const std::string type = m_style.doubleCoordinates ? "double" : "float";
+    const std::string count = std::to_string(m_points);
+    // The comment takes up what the number leaves.
+    constexpr size_t kCountDigits = 20;
+    std::string header = "ply\nformat binary_little_endian 1.0\ncomment written by kxio" +
+                         std::string(kCountDigits - count.size(), '.') + "\nelement vertex " + count + "\n";
+    for (const char* axis : {"x", "y", "z"})
+        header += "property " + type + " " + axis + "\n";
+    if (m_intensity) header += "property float intensity\n";
+    if (m_color) {
+        for (const char* channel : {"red", "green", "blue"}) {
+            header += std::string("property uchar ") + channel + "\n";
+        }
+    }
+    return header + "end_header\n";
+}
+
+void PlySink::Begin(const ScanDescription& description) {
+    m_intensity = description.intensity.present;
+    m_color = description.color.present;
+    m_bytes.Append(Header());
+}
+
+void PlySink::WriteColumns(std::span<const Cell> cells, uint64_t /*columns*/) {
+    for (const Cell& cell : cells) {
+        if (!cell.valid) continue;
+        char* out = m_bytes.Reserve();
+        for (const double coordinate : {cell.x, cell.y, cell.z}) {
+            out = m_style.doubleCoordinates ? AppendDouble(out, coordinate) : AppendFloat(out, coordinate);
+        }
+        if (m_intensity) out = AppendFloat(out, cell.intensity);
+        if (m_color) {
+            for (const uint8_t channel : {cell.red, cell.green, cell.blue})
+                *out++ = static_cast<char>(channel);
+        }
+        m_bytes.Claim(out);
+        ++m_points;
+    }
+}
+
+void PlySink::Finish() {
+    m_bytes.Flush();
+    const std::string header = Header();
+    if (!m_bytes.Stream().Seek(0)) throw kxbase::KXWritingException("Cannot write file");
+    m_bytes.Stream().Write(header.data(), header.size());
+}
+
+}  // namespace kxexchange

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "ByteSink.h"
+#include "ScanSinks.h"
+
+namespace kxexchange {
+
+/// Writes PTX text: every cell, column after column; cells without a return as zeros with their intensity.
+/// The pose goes into the matrix, with as many digits as its doubles have; scanner position and axes come
+/// from the keepsakes "position" and "axes", else from the matrix.
+class PtxSink final : public ScanSink {
+public:
+    PtxSink(kxbase::IOutFileStream& stream, const SinkStyle& style) : m_bytes(stream), m_style(style) {}
+
+    void Begin(const ScanDescription& description) override;
+    void WriteColumns(std::span<const Cell> cells, uint64_t columns) override;
+    void Finish() override { m_bytes.Flush(); }
+    uint64_t BytesWritten() const override { return m_bytes.BytesWritten(); }
+    uint64_t PointsWritten() const override { return m_points; }
+
+private:
+    char* AppendCoordinates(char* out, const Cell& cell) const;
+
+    ByteSink m_bytes;
+    SinkStyle m_style;
+    bool m_color = false;
+    uint64_t m_points = 0;
+};
+
+}  // namespace kxexchange

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+#include "TextBuffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "kxexchange/Errors.h"
+
+namespace kxexchange {
+
+TextBuffer::TextBuffer(std::unique_ptr<ByteFeed> feed, std::string name)
+    : m_feed(std::move(feed)),
+      m_name(std::move(name)),
+      m_block(kBlockBytes + 1),  // room for the '\n' that the last line may lack
+      m_at(m_block.data()),
+      m_lineEnd(m_at),
+      m_dataEnd(m_at) {}
+
+bool TextBuffer::Fill() {
+    if (m_ended) return false;
+    // What remains is the beginning of a line.
+    const auto kept = static_cast<size_t>(m_dataEnd - m_at);
+    m_offset = Offset(m_at);
+    std::memmove(m_block.data(), m_at, kept);
+    m_at = m_block.data();
+    size_t filled = kept;
+    const char* lastEnd = nullptr;
+    while (!lastEnd) {
+        if (filled > kMaxLineBytes) {
+            kxbase::ErrorContext context;
+            context.file = m_name;
+            context.record = "line " + std::to_string(m_line);
+            context.offset = m_offset;
+            context.detail = "found more than " + std::to_string(kMaxLineBytes) + " bytes without a line end";
+            throw SourceFormatException("Text cannot be read", context);
+        }
+        const size_t wanted = kBlockBytes - filled;
+        const size_t got = m_feed->Read(m_block.data() + filled, wanted);
+        const size_t before = filled;
+        filled += got;
+        for (size_t i = filled; i > before; --i) {
+            if (m_block[i - 1] == '\n') {
+                lastEnd = m_block.data() + i;
+                break;
+            }
+        }
+        if (got < wanted) {
+            m_ended = true;
+            if (filled != 0 && m_block[filled - 1] != '\n') {
+                m_block[filled++] = '\n';
+            }
+            lastEnd = m_block.data() + filled;
+        }
+    }
+    m_dataEnd = m_block.data() + filled;
+    m_lineEnd = lastEnd;
+    return m_at != m_lineEnd;
+}
+
+uint64_t TextBuffer::SkipLines(uint64_t count) {
+    uint64_t passed = 0;
+    while (passed < count && HasLine()) {
+        const void* end = std::memchr(m_at, '\n', static_cast<size_t>(m_lineEnd - m_at));
+        Advance(static_cast<const char*>(end) + 1);
+        ++passed;
+    }
+    return passed;
+}
+
+void TextBuffer::GoTo(uint64_t offset, uint64_t line) {
+    uint64_t reached = m_feed->GoTo(offset);
+    m_at = m_lineEnd = m_dataEnd = m_block.data();
+    m_ended = false;
+    // A feed that had to go back to the start is read up to the place.
+    while (reached < offset) {
+        const auto wanted = static_cast<size_t>(std::min<uint64_t>(offset - reached, kBlockBytes));
+        const size_t got = m_feed->Read(m_block.data(), wanted);
+        reached += got;
+        if (got < wanted) break;
+    }
+    m_offset = reached;
+    m_line = line;
+}
+
+}  // namespace kxexchange

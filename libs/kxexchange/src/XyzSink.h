@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "ByteSink.h"
+#include "ScanSinks.h"
+
+namespace kxexchange {
+
+/// Writes one line per point: x y z, then intensity and red green blue where the scan has them. No header.
+class XyzSink final : public ScanSink {
+public:
+    XyzSink(kxbase::IOutFileStream& stream, const SinkStyle& style) : m_bytes(stream), m_style(style) {}
+
+    void Begin(const ScanDescription& description) override;
+    void WriteColumns(std::span<const Cell> cells, uint64_t columns) override;
+    void Finish() override { m_bytes.Flush(); }
+    uint64_t BytesWritten() const override { return m_bytes.BytesWritten(); }
+    uint64_t PointsWritten() const override { return m_points; }
+
+private:
+    ByteSink m_bytes;
+    SinkStyle m_style;
+    bool m_intensity = false;
+    bool m_color = false;
+    uint64_t m_points = 0;
+};
+
+}  // namespace kxexchange
