@@ -25,6 +25,7 @@
 #include "kxio/PatchDescriptor.h"
 #include "kxio/PatchProcessor.h"
 #include "kxio/PreregistrationExtendedHeader.h"
+#include "kxio/QSNFileRecovery.h"
 #include "kxio/QSNInfo.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"

@@ -1,4 +1,7 @@
 # SPDX-License-Identifier: MIT
 list(APPEND kxio_sources
   services/FileSets.cpp
-  services/QSNInfo.cpp)
+  services/QSNFileRecovery.cpp
+  services/QSNInfo.cpp
+  services/SpeckleByte.cpp
+  services/TagSearch.cpp)

@@ -14,22 +14,7 @@ namespace kxbase {
 
 namespace {
 
-struct Frame {
-    uint64_t tag;
-    uint32_t version;
-    uint32_t payloadSize;
-};
-
-Frame DecodeFrame(std::span<const unsigned char> bytes) {
-    ByteReader in(bytes);
-    Frame frame{};
-    frame.tag = in.U64("tag");
-    frame.version = in.U32("version");
-    frame.payloadSize = in.U32("payload size");
-    return frame;
-}
-
-void EncodeFrame(const Frame& frame, std::span<unsigned char> bytes) {
+void EncodeFrame(const RecordFrame& frame, std::span<unsigned char> bytes) {
     ByteWriter out(bytes);
     out.U64(frame.tag);
     out.U32(frame.version);
@@ -56,6 +41,15 @@ const char* IOHeader::GetRecordName() const {
     return "record";
 }
 
+RecordFrame IOHeader::DecodeFrame(std::span<const unsigned char> bytes) {
+    ByteReader in(bytes);
+    RecordFrame frame;
+    frame.tag = in.U64("tag");
+    frame.version = in.U32("version");
+    frame.payloadSize = in.U32("payload size");
+    return frame;
+}
+
 uint64_t IOHeader::ReadFailed(IInFileStream* in, uint64_t start, const char* field, std::string detail) {
     m_valid = false;
     m_problem = ErrorContext{Encode_UTF8(in->GetName()), GetRecordName(), field, start, std::move(detail)};
@@ -77,7 +71,7 @@ uint64_t IOHeader::Read(IInFileStream* in) {
     if (got != FrameSize) {
         return ReadFailed(in, start, "frame", "16 bytes needed, " + std::to_string(got) + " left");
     }
-    const Frame frame = DecodeFrame(frameBytes);
+    const RecordFrame frame = DecodeFrame(frameBytes);
     if (frame.tag != GetMagic()) {
         return ReadFailed(in, start, "tag", "found " + Hex(frame.tag) + ", expected " + Hex(GetMagic()));
     }

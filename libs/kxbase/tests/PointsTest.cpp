@@ -52,6 +52,15 @@ TEST(Points, AssignmentConvertsToo) {
     EXPECT_FLOAT_EQ(polar.vertical, kHalfPi);
 }
 
+TEST(Points, ThreeNumbersInBracesAreAPointOfTheSameKind) {
+    tBaseXYZPoint<float> xyz;
+    xyz = {1, 2, 3};
+    EXPECT_EQ(xyz, tBaseXYZPoint<float>(1, 2, 3));
+    tBasePolarPoint<float> polar;
+    polar = {1, 2, 3};
+    EXPECT_EQ(polar, tBasePolarPoint<float>(1, 2, 3));
+}
+
 TEST(Points, SquaresOfLargeCoordinatesDoNotOverflowInSinglePrecision) {
     const tBasePolarPoint<float> p(tBaseXYZPoint<float>(3e30f, 4e30f, 0));
     EXPECT_FLOAT_EQ(p.range, 5e30f);

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "kxbase/ByteReader.h"
 #include "kxbase/Exceptions.h"
@@ -12,6 +13,13 @@ namespace kxbase {
 
 class IInFileStream;
 class IOutFileStream;
+
+/// The 16 bytes ahead of every payload.
+struct RecordFrame {
+    uint64_t tag = 0;
+    uint32_t version = 0;
+    uint32_t payloadSize = 0;  ///< bytes that follow the frame
+};
 
 /// Base of every on-disk record: a 16-byte frame, then the payload.
 ///
@@ -59,6 +67,11 @@ public:
     /// Stamps tag, current version and size, and writes frame and payload in one `Write` of the stream.
     /// \returns bytes written \throws KXWritingException
     uint64_t Write(IOutFileStream* out);
+
+    /// Decodes a frame, its shape only: whether such a record exists and a payload follows is not looked at.
+    /// For walkers that must judge a record before they read its payload.
+    /// \throws ByteRangeException  fewer than 16 bytes
+    static RecordFrame DecodeFrame(std::span<const unsigned char> bytes);
 
     /// Size of the whole record on disk: 16 + payload size. Before any read or write: as it would be
     /// written now.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cmath>
+#include <concepts>
 #include <cstdint>
 
 namespace kxbase {
@@ -23,7 +24,9 @@ struct tBasePolarPoint {
     tBasePolarPoint(T rangeIn, T horizontalIn, T verticalIn)
         : range(rangeIn), horizontal(horizontalIn), vertical(verticalIn) {}
     explicit tBasePolarPoint(const tBaseXYZPoint<T>& p) { *this = p; }
-    tBasePolarPoint& operator=(const tBaseXYZPoint<T>& p);
+    /// A template only so that `point = {a, b, c}` means a point of the same kind.
+    template <std::same_as<tBaseXYZPoint<T>> P>
+    tBasePolarPoint& operator=(const P& p);
 
     static tBasePolarPoint Invalid() { return {T(-1), T(-1), T(-1)}; }
     bool operator==(const tBasePolarPoint&) const = default;
@@ -39,7 +42,9 @@ struct tBaseXYZPoint {
     tBaseXYZPoint() = default;
     tBaseXYZPoint(T xIn, T yIn, T zIn) : x(xIn), y(yIn), z(zIn) {}
     explicit tBaseXYZPoint(const tBasePolarPoint<T>& p) { *this = p; }
-    tBaseXYZPoint& operator=(const tBasePolarPoint<T>& p) {
+    /// A template only so that `point = {a, b, c}` means a point of the same kind.
+    template <std::same_as<tBasePolarPoint<T>> P>
+    tBaseXYZPoint& operator=(const P& p) {
         const double r = static_cast<double>(p.range);
         const double h = static_cast<double>(p.horizontal);
         const double v = static_cast<double>(p.vertical);
@@ -54,7 +59,8 @@ struct tBaseXYZPoint {
 };
 
 template <class T>
-tBasePolarPoint<T>& tBasePolarPoint<T>::operator=(const tBaseXYZPoint<T>& p) {
+template <std::same_as<tBaseXYZPoint<T>> P>
+tBasePolarPoint<T>& tBasePolarPoint<T>::operator=(const P& p) {
     const double x = static_cast<double>(p.x);
     const double y = static_cast<double>(p.y);
     const double z = static_cast<double>(p.z);
