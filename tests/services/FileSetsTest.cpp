@@ -43,7 +43,8 @@ TEST_F(FileSets, DependenciesComeInPlainPathOrderWithoutTheFileItself) {
 
 TEST_F(FileSets, TheMainFileLeadsWhenAPartIsAskedFor) {
     Make({"scan.qsn", "scan.qsn1", "scan.qsn2", "scan.abc"});
-    EXPECT_EQ(QSNInfo::GetAllDependencyFileList(At(L"scan.qsn1")), All({L"scan.qsn", L"scan.abc", L"scan.qsn2"}));
+    EXPECT_EQ(QSNInfo::GetAllDependencyFileList(At(L"scan.qsn1")),
+              All({L"scan.qsn", L"scan.abc", L"scan.qsn2"}));
     EXPECT_EQ(QSNInfo::GetQSNtoMergeList(At(L"scan.qsn1")), All({L"scan.qsn", L"scan.qsn2"}));
 }
 
