@@ -13,6 +13,9 @@ function(kxio_settings target)
     # -ffp-contract=off: results must not depend on which compiler fuses a multiply with an add.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -ffp-contract=off)
   endif()
+  if(KXIO_BUILD_FUZZ)
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)  # counters that guide the fuzzer
+  endif()
   if(KXIO_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${KXIO_SANITIZE} -fno-omit-frame-pointer
                            -fno-sanitize-recover=all)
@@ -58,4 +61,25 @@ function(kxio_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)  # support/...
   target_compile_definitions(${name} PRIVATE KXIO_SOURCE_DIR="${PROJECT_SOURCE_DIR}" ${arg_DEFINE})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+endfunction()
+
+# kxio_fuzz_target(fuzz_NAME SOURCES... LINK...): the sources define LLVMFuzzerTestOneInput. Built twice: the
+# fuzzer fuzz_NAME (preset fuzz, clang only), and with every preset a case fuzz_NAME.replay of ctest, which runs
+# the same function over the files of fuzz/corpus/NAME.
+function(kxio_fuzz_target name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  string(REGEX REPLACE "^fuzz_" "" corpus ${name})
+  if(KXIO_BUILD_FUZZ)
+    add_executable(${name} ${arg_SOURCES})
+    kxio_settings(${name})
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    target_link_libraries(${name} PRIVATE ${arg_LINK})
+  endif()
+  if(KXIO_BUILD_TESTS)
+    add_executable(${name}_replay ${arg_SOURCES} ${PROJECT_SOURCE_DIR}/fuzz/ReplayMain.cpp)
+    kxio_settings(${name}_replay)
+    target_link_libraries(${name}_replay PRIVATE ${arg_LINK})
+    add_test(NAME ${name}.replay COMMAND ${name}_replay ${PROJECT_SOURCE_DIR}/fuzz/corpus/${corpus})
+    set_tests_properties(${name}.replay PROPERTIES TIMEOUT 600)
+  endif()
 endfunction()

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+// Writes the seeds of fuzz_codecs into a folder: small valid inputs of every mode, and a few damaged ones.
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "kxcodecs/kxcodecs.h"
+
+namespace {
+
+using namespace kxcodecs;
+using Bytes = std::vector<unsigned char>;
+
+Bytes operator+(Bytes left, const Bytes& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+Bytes Gradient(std::size_t count) {
+    Bytes bytes;
+    for (std::size_t i = 0; i < count; ++i)
+        bytes.push_back(static_cast<unsigned char>(40 + i % 100));
+    return bytes;
+}
+
+Bytes FloatBytes(std::initializer_list<float> values) {
+    Bytes bytes(values.size() * sizeof(float));
+    std::memcpy(bytes.data(), values.begin(), bytes.size());
+    return bytes;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: fuzz_codecs_seeds FOLDER\n");
+        return 2;
+    }
+    const std::filesystem::path folder = argv[1];
+    std::filesystem::create_directories(folder);
+    const auto write = [&](const std::string& name, const Bytes& bytes) {
+        std::ofstream file(folder / name, std::ios::binary);
+        for (const unsigned char byte : bytes)
+            file.put(static_cast<char>(byte));
+        file.close();
+        if (!file) throw std::runtime_error("cannot write " + name);
+    };
+
+    const Bytes image = Gradient(12 * 9 * 3);
+    const Bytes sides = {12, 0, 9, 0, 3};
+    unsigned char mode = 0;
+    for (const auto& [identifier, name] : ChunkCodecFactory::GetCodecs()) {
+        Bytes chunk;
+        ChunkCodecFactory::MakeCodec(identifier)->Encode(image.data(), 12, 9, image.size(), 1.0F, chunk);
+        const Bytes payload(chunk.begin() + QKXChunkCodec::HeaderSize, chunk.end());
+        write("payload-" + name, Bytes{mode} + sides + payload);
+        write("payload-" + name + "-cut", Bytes{mode} + sides + Bytes(payload.begin(), payload.end() - 3));
+        write("chunk-" + name, Bytes{3} + chunk);
+        Bytes bomb = chunk;
+        EncodeChunkHeader({identifier, 65536, 65535, 0xFFFF0000, 1.0F, 0xFFFF0000}, bomb);
+        bomb.resize(QKXChunkCodec::HeaderSize + 10);
+        write("chunk-" + name + "-bomb", Bytes{3} + bomb);
+        write("roundtrip-" + name, Bytes{5, mode, 11, 2, 6} + image);
+        ++mode;
+    }
+    const Bytes floats = FloatBytes({1.5F, -1.5F, 0.0005F, 1e30F, 0.0F, 12.25F});
+    Bytes chunk;
+    ZLibChunkCodec().Encode(floats.data(), 3, 2, floats.size(), 1000.0F, chunk);
+    write("chunk-ZLib-quantised", Bytes{3} + chunk);
+    Bytes jpeg;
+    if (!JPEG::Encode(image.data(), 12, 9, 80, jpeg)) return 1;
+    write("image", Bytes{4} + jpeg);
+    write("image-cut", Bytes{4} + Bytes(jpeg.begin(), jpeg.end() - 20));
+    write("quantise", Bytes{6} + FloatBytes({1000.0F}) + floats);
+    return 0;
+}
