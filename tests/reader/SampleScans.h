@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "kxio/QSNScanReader.h"
@@ -54,7 +55,8 @@ std::vector<T> PatchValues(const kxbase::GridTopology& grid, uint32_t patchRow, 
     std::vector<T> values;
     for (uint32_t row = 0; row < grid.patchHeight; ++row) {
         for (uint32_t column = 0; column < grid.patchWidth; ++column) {
-            values.push_back(value(patchRow * grid.patchHeight + row, patchColumn * grid.patchWidth + column));
+            values.push_back(
+                value(patchRow * grid.patchHeight + row, patchColumn * grid.patchWidth + column));
         }
     }
     return values;
@@ -85,15 +87,51 @@ inline ScanFileBuilder SmallScan() {
     return file;
 }
 
-/// What a call throws, as its exact type's text; "" when it throws nothing.
-template <class Exception, class Call>
-std::string ThrownText(Call call) {
+/// Type and text of what a call throws: "KXHeaderReadingException: Cannot open file"; "nothing" when it
+/// returns.
+template <class Call>
+std::string Failure(Call call) {
     try {
         call();
-    } catch (const Exception& e) {
-        return e.what();
+    } catch (const kxbase::KXException& e) {
+        const auto is = [&e](const std::type_info& type) { return typeid(e) == type; };
+        const char* name = "another KXException";
+        if (is(typeid(kxbase::KXHeaderReadingException))) name = "KXHeaderReadingException";
+        if (is(typeid(kxbase::KXFileNotOpenException))) name = "KXFileNotOpenException";
+        if (is(typeid(kxbase::KXUnkownCodecException))) name = "KXUnkownCodecException";
+        if (is(typeid(kxbase::KXUnkownComponentException))) name = "KXUnkownComponentException";
+        if (is(typeid(kxbase::KXUnreadablePatchException))) name = "KXUnreadablePatchException";
+        if (is(typeid(kxbase::KXIncompleteFileException))) name = "KXIncompleteFileException";
+        if (is(typeid(kxbase::KXWrongDataSizeofException))) name = "KXWrongDataSizeofException";
+        if (is(typeid(kxbase::KXComponentNotInFileException))) name = "KXComponentNotInFileException";
+        if (is(typeid(kxbase::KXBadInputException))) name = "KXBadInputException";
+        if (is(typeid(kxbase::KXIndexOutOfBoundsException))) name = "KXIndexOutOfBoundsException";
+        return std::string(name) + ": " + e.what();
+    }
+    return "nothing";
+}
+
+/// The context of what a call throws.
+template <class Call>
+kxbase::ErrorContext FailureContext(Call call) {
+    try {
+        call();
+    } catch (const kxbase::KXException& e) {
+        return e.Context();
     }
     return {};
+}
+
+/// A reader on bytes that live as long as it.
+struct MemoryScan {
+    explicit MemoryScan(const Bytes& bytes) : stream(bytes), reader(&stream) {}
+    kxbase::InMemoryStream stream;
+    OpenReader reader;
+};
+
+/// What opening these bytes throws.
+inline std::string OpenFailure(const Bytes& bytes) {
+    return Failure([&] { MemoryScan scan(bytes); });
 }
 
 }  // namespace kxtest

@@ -11,7 +11,6 @@
 
 #include "kxbase/ComponentType.h"
 #include "kxbase/InMemoryStream.h"
-#include "kxbase/kxOutFile.h"
 #include "kxcodecs/ChunkCodecFactory.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxio/ScanHeader.h"
@@ -250,13 +249,5 @@ private:
     ByteList m_components;
     ByteList m_tail;
 };
-
-/// Writes a file below the test program's own temporary folder. \returns its path
-inline std::wstring WriteTemporary(const std::wstring& path, const Bytes& bytes) {
-    kxbase::kxOutFile out(path);
-    out.Write(bytes.data(), bytes.size());
-    out.Close();
-    return path;
-}
 
 }  // namespace kxtest

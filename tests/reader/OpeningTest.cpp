@@ -1,0 +1,625 @@
+// SPDX-License-Identifier: MIT
+// Opening and closing a reader, what it then tells, and how each step fails.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "SampleScans.h"
+#include "kxbase/UTF8.h"
+#include "kxbase/kxInFile.h"
+#include "kxio/Tilt.h"
+#include "support/TemporaryFile.h"
+
+namespace {
+
+using kxio::QSNScanReader;
+using kxio::ScanProperties;
+using namespace kxtest;
+
+// Counts what happens to a stream.
+class WatchedStream final : public kxbase::IInFileStream {
+public:
+    WatchedStream(const Bytes& bytes, int& deleted, int& closed)
+        : m_in(bytes), m_deleted(deleted), m_closed(closed) {}
+    ~WatchedStream() override { ++m_deleted; }
+    bool IsOpen() const override { return m_in.IsOpen(); }
+    bool Seek(uint64_t position) override { return m_in.Seek(position); }
+    bool SeekForward(uint64_t bytes) override { return m_in.SeekForward(bytes); }
+    bool SeekBackward(uint64_t bytes) override { return m_in.SeekBackward(bytes); }
+    bool SeekEnd(uint64_t offset) override { return m_in.SeekEnd(offset); }
+    uint64_t Tell() const override { return m_in.Tell(); }
+    uint64_t Read(void* out, uint64_t bytes) override { return m_in.Read(out, bytes); }
+    uint64_t GetLastReadCount() const override { return m_in.GetLastReadCount(); }
+    uint64_t GetSize() const override { return m_in.GetSize(); }
+    bool HasDataLeft() const override { return m_in.HasDataLeft(); }
+    void Close() override { ++m_closed; }
+
+private:
+    kxbase::InMemoryStream m_in;
+    int& m_deleted;
+    int& m_closed;
+};
+
+TEST(Opening, FileByPathGivesItsContents) {
+    const TemporaryFile file(L"good.qsn", SmallScan().Build());
+    const std::wstring path = file.Path();
+    QSNScanReader reader(path, 0);
+    EXPECT_TRUE(reader.IsOpen(path));
+    EXPECT_EQ(reader.GetAvailableComponents(),
+              (std::vector{kxbase::Range, kxbase::Luminance8, kxbase::Color}));
+    EXPECT_EQ(reader.GetAvailablePreviews(), std::vector{kxbase::Range});
+    EXPECT_TRUE(reader.GetAvailableHistograms().empty());
+    EXPECT_TRUE(reader.IsComponentAvailable(kxbase::Color));
+    EXPECT_FALSE(reader.IsComponentAvailable(kxbase::Segment));
+    EXPECT_TRUE(reader.IsPreviewAvailable(kxbase::Range));
+    EXPECT_FALSE(reader.IsPreviewAvailable(kxbase::Color));
+    EXPECT_FALSE(reader.IsHistogramAvailable(kxbase::Luminance8));
+    EXPECT_EQ(reader.GetPatchNumber(), 9U);
+    EXPECT_EQ(reader.GetMessageList(), std::list<std::wstring>{L"hello"});
+    EXPECT_EQ(reader.Grid(), reader.GetScanInformation().grid);
+}
+
+TEST(Opening, PathMayHoldAnyCharacter) {
+    const TemporaryFile file(L"\u00e9 \u4e2d \U0001F4D0.qsn", SmallScan().Build());
+    const std::wstring path = file.Path();
+    QSNScanReader reader(path, 0);
+    EXPECT_TRUE(reader.IsOpen(path));
+    EXPECT_EQ(kxbase::kxInFile(path).GetSize(), SmallScan().Build().size());
+}
+
+TEST(Opening, MissingPathCannotBeOpened) {
+    const std::wstring path = TemporaryFile(L"missing.qsn").Path();
+    QSNScanReader reader;
+    const auto open = [&] { reader.Open(path, 0); };
+    EXPECT_EQ(Failure(open), "KXHeaderReadingException: Cannot open file");
+    EXPECT_EQ(FailureContext(open).file, kxbase::Encode_UTF8(path));
+    EXPECT_EQ(Failure([&] { QSNScanReader(path, 0); }), "KXHeaderReadingException: Cannot open file");
+    ScanProperties properties;
+    EXPECT_EQ(Failure([&] { QSNScanReader::GetScanInformation(properties, path); }),
+              "KXHeaderReadingException: Cannot open file");
+    EXPECT_TRUE(reader.IsOpen(L""));
+}
+
+TEST(Opening, DirectoryCannotBeOpened) {
+    EXPECT_EQ(Failure([] { QSNScanReader(std::filesystem::temp_directory_path().wstring(), 0); }),
+              "KXHeaderReadingException: Cannot open file");
+}
+
+TEST(Opening, NullStreamCannotBeOpened) {
+    QSNScanReader reader;
+    EXPECT_EQ(Failure([&] { reader.Open(nullptr); }), "KXHeaderReadingException: Cannot open file");
+}
+
+TEST(Opening, OtherBytesAreNoMainHeader) {
+    EXPECT_EQ(OpenFailure({}), "KXHeaderReadingException: Invalid main header");
+    EXPECT_EQ(OpenFailure(Bytes(200, 0)), "KXHeaderReadingException: Invalid main header");
+    Bytes file = SmallScan().Build();
+    file[0] ^= 1;
+    EXPECT_EQ(OpenFailure(file), "KXHeaderReadingException: Invalid main header");
+    const auto context = FailureContext([&] { MemoryScan scan(file); });
+    EXPECT_EQ(context.file, "memory");
+    EXPECT_EQ(context.record, "MainFileHeader");
+    EXPECT_EQ(context.field, "tag");
+    EXPECT_EQ(context.offset, 0U);
+}
+
+TEST(Opening, MainHeaderCutAfterItsFrameIsInvalid) {
+    Bytes file = SmallScan().Build();
+    file.resize(40);
+    EXPECT_EQ(OpenFailure(file), "KXHeaderReadingException: Invalid main header");
+}
+
+TEST(Opening, OldMainHeaderIsRefusedAndNewerOnesAreRead) {
+    const Bytes file = SmallScan().Build();
+    EXPECT_EQ(OpenFailure(WithVersion(file, 209)),
+              "KXHeaderReadingException: Unsupported MainFileHeader version");
+    EXPECT_EQ(OpenFailure(WithVersion(file, 210)), "nothing");
+    EXPECT_EQ(OpenFailure(WithVersion(file, 300)), "nothing");
+}
+
+TEST(Opening, NewerMainHeaderMayBeLonger) {
+    // Payload of 80 bytes: four more than known, then the first chunk.
+    Bytes file = SmallScan().RawBytes({}).Build();
+    ScanFileBuilder shifted(4, 3, 4, 3);
+    shifted.RawBytes({1, 2, 3, 4});
+    shifted.Chunk(1, 0, 0, SnappyChunk(std::vector<float>(12, 2.0F), 4, 3));
+    file = WithPayloadSize(WithVersion(shifted.Build(), 300), 80);
+    MemoryScan scan(file);
+    EXPECT_EQ(kxio::ScanAccess(scan.reader).GetMainHeader().HeaderSize(), 96U);
+    EXPECT_EQ(kxio::ScanAccess(scan.reader).ReadPatch<float>(kxbase::Range, 0, 0),
+              std::vector<float>(12, 2.0F));
+}
+
+TEST(Opening, ScanHeaderElsewhereIsInvalid) {
+    for (const uint64_t position : {uint64_t{0}, uint64_t{100}, uint64_t{1} << 40, ~uint64_t{0}}) {
+        Bytes file = SmallScan().Build();
+        SetMainField(file, MainField::ScanHeader, position);
+        EXPECT_EQ(OpenFailure(file), "KXHeaderReadingException: Invalid scan headers") << position;
+    }
+}
+
+TEST(Opening, OldScanHeaderIsRefused) {
+    ScanFileBuilder file = SmallScan();
+    file.scanHeader = WithVersion(Written(*std::make_unique<kxio::ScanHeader>()), 199);
+    EXPECT_EQ(OpenFailure(file.Build()), "KXHeaderReadingException: Unsupported ScanHeader version");
+}
+
+TEST(Opening, FirstChunkPositionZeroIsAnError) {
+    Bytes file = SmallScan().Build();
+    SetMainField(file, MainField::FirstChunk, 0);
+    EXPECT_EQ(OpenFailure(file), "KXHeaderReadingException: Error opening file");
+    kxbase::InMemoryStream stream(file);
+    QSNScanReader reader;
+    EXPECT_NE(Failure([&] { reader.Open(&stream); }), "nothing");
+    EXPECT_TRUE(reader.IsOpen(L""));
+}
+
+TEST(Opening, FileWithoutLookupTableIsIncomplete) {
+    Bytes file = SmallScan().Build();
+    SetMainField(file, MainField::LookupTable, 0);
+    EXPECT_EQ(OpenFailure(file), "KXIncompleteFileException: Lookup table not found");
+    SetMainField(file, MainField::LookupTable, 92);
+    EXPECT_EQ(OpenFailure(file), "KXIncompleteFileException: Lookup table not found");
+    SetMainField(file, MainField::LookupTable, ~uint64_t{0});
+    EXPECT_EQ(OpenFailure(file), "KXIncompleteFileException: Lookup table not found");
+    const auto context = FailureContext([&] { MemoryScan scan(file); });
+    EXPECT_EQ(context.record, "LookupTableHeader");
+    EXPECT_EQ(context.file, "memory");
+}
+
+TEST(Opening, UnreadablePreviewTableIsIncomplete) {
+    Bytes file = SmallScan().Build();
+    SetMainField(file, MainField::PreviewLookupTable, 92);
+    EXPECT_EQ(OpenFailure(file), "KXIncompleteFileException: No preview found");
+}
+
+TEST(Opening, FirstPreviewBeyondTheEndCannotBeRead) {
+    ScanFileBuilder builder = SmallScan();
+    Bytes file = builder.Build();
+    // The preview table's only entry: record frame, count, component, count, position.
+    PutU64(file, GetMainField(file, MainField::PreviewLookupTable) + 28, file.size() - 5);
+    EXPECT_EQ(OpenFailure(file), "KXUnreadablePatchException: Cannot read file");
+}
+
+TEST(Opening, TruncatedUnfinishedFileDoesNotFallBackToAWalk) {
+    // As a writer leaves it that never ended: the main header still has its first values.
+    Bytes file = SmallScan().Build();
+    file.resize(GetMainField(file, MainField::ScanHeader));
+    for (const size_t field : {MainField::ScanHeader, MainField::FirstExtendedHeader, MainField::ChunkDataEnd,
+                               MainField::LookupTable, MainField::PreviewLookupTable})
+        SetMainField(file, field, 0);
+    EXPECT_EQ(OpenFailure(file), "KXHeaderReadingException: Invalid scan headers");
+}
+
+TEST(Opening, HeaderFailureClosesTheReaderAndALaterOneKeepsTheStream) {
+    const Bytes good = SmallScan().Build();
+    Bytes noTable = good;
+    SetMainField(noTable, MainField::LookupTable, 0);
+    Bytes noHeader = good;
+    noHeader[0] = 0;
+    const TemporaryFile file(L"state.qsn");
+    const std::wstring path = file.Path();
+    QSNScanReader reader;
+
+    file.Write(noTable);
+    EXPECT_EQ(Failure([&] { reader.Open(path, 0); }), "KXIncompleteFileException: Lookup table not found");
+    EXPECT_TRUE(reader.IsOpen(path));
+    file.Write(noHeader);
+    EXPECT_EQ(Failure([&] { reader.Open(path, 0); }), "KXHeaderReadingException: Invalid main header");
+    EXPECT_FALSE(reader.IsOpen(path));
+    // An old version is such a failure too.
+    file.Write(WithVersion(good, 209));
+    EXPECT_NE(Failure([&] { reader.Open(path, 0); }), "nothing");
+    EXPECT_FALSE(reader.IsOpen(path));
+    file.Write(good);
+    reader.Open(path, 0);
+    EXPECT_TRUE(reader.IsOpen(path));
+}
+
+TEST(Opening, CodecFailureClosesTheReader) {
+    ScanFileBuilder file(4, 3, 4, 3);
+    file.Chunk(1, 0, 0, ByteList().Raw(ChunkHeader(1, 4, 3, 48, 1.0F, 48)).U8(0));
+    kxbase::InMemoryStream stream(file.Build());
+    QSNScanReader reader;
+    EXPECT_EQ(Failure([&] { reader.Open(&stream); }),
+              "KXUnkownCodecException: The codec 0x0000000000000001is not supported.");
+    EXPECT_TRUE(reader.IsOpen(L""));
+}
+
+TEST(Opening, ComponentRecordWithUnknownCodecIsInvalid) {
+    ScanFileBuilder file = SmallScan();
+    file.ComponentRecord(1, kSnappyCodec, 0.5).ComponentRecord(4, 0, 0.5);
+    EXPECT_EQ(OpenFailure(file.Build()), "KXUnkownCodecException: Invalid codec ");
+}
+
+TEST(Opening, LaterComponentRecordReplacesTheEarlierOne) {
+    ScanFileBuilder file = SmallScan();
+    // The first one names no codec; only the second counts.
+    file.ComponentRecord(2, 0, 0.25).ComponentRecord(2, kZLibCodec, 0.5).ComponentRecord(6, kZLibCodec, 9);
+    MemoryScan scan(file.Build());
+    EXPECT_EQ(scan.reader.GetScanInformation().componentValue[1], 0.5);
+    EXPECT_EQ(scan.reader.GetScanInformation().componentValue[2], 1e-06);
+}
+
+TEST(Opening, ScaleOfTheFirstChunkOverridesTheComponentRecord) {
+    ScanFileBuilder file(4, 3, 4, 3);
+    AddLayer<float>(file, 1, RangeAt, 10.0F);
+    AddLayer<float>(file, 2, RangeAt, 1000000.0F);
+    AddLayer<float>(file, 9, RangeAt, 4.0F);
+    file.ComponentRecord(1, kSnappyCodec, 77).ComponentRecord(3, kSnappyCodec, 88);
+    MemoryScan scan(file.Build());
+    EXPECT_EQ(scan.reader.GetScanInformation().componentValue, (std::array<double, 3>{0.1, 1e-06, 88}));
+}
+
+TEST(Opening, CodecNamesAreListedPerComponent) {
+    ScanFileBuilder file(4, 3, 4, 3);
+    AddLayer<float>(file, 1, RangeAt);
+    file.Component(5);
+    MemoryScan scan(file.Build());
+    EXPECT_EQ(
+        scan.reader.GetScanInformation().componentCodecs,
+        (std::map<kxbase::ComponentType, std::string>{{kxbase::Range, "Snappy"}, {kxbase::Luminance16, ""}}));
+}
+
+TEST(Opening, MissingFirstPatchDoesNotHideTheOthers) {
+    ScanFileBuilder file(8, 3, 4, 3);
+    file.Entry0(1, 0, 0, 0);
+    file.Chunk(1, 0, 1, SnappyChunk(std::vector<float>(12, 3.0F), 4, 3, 2.0F));
+    MemoryScan scan(file.Build());
+    EXPECT_EQ(scan.reader.GetScanInformation().componentCodecs.at(kxbase::Range), "Snappy");
+    EXPECT_EQ(scan.reader.GetScanInformation().componentValue[0], 0.5);
+    Bytes chunk;
+    EXPECT_EQ(Failure([&] { scan.reader.GetPatchCompressed(0, 0, chunk, kxbase::Range); }),
+              "KXUnreadablePatchException: Patch not in file");
+    scan.reader.GetPatchCompressed(0, 1, chunk, kxbase::Range);
+    EXPECT_GT(chunk.size(), 28U);
+}
+
+TEST(Opening, FirstChunkTooShortForAHeaderIsPassedOver) {
+    ScanFileBuilder file(8, 3, 4, 3);
+    file.Chunk(1, 0, 0, Bytes(27, 7));
+    file.Chunk(1, 0, 1, SnappyChunk(std::vector<float>(12, 3.0F), 4, 3, 2.0F));
+    MemoryScan scan(file.Build());
+    EXPECT_EQ(scan.reader.GetScanInformation().componentCodecs.at(kxbase::Range), "Snappy");
+    EXPECT_EQ(scan.reader.GetScanInformation().componentValue[0], 0.5);
+}
+
+TEST(Opening, ComponentListedWithoutEntriesIsNotInTheDatabase) {
+    ScanFileBuilder file = SmallScan();
+    Bytes bytes = file.Build();
+    // A table that lists component 5 with no entry.
+    const Bytes table = Record(kLookupRecord, ByteList().U32(1).U32(5).U32(0));
+    SetMainField(bytes, MainField::LookupTable, bytes.size());
+    bytes.insert(bytes.end(), table.begin(), table.end());
+    EXPECT_EQ(OpenFailure(bytes), "KXUnreadablePatchException: Patch not in database");
+}
+
+TEST(Opening, FirstChunkBeyondTheEndCannotBeRead) {
+    ScanFileBuilder file(4, 3, 4, 3);
+    file.Entry0(1, 0, 1000000, 40);
+    EXPECT_EQ(OpenFailure(file.Build()), "KXUnreadablePatchException: Cannot read file");
+}
+
+TEST(Opening, GridWithoutPatchesOpens) {
+    for (const auto& [width, height] : {std::pair(0U, 3U), std::pair(4U, 0U), std::pair(0U, 0U)}) {
+        ScanFileBuilder file(4, 3, 4, 3);
+        file.Chunk(1, 0, 0, SnappyChunk(std::vector<float>(12, 3.0F), 4, 3));
+        file.properties.grid.patchWidth = width;
+        file.properties.grid.patchHeight = height;
+        MemoryScan scan(file.Build());
+        EXPECT_EQ(scan.reader.GetPatchNumber(), 0U);
+        Bytes chunk;
+        EXPECT_EQ(Failure([&] { scan.reader.GetPatchCompressed(0, chunk, kxbase::Range); }),
+                  "KXUnreadablePatchException: Index 0 is outside bounds");
+    }
+}
+
+TEST(Opening, PatchNumberIsTheProductOfBothDirections) {
+    ScanFileBuilder file(1, 1, 1, 1);
+    file.Chunk(1, 0, 0, SnappyChunk(std::vector<float>{1}, 1, 1));
+    file.properties.grid.columns = 10000;
+    file.properties.grid.rows = 5000;
+    file.properties.grid.patchWidth = 512;
+    file.properties.grid.patchHeight = 512;
+    MemoryScan scan(file.Build());
+    EXPECT_EQ(scan.reader.GetPatchNumber(), 200U);
+}
+
+TEST(Opening, PatchNumberAboveThirtyTwoBitsIsCutAndSizesNothing) {
+    ScanFileBuilder file(1, 1, 1, 1);
+    file.Chunk(1, 0, 0, SnappyChunk(std::vector<float>{1}, 1, 1));
+    file.properties.grid.columns = 0xffffffffU;
+    file.properties.grid.rows = 0xffffffffU;
+    MemoryScan scan(file.Build());
+    EXPECT_EQ(scan.reader.GetPatchNumber(), 1U);  // (2^32 - 1)^2 modulo 2^32
+    std::vector<kxbase::ImageCoordinates> order;
+    scan.reader.GetOrderedPatchList(order, kxbase::Range);
+    EXPECT_EQ(order.size(), 1U);
+}
+
+TEST(Opening, FileWithoutPreviewsHasNoPreviewSize) {
+    ScanFileBuilder file(10, 7, 4, 3);
+    AddLayer<float>(file, 1, RangeAt);
+    MemoryScan scan(file.Build());
+    const kxbase::GridTopology grid = scan.reader.Grid();
+    EXPECT_EQ(grid.previewWidth, 0U);
+    EXPECT_EQ(grid.previewHeight, 0U);
+    EXPECT_EQ(grid.columnRatio, 1.0F);
+    EXPECT_EQ(grid.rowRatio, 1.0F);
+    EXPECT_TRUE(scan.reader.GetAvailablePreviews().empty());
+}
+
+TEST(Opening, PreviewSizeIsThatOfTheFirstPreview) {
+    MemoryScan scan(SmallScan().Build());
+    const kxbase::GridTopology grid = scan.reader.Grid();
+    EXPECT_EQ(grid.previewWidth, 3U);
+    EXPECT_EQ(grid.previewHeight, 2U);
+    EXPECT_EQ(grid.columnRatio, 10.0F / 3.0F);
+    EXPECT_EQ(grid.rowRatio, 3.5F);
+}
+
+TEST(Opening, PreviewWithoutSizeLeavesTheRatiosAtOne) {
+    for (const Bytes& chunk : {Bytes(5, 1), ChunkHeader(kSnappyCodec, 0, 2, 0, 1, 0)}) {
+        ScanFileBuilder file(10, 7, 4, 3);
+        AddLayer<float>(file, 1, RangeAt);
+        file.Preview(1, chunk);
+        MemoryScan scan(file.Build());
+        EXPECT_EQ(scan.reader.Grid().columnRatio, 1.0F);
+        EXPECT_EQ(scan.reader.Grid().rowRatio, 1.0F);
+    }
+}
+
+TEST(Opening, HalfStepsAreHalfOfTheSteps) {
+    MemoryScan scan(SmallScan().Build());
+    EXPECT_EQ(scan.reader.Grid().columnHalfStep, scan.reader.Grid().columnAngularStep * 0.5F);
+    EXPECT_EQ(scan.reader.Grid().rowHalfStep, scan.reader.Grid().rowAngularStep * 0.5F);
+}
+
+TEST(Opening, PreviewStoredBeforeTheFirstChunkIsFound) {
+    ScanFileBuilder file(4, 3, 4, 3);
+    const Bytes preview = SnappyChunk(std::vector<float>{5, 6}, 2, 1);
+    file.RawBytes(preview);
+    file.Chunk(1, 0, 0, SnappyChunk(std::vector<float>(12, 3.0F), 4, 3));
+    file.Preview(1, preview);
+    Bytes bytes = file.Build();
+    PutU64(bytes, GetMainField(bytes, MainField::PreviewLookupTable) + 28, 92);
+    MemoryScan scan(bytes);
+    EXPECT_EQ(kxio::ScanAccess(scan.reader).PreviewEntry(kxbase::Range)->position, 92U);
+    EXPECT_EQ(kxio::ScanAccess(scan.reader).ReadPreview<float>(kxbase::Range).values,
+              (std::vector<float>{5, 6}));
+}
+
+TEST(Opening, UnnamedStreamHasAFixedNameAndStaysTheCallers) {
+    int deleted = 0;
+    int closed = 0;
+    {
+        WatchedStream stream(SmallScan().Build(), deleted, closed);
+        {
+            QSNScanReader reader(&stream);
+            EXPECT_TRUE(reader.IsOpen(L"No name stream"));
+            reader.Close();
+            EXPECT_FALSE(reader.IsOpen(L"No name stream"));
+            EXPECT_TRUE(reader.IsOpen(L""));
+            reader.Open(&stream);
+            EXPECT_TRUE(reader.IsOpen(L"No name stream"));
+        }
+        EXPECT_EQ(deleted, 0);
+        EXPECT_EQ(closed, 0);
+    }
+    EXPECT_EQ(deleted, 1);
+}
+
+TEST(Opening, NameIsComparedUnitByUnit) {
+    const TemporaryFile file(L"name.qsn", SmallScan().Build());
+    const std::wstring path = file.Path();
+    QSNScanReader reader(path, 0);
+    std::wstring upper = path;
+    upper[upper.size() - 5] = L'E';
+    EXPECT_FALSE(reader.IsOpen(upper));
+    EXPECT_FALSE(reader.IsOpen(path + L"2"));
+    EXPECT_FALSE(reader.IsOpen(L""));
+    reader.Close();
+    EXPECT_TRUE(reader.IsOpen(L""));
+}
+
+TEST(Opening, ScanInformationNeedsAnOpenFile) {
+    QSNScanReader reader;
+    ScanProperties properties;
+    EXPECT_EQ(Failure([&] { reader.GetScanInformation(properties); }),
+              "KXFileNotOpenException: No file open");
+    kxbase::InMemoryStream stream(SmallScan().Build());
+    reader.Open(&stream);
+    reader.GetScanInformation(properties);
+    EXPECT_EQ(properties, reader.GetScanInformation());
+    reader.Close();
+    EXPECT_EQ(Failure([&] { reader.GetScanInformation(properties); }),
+              "KXFileNotOpenException: No file open");
+}
+
+TEST(Opening, StaticScanInformationIsThatOfAnOpenReader) {
+    ScanFileBuilder builder = SmallScan();
+    builder.properties.scannerModel = L"a model";
+    builder.properties.validPointCount = 12;
+    const TemporaryFile file(L"static.qsn", builder.Build());
+    const std::wstring path = file.Path();
+    ScanProperties properties;
+    QSNScanReader::GetScanInformation(properties, path);
+    const QSNScanReader reader(path, 0);
+    EXPECT_EQ(properties, reader.GetScanInformation());
+    EXPECT_EQ(properties.scannerModel, L"a model");
+    EXPECT_EQ(properties.messages, std::list<std::wstring>{L"hello"});
+}
+
+TEST(Opening, SecondFileLeavesNothingOfTheFirst) {
+    ScanFileBuilder first = SmallScan();
+    first.Tail(ExtendedRecord(0xa62815c019d63650ULL, Bytes(8, 0)));
+    first.ComponentRecord(3, kSnappyCodec, 7);
+    ScanFileBuilder second(5, 5, 5, 5);
+    second.Chunk(1, 0, 0, SnappyChunk(std::vector<float>(25, 1.0F), 5, 5));
+    second.Message("second");
+    kxbase::InMemoryStream a(first.Build());
+    kxbase::InMemoryStream b(second.Build());
+    const QSNScanReader fresh(&b);
+    for (const bool close : {true, false}) {
+        QSNScanReader reader(&a);
+        if (close) reader.Close();
+        reader.Open(&b);
+        EXPECT_EQ(reader.GetAvailableComponents(), fresh.GetAvailableComponents());
+        EXPECT_TRUE(reader.GetAvailablePreviews().empty());
+        EXPECT_TRUE(reader.GetAvailableHistograms().empty());
+        EXPECT_EQ(reader.GetMessageList(), std::list<std::wstring>{L"second"});
+        EXPECT_EQ(reader.GetScanInformation(), fresh.GetScanInformation());
+    }
+}
+
+TEST(Opening, TablesStayReadableAfterClose) {
+    MemoryScan scan(SmallScan().Build());
+    scan.reader.Close();
+    EXPECT_TRUE(scan.reader.IsComponentAvailable(kxbase::Range));
+    EXPECT_EQ(scan.reader.GetMessageList().size(), 1U);
+}
+
+TEST(Opening, RunningThePostOpeningStepsAgainChangesNothing) {
+    MemoryScan scan(SmallScan().Build());
+    const ScanProperties before = scan.reader.GetScanInformation();
+    scan.reader.SetupPostOpening();
+    EXPECT_EQ(scan.reader.GetScanInformation(), before);
+}
+
+TEST(Opening, StepsCanBeRunOneByOne) {
+    kxbase::InMemoryStream stream(SmallScan().Build());
+    OpenReader reader(&stream);
+    const ScanProperties whole = reader.GetScanInformation();
+    EXPECT_EQ(reader.ReadHeaders(), 92U);
+    // The headers alone bring the grid.
+    EXPECT_EQ(reader.GetScanInformation().grid.columns, 10U);
+    reader.FillupPatchPosition();
+    reader.FillupPreviewPosition();
+    reader.SetupGrid();
+    reader.FillupScanProperties();
+    reader.ReadTailHeaders();
+    reader.AnalyseCodecs();
+    reader.SetupComponentMap();
+    EXPECT_EQ(reader.GetScanInformation(), whole);
+}
+
+TEST(Opening, WriterRevisionTellsWhetherPreviewRatiosCanBeTrusted) {
+    for (const auto& [revision, issue] :
+         {std::pair(210U, true), std::pair(239U, true), std::pair(240U, false), std::pair(250U, false)}) {
+        ScanFileBuilder file = SmallScan();
+        file.writerRevision = revision;
+        MemoryScan scan(file.Build());
+        EXPECT_EQ(scan.reader.HasPreviewSamplingRatioIssue(), issue) << revision;
+        EXPECT_EQ(scan.reader.GetScanInformation().writerRevision, revision);
+    }
+}
+
+TEST(Opening, AccessorsGiveTheScanHeadersFields) {
+    ScanFileBuilder file = SmallScan();
+    file.properties.validPointCount = 321;
+    file.properties.speckleCorrectionNeeded = true;
+    file.properties.spatialSamplingDistance = 2.5F;
+    file.properties.locked3D = true;
+    const kxbase::RegistrationInformation registration(kxbase::Frame3D(), {1, 2, 3});
+    file.properties.registration = registration;
+    const kxbase::UUID scanUUID = kxbase::UUID::Generate();
+    const kxbase::UUID parentUUID = kxbase::UUID::Generate();
+    ByteList uuids;
+    for (const auto& uuid : {scanUUID, parentUUID}) {
+        for (const unsigned char byte : uuid.ToBytes())
+            uuids.U8(byte);
+    }
+    file.Tail(ExtendedRecord(0x84968181ef2d2134ULL, uuids));
+    MemoryScan scan(file.Build());
+    EXPECT_EQ(scan.reader.GetValidPointCount(), 321U);
+    EXPECT_TRUE(scan.reader.IsSpeckleCorrectionNeeded());
+    EXPECT_EQ(scan.reader.GetSpatialSamplingDistance(), 2.5F);
+    EXPECT_TRUE(scan.reader.Is3DLocked());
+    EXPECT_EQ(scan.reader.GetRegistrationInformation(), registration);
+    EXPECT_EQ(scan.reader.GetScanUUID(), scanUUID);
+    EXPECT_EQ(scan.reader.GetParentUUID(), parentUUID);
+}
+
+bool Modified(uint32_t tiltKind, const kxbase::RegistrationInformation& registration,
+              ScanProperties::TiltAngles angles = {}) {
+    ScanFileBuilder file = SmallScan();
+    file.properties.registration = registration;
+    file.properties.tilt = {tiltKind, angles};
+    return MemoryScan(file.Build()).reader.HasRegistrationBeenModified();
+}
+
+kxbase::RegistrationInformation WithElement(double value) {
+    return {kxbase::Frame3D({1, value, 0}, {0, 1, 0}, {0, 0, 1}), {}};
+}
+
+TEST(RegistrationModified, IdentityIsNot) {
+    for (const uint32_t kind : {0U, 1U, 2U, 3U, 4U})
+        EXPECT_FALSE(Modified(kind, {})) << kind;
+}
+
+TEST(RegistrationModified, AnyTranslationIs) {
+    EXPECT_TRUE(Modified(0, {kxbase::Frame3D(), {0, 0, 1e-12}}));
+    EXPECT_TRUE(Modified(3, {kxbase::Frame3D(), {1e-300, 0, 0}}));
+    EXPECT_FALSE(Modified(0, {kxbase::Frame3D(), {-0.0, 0, 0}}));
+}
+
+TEST(RegistrationModified, UnknownTiltKindIs) {
+    EXPECT_TRUE(Modified(5, {}));
+}
+
+TEST(RegistrationModified, TheTwoTestsPartAtExactlyTheTolerance) {
+    EXPECT_FALSE(Modified(0, WithElement(1e-6)));
+    EXPECT_TRUE(Modified(3, WithElement(1e-6)));
+    EXPECT_TRUE(Modified(0, WithElement(1.1e-6)));
+    EXPECT_FALSE(Modified(3, WithElement(0.9e-6)));
+    EXPECT_TRUE(Modified(2, WithElement(-1.1e-6)));
+}
+
+TEST(RegistrationModified, TheTwoTestsPartWhereAValueIsNoNumber) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_FALSE(Modified(0, WithElement(nan)));
+    EXPECT_TRUE(Modified(3, WithElement(nan)));
+}
+
+TEST(RegistrationModified, ScannersOwnTiltIsNot) {
+    const ScanProperties::TiltAngles angles{0.1, -0.2};
+    const kxbase::RegistrationInformation tilted(kxio::Frame3DFromTiltAngles(angles), {});
+    EXPECT_FALSE(Modified(3, tilted, angles));
+    EXPECT_FALSE(Modified(4, tilted, angles));
+    EXPECT_TRUE(Modified(2, tilted, angles));
+    EXPECT_TRUE(Modified(3, {}, angles));
+}
+
+TEST(Prefetch, OpensAsWithoutIt) {
+    const Bytes bytes = SmallScan().Build();
+    const TemporaryFile file(L"prefetch.qsn", bytes);
+    const std::wstring path = file.Path();
+    for (const uint64_t block :
+         {uint64_t{1}, uint64_t{4096}, uint64_t{bytes.size()}, uint64_t{1} << 62, ~uint64_t{0}}) {
+        const QSNScanReader reader(path, block);
+        EXPECT_EQ(reader.GetMessageList().size(), 1U) << block;
+    }
+}
+
+TEST(Prefetch, MissingPathStillCannotBeOpened) {
+    EXPECT_EQ(Failure([] { QSNScanReader(TemporaryFile(L"missing.qsn").Path(), 4096); }),
+              "KXHeaderReadingException: Cannot open file");
+}
+
+TEST(PrefetchDeathTest, ProcessMayExitWhileItRuns) {
+    const Bytes bytes(8 << 20, 1);
+    const TemporaryFile file(L"exit.qsn", bytes);
+    const std::wstring path = file.Path();
+    EXPECT_EXIT(
+        {
+            try {
+                QSNScanReader(path, 1);  // one byte at a time: still reading when the process ends
+            } catch (const kxbase::KXException&) {
+                std::exit(3);
+            }
+        },
+        testing::ExitedWithCode(3), "");
+}
+
+}  // namespace
