@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstring>
+#include <map>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -91,6 +93,7 @@ public:
         ++m_writes;
         const bool fails = m_failFrom != 0 && (m_onlyOnce ? m_writes == m_failFrom : m_writes >= m_failFrom);
         if (fails) {
+            m_torn[m_memory.Tell()] = bytes / 2;
             m_memory.Write(data, bytes / 2);  // a short write, as a full disk has it
             throw kxbase::KXWritingException("Cannot write file");
         }
@@ -101,10 +104,13 @@ public:
 
     uint64_t Writes() const { return m_writes; }
     bool Closed() const { return m_closed; }
+    /// Position and size of what failed writes left behind.
+    const std::map<uint64_t, uint64_t>& Torn() const { return m_torn; }
     const Bytes& GetBytes() const { return m_memory.GetBytes(); }
 
 private:
     kxbase::InMemoryStream m_memory;
+    std::map<uint64_t, uint64_t> m_torn;
     uint64_t m_failFrom;
     bool m_onlyOnce;
     uint64_t m_writes = 0;
