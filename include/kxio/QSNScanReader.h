@@ -191,8 +191,9 @@ public:
     void GetScanBoundingBox(kxbase::tBasePolarPoint<float>& min, kxbase::tBasePolarPoint<float>& max) const;
     /// The eight Cartesian corners of a patch's box, in the file's length unit: far face, then near face, in
     /// each (end column, end row), (start column, end row), (end column, start row), (start column, start
-    /// row). The far face is drawn out to range / cos(half of the larger extent), so that it encloses the
-    /// spherical cap; meant for patches well below a half turn.
+    /// row). The far face is drawn out to range / cos(half of the larger extent), the near one is not; meant
+    /// for patches well below a half turn. The middle of a patch that is wide both ways may still lie beyond
+    /// its flat far face, by (1 - cos(half diagonal) / cos(half larger extent)) of the range.
     /// \throws KXIndexOutOfBoundsException "Patch out of range"
     std::vector<kxbase::tBaseXYZPoint<float>> GetPatchVertices(kxbase::QSNIndex index) const;
     std::vector<kxbase::tBaseXYZPoint<float>> GetPatchVertices(unsigned patchRow, unsigned patchColumn) const;
