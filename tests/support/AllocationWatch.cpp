@@ -55,12 +55,19 @@ void* Allocate(std::size_t bytes) {
 
 }  // namespace
 
-// The other forms of the standard library end in these.
+// All forms but the aligned ones: one that is left out would pair with a sanitizer's own.
 void* operator new(std::size_t bytes) {
     return Allocate(bytes);
 }
 void* operator new[](std::size_t bytes) {
     return Allocate(bytes);
+}
+void* operator new(std::size_t bytes, const std::nothrow_t& /*nothrow*/) noexcept {
+    g_largest = std::max(g_largest, bytes);
+    return std::malloc(bytes == 0 ? 1 : bytes);
+}
+void* operator new[](std::size_t bytes, const std::nothrow_t& nothrow) noexcept {
+    return operator new(bytes, nothrow);
 }
 void operator delete(void* place) noexcept {
     std::free(place);
