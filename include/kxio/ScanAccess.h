@@ -162,7 +162,7 @@ public:
         return Read(component, rect, out, options);
     }
     /// The reduced image of the whole grid that the file stores. Its size is its own and need not be that
-    /// of the grid's preview fields.
+    /// of the grid's preview fields. Needs no patches of the component.
     template <class T>
     PreviewImage<T> ReadPreview(kxbase::ComponentType component) const {
         static_assert(std::is_trivially_copyable_v<T>);
@@ -205,7 +205,8 @@ public:
     uint64_t GetFileSize() const;
 
 private:
-    void RequireReadable(kxbase::ComponentType component, uint32_t elementBytes) const;
+    void RequireComponent(kxbase::ComponentType component) const;
+    void RequireElementBytes(kxbase::ComponentType component, uint32_t elementBytes) const;
     template <class T>
     ReadReport Read(kxbase::ComponentType component, const PatchRect& rect, std::span<T> out,
                     const ReadOptions& options) const {

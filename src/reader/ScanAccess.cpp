@@ -98,13 +98,16 @@ PatchRect ScanAccess::GetGridRect() const {
     return {0, 0, Grid().rows, Grid().columns};
 }
 
-void ScanAccess::RequireReadable(ComponentType component, uint32_t elementBytes) const {
+void ScanAccess::RequireComponent(ComponentType component) const {
+    if (Has(component)) return;
+    ErrorContext context = m_reader->FileContext();
+    context.detail = "the file has no component " + kxbase::ComponentToString(component);
+    throw kxbase::KXComponentNotInFileException("Cannot use this component", context);
+}
+
+void ScanAccess::RequireElementBytes(ComponentType component, uint32_t elementBytes) const {
     ErrorContext context = m_reader->FileContext();
     const std::string name = kxbase::ComponentToString(component);
-    if (!Has(component)) {
-        context.detail = "the file has no component " + name;
-        throw kxbase::KXComponentNotInFileException("Cannot use this component", context);
-    }
     const uint32_t stored = ElementBytes(component);
     if (elementBytes == 0 || (stored != 0 && stored != elementBytes)) {
         context.detail = "component " + name + " has elements of " + std::to_string(stored) + " bytes, " +
@@ -115,7 +118,8 @@ void ScanAccess::RequireReadable(ComponentType component, uint32_t elementBytes)
 
 ReadReport ScanAccess::ReadRectBytes(ComponentType component, const PatchRect& rect, uint32_t elementBytes,
                                      std::span<unsigned char> out, const ReadOptions& options) const {
-    RequireReadable(component, elementBytes);
+    RequireComponent(component);
+    RequireElementBytes(component, elementBytes);
     const kxbase::GridTopology& grid = Grid();
     ErrorContext context = m_reader->FileContext();
     if (uint64_t{rect.firstRow} + rect.rows > grid.rows ||
@@ -194,7 +198,8 @@ ReadReport ScanAccess::ReadRectBytes(ComponentType component, const PatchRect& r
 
 std::vector<unsigned char> ScanAccess::ReadPatchBytes(ComponentType component, uint32_t patchRow,
                                                       uint32_t patchColumn, uint32_t elementBytes) const {
-    RequireReadable(component, elementBytes);
+    RequireComponent(component);
+    RequireElementBytes(component, elementBytes);
     const kxbase::GridTopology& grid = Grid();
     const PatchRect cells = GetPatchRect(patchRow, patchColumn);
     const uint64_t index = m_reader->LinearIndex(patchRow, patchColumn);
@@ -217,7 +222,7 @@ std::vector<unsigned char> ScanAccess::ReadPatchBytes(ComponentType component, u
 
 PreviewImage<unsigned char> ScanAccess::ReadPreviewBytes(ComponentType component,
                                                          uint32_t elementBytes) const {
-    RequireReadable(component, elementBytes);
+    RequireElementBytes(component, elementBytes);
     PatchBuffers buffers;
     m_reader->GetCompressedPreview(buffers.chunk, component);
     try {

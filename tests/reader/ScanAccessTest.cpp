@@ -214,7 +214,8 @@ TEST(ScanAccess, AbsentComponentCannotBeUsed) {
     const std::string text = "KXComponentNotInFileException: Cannot use this component";
     EXPECT_EQ(Failure([&] { scan.cells.ReadLayer<uint32_t>(kxbase::Class, values); }), text);
     EXPECT_EQ(Failure([&] { scan.cells.ReadPatch<uint32_t>(kxbase::Class, 0, 0); }), text);
-    EXPECT_EQ(Failure([&] { scan.cells.ReadPreview<uint32_t>(kxbase::Class); }), text);
+    EXPECT_EQ(Failure([&] { scan.cells.ReadPreview<uint32_t>(kxbase::Class); }),
+              "KXUnreadablePatchException: Patch not in file");
 }
 
 TEST(ScanAccess, NoCellsNeedNoPatch) {
@@ -334,6 +335,12 @@ TEST(ScanAccess, PreviewHasItsOwnSize) {
     EXPECT_EQ(image.values, (std::vector<float>{1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(Failure([&] { scan.cells.ReadPreview<Rgb8>(kxbase::Color); }),
               "KXUnreadablePatchException: Patch not in file");
+}
+
+TEST(ScanAccess, PreviewNeedsNoPatches) {
+    Access scan(SmallScan().Preview(18, SnappyChunk(std::vector<uint32_t>{5, 6}, 2, 1)));
+    EXPECT_FALSE(scan.cells.Has(kxbase::Class));
+    EXPECT_EQ(scan.cells.ReadPreview<uint32_t>(kxbase::Class).values, (std::vector<uint32_t>{5, 6}));
 }
 
 TEST(ScanAccess, DamagedPreviewCannotBeDecoded) {

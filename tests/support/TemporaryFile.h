@@ -1,38 +1,23 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstdint>
-#include <filesystem>
-#include <random>
 #include <string>
 
-#include "kxbase/UTF8.h"
 #include "kxbase/kxOutFile.h"
 #include "support/Hex.h"
+#include "support/TempFolder.h"
 
 namespace kxtest {
 
-/// A path of its own in the folder for temporary files, with content or not; removed at the end.
+/// One file in a folder of its own, removed at the end; its name may hold any character.
 class TemporaryFile {
 public:
-    /// \param name  ends the file's name, so that a test can ask for odd characters or an extension
-    explicit TemporaryFile(const std::wstring& name) {
-        std::random_device random;
-        const std::u8string folder = std::filesystem::temp_directory_path().u8string();
-        m_path = kxbase::Decode_UTF8(std::string(folder.begin(), folder.end())) + L"/kxio_" +
-                 std::to_wstring((uint64_t{random()} << 32) | random()) + L"_" + name;
-    }
+    /// Only a path: no file yet.
+    explicit TemporaryFile(const std::wstring& name) : m_path(Wide(m_folder.Path()) + L"/" + name) {}
     TemporaryFile(const std::wstring& name, const Bytes& bytes) : TemporaryFile(name) { Write(bytes); }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() {
-        const std::string utf8 = kxbase::Encode_UTF8(m_path);
-        std::error_code ignored;
-        std::filesystem::remove(std::filesystem::path(std::u8string(utf8.begin(), utf8.end())), ignored);
-    }
 
     const std::wstring& Path() const { return m_path; }
-    /// Replaces the content.
+    /// Creates the file or replaces its content.
     void Write(const Bytes& bytes) const {
         kxbase::kxOutFile out(m_path);
         out.Write(bytes.data(), bytes.size());
@@ -40,6 +25,7 @@ public:
     }
 
 private:
+    TempFolder m_folder;
     std::wstring m_path;
 };
 
