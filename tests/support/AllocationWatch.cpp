@@ -46,13 +46,9 @@ const int g_installed = __sanitizer_install_malloc_and_free_hooks(OnAllocation, 
 
 namespace {
 
-void* TryAllocate(std::size_t bytes) noexcept {
-    g_largest = std::max(g_largest, bytes);
-    return std::malloc(bytes == 0 ? 1 : bytes);
-}
-
 void* Allocate(std::size_t bytes) {
-    void* place = TryAllocate(bytes);
+    g_largest = std::max(g_largest, bytes);
+    void* place = std::malloc(bytes == 0 ? 1 : bytes);
     if (place == nullptr) throw std::bad_alloc();
     return place;
 }
@@ -72,18 +68,6 @@ void* operator new(std::size_t bytes, const std::nothrow_t& /*nothrow*/) noexcep
 }
 void* operator new[](std::size_t bytes, const std::nothrow_t& nothrow) noexcept {
     return operator new(bytes, nothrow);
-}
-void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
-    return TryAllocate(bytes);
-}
-void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
-    return TryAllocate(bytes);
-}
-void operator delete(void* place, const std::nothrow_t&) noexcept {
-    std::free(place);
-}
-void operator delete[](void* place, const std::nothrow_t&) noexcept {
-    std::free(place);
 }
 void operator delete(void* place) noexcept {
     std::free(place);
