@@ -184,7 +184,7 @@ TEST(Damage, EveryReadMayFail) {
                 FailingStream stream(whole, number, once, half);
                 const Outcome outcome = ReadEverything(stream);
                 reads = stream.Reads();
-                ASSERT_LE(outcome.read, good.read) << "read " << number;
+                ASSERT_TRUE(!outcome.opened || outcome.read <= good.read) << "read " << number;
             }
             EXPECT_GT(number, 20) << "the loop went through the reads";
         }
