@@ -18,7 +18,7 @@ RoundTripResult CheckRoundTrip(const std::filesystem::path& sourcePath, const Im
     ExportOptions exportOptions;
     exportOptions.decimals = kDecimals;
     result.exported = ExportScan(folder / "scan.qsn", folder / "back.ptx", ExportFormat::Ptx, exportOptions);
-    EXPECT_EQ(folder.Entries(), (std::vector<std::string>{"back.ptx", "scan.qsn"}));
+    EXPECT_EQ(Entries(folder), (std::vector<std::string>{"back.ptx", "scan.qsn"}));
     EXPECT_TRUE(result.exported.warnings.empty());
     EXPECT_EQ(result.exported.bytesWritten, std::filesystem::file_size(folder / "back.ptx"));
     EXPECT_EQ(result.imported.bytesWritten, std::filesystem::file_size(folder / "scan.qsn"));

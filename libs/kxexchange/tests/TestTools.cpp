@@ -61,21 +61,9 @@ std::string Gzip(const std::string& text) {
     return packed;
 }
 
-TempFolder::TempFolder() {
-    std::random_device random;
-    do {
-        m_path = std::filesystem::temp_directory_path() / ("kxexchange-" + std::to_string(random()));
-    } while (!std::filesystem::create_directory(m_path));
-}
-
-TempFolder::~TempFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
-std::vector<std::string> TempFolder::Entries() const {
+std::vector<std::string> Entries(const TempFolder& folder) {
     std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(m_path)) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
         names.push_back(entry.path().filename().string());
     }
     std::sort(names.begin(), names.end());

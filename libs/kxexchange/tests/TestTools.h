@@ -2,12 +2,12 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "kxexchange/kxexchange.h"
+#include "support/TempFolder.h"
 
 namespace kxexchange::testing {
 
@@ -33,20 +33,10 @@ std::string PtxText(const std::vector<Cell>& cells, uint64_t columns, uint64_t r
 /// One gzip member.
 std::string Gzip(const std::string& text);
 
-/// A folder of its own that disappears with the object.
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
-    /// Names of what lies in it, sorted.
-    std::vector<std::string> Entries() const;
+using ::TempFolder;
 
-private:
-    std::filesystem::path m_path;
-};
+/// Names of what lies in a folder, sorted.
+std::vector<std::string> Entries(const TempFolder& folder);
 
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& bytes);
