@@ -4,10 +4,9 @@
 #include <gtest/gtest.h>
 
 #include "SampleScans.h"
-#include "kxcodecs/JPEG.h"
-#include "kxcodecs/ZLibChunkCodec.h"
-#include "kxio/HistogramHeader.h"
 #include "support/AllocationWatch.h"
+#include "support/ReadEverything.h"
+#include "support/TinyScan.h"
 
 namespace {
 
@@ -16,94 +15,11 @@ using kxbase::Range;
 
 constexpr size_t kMegabyte = size_t{1} << 20;
 
-// A file with something of everything, as small as it gets.
-ScanFileBuilder TinyScan() {
-    ScanFileBuilder file(5, 4, 4, 3);
-    const kxbase::GridTopology grid = file.properties.grid;
-    file.properties.scannerModel = L"Ostrak RM7";
-    for (const uint32_t index : {0U, 3U}) {
-        file.Chunk(1, index / 2, index % 2,
-                   SnappyChunk(PatchValues<float>(grid, index / 2, index % 2, RangeAt), 4, 3, 10.0F));
-        file.Chunk(5, index / 2, index % 2,
-                   EncodedChunk(kxcodecs::ZLibChunkCodec(), std::vector<uint16_t>(12, 700), 4, 3));
-    }
-    file.SharedChunk(1, {1, 2}, SnappyChunk(std::vector<float>(12, 0.0F), 4, 3));
-    file.Preview(1, SnappyChunk(std::vector<float>{1, 2}, 2, 1));
-    Bytes jpeg;
-    kxcodecs::JPEG::Encode(Bytes(192, 80).data(), 8, 8, 50, jpeg);
-    file.Thumbnail(jpeg, 8, 8);
-    file.Limits(1, 2, {{1, 2}, {0, 0}, {0, 0}, {1, 2}});
-    file.ComponentRecord(1, kSnappyCodec, 0.5);
-    file.Message("hi");
-    file.Tail(ExtendedRecord(0xbfb6c3129e0b3496ULL, ByteList().Text("00112233-4455-6677-8899-aabbccddeeff")));
-    file.Tail(ExtendedRecord(0x84968181ef2d2134ULL, Bytes(32, 3)));
-    kxio::Luminance16HistogramHeader histogram(kxio::Luminance16Histogram{{{0, 0}, {{700, 12}}}});
-    file.Tail(Written(histogram));
-    return file;
-}
-
-struct Outcome {
-    bool opened = false;
-    int read = 0;      // requests that gave something
-    int failures = 0;  // requests that threw a KXException
-};
-
-// Opens the stream and asks for everything. Exceptions of other types leave.
-Outcome ReadEverything(kxbase::IInFileStream& stream) {
-    Outcome outcome;
-    OpenReader reader;
-    const auto attempt = [&outcome](auto request) {
-        try {
-            request();
-            ++outcome.read;
-        } catch (const kxbase::KXException&) {
-            ++outcome.failures;
-        }
-    };
-    try {
-        reader.Open(&stream);
-        outcome.opened = true;
-    } catch (const kxbase::KXException&) {
-        // Some failures leave the stream attached: the walk must cope with what is there.
-        attempt([&] { reader.FailSafeInit(); });
-    }
-    Bytes bytes;
-    unsigned width = 0;
-    unsigned height = 0;
-    kxio::QSNScanReader::GetThumbnailRGB(&stream, bytes, width, height);
-    const kxio::ScanAccess access(reader);
-    for (const kxbase::ComponentType component : access.Components()) {
-        const auto entries = static_cast<uint32_t>(access.PatchEntries(component).size());
-        for (uint32_t index = 0; index < std::min(entries, 20U); ++index) {
-            attempt([&] { reader.GetPatchCompressed(index, bytes, component); });
-            attempt([&] {
-                const uint32_t perRow = access.Grid().PatchesPerRow();
-                access.ReadPatchBytes(component, index / perRow, index % perRow,
-                                      access.ElementBytes(component));
-            });
-        }
-        attempt([&] { access.ReadPreviewBytes(component, access.ElementBytes(component)); });
-        attempt([&] {
-            std::vector<kxbase::ImageCoordinates> list;
-            reader.GetOrderedPatchList(list, component);
-        });
-        attempt(
-            [&] { kxio::Luminance16HistogramHeader(access.ReadHistogramRecord(component)).GetHistogram(); });
-    }
-    attempt([&] { access.ReadLimits(); });
-    attempt([&] { access.Summarise(); });
-    attempt([&] {
-        kxbase::tBasePolarPoint<float> min;
-        kxbase::tBasePolarPoint<float> max;
-        reader.GetBoundingBox(0, 0, min, max);
-    });
-    reader.HasRegistrationBeenModified();
-    return outcome;
-}
+using Outcome = kxtest::ReadOutcome;
 
 Outcome ReadEverything(const Bytes& bytes) {
     kxbase::InMemoryStream stream(bytes);
-    return ReadEverything(stream);
+    return kxtest::ReadEverything(stream);
 }
 
 TEST(Damage, UndamagedFileReadsWhole) {
@@ -111,7 +27,8 @@ TEST(Damage, UndamagedFileReadsWhole) {
     EXPECT_TRUE(outcome.opened);
     // Two patches of component 5 are absent; it has no preview; component 1 has no histogram.
     EXPECT_EQ(outcome.failures, 2 * 2 + 1 + 1);
-    EXPECT_EQ(outcome.read, 4 * 2 + 2 * 2 + 1 + 2 + 1 + 3);
+    EXPECT_EQ(outcome.read, 4 * 2 + 2 * 2 + 2 + 1 + 2 + 1 + 3);
+    EXPECT_TRUE(outcome.consistent);
 }
 
 TEST(Damage, FileCutAtEveryLength) {
@@ -136,7 +53,9 @@ TEST_P(DamagedBits, InEveryByteEndInValuesOrAnException) {
         Bytes bytes = whole;
         bytes[at] ^= mask;
         const kxtest::AllocationWatch watch;
-        opened += ReadEverything(bytes).opened ? 1 : 0;
+        const Outcome outcome = ReadEverything(bytes);
+        opened += outcome.opened ? 1 : 0;
+        ASSERT_TRUE(outcome.consistent) << "byte " << at;
         ASSERT_LT(watch.Largest(), 100 * kMegabyte) << "byte " << at;
     }
     EXPECT_GT(opened, 0);
@@ -182,7 +101,7 @@ TEST(Damage, EveryReadMayFail) {
             int number = 0;
             for (int reads = 1; number < reads; ++number) {
                 FailingStream stream(whole, number, once, half);
-                const Outcome outcome = ReadEverything(stream);
+                const Outcome outcome = kxtest::ReadEverything(stream);
                 reads = stream.Reads();
                 ASSERT_TRUE(!outcome.opened || outcome.read <= good.read) << "read " << number;
             }

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+// Writes the seeds of fuzz_open into a folder: small scan files, whole and damaged.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include "support/TinyScan.h"
+
+namespace {
+
+using namespace kxtest;
+
+// One component on one patch, nothing else.
+ScanFileBuilder BareScan(uint32_t component, const Bytes& chunk) {
+    ScanFileBuilder file(4, 3, 4, 3);
+    file.Chunk(component, 0, 0, chunk);
+    return file;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: fuzz_open_seeds FOLDER\n");
+        return 2;
+    }
+    const std::filesystem::path folder = argv[1];
+    std::filesystem::create_directories(folder);
+    const auto write = [&](const std::string& name, const Bytes& bytes) {
+        std::ofstream file(folder / name, std::ios::binary);
+        for (const unsigned char byte : bytes)
+            file.put(static_cast<char>(byte));
+        file.close();
+        if (!file) throw std::runtime_error("cannot write " + name);
+    };
+
+    const Bytes tiny = TinyScan().Build();
+    write("tiny", tiny);
+    write("tiny-cut-in-tail", Bytes(tiny.begin(), tiny.end() - 40));
+    Bytes noTable = tiny;
+    SetMainField(noTable, MainField::LookupTable, 0);
+    write("tiny-without-table", noTable);
+    write("bare-floats", BareScan(1, LiteralChunk(Bytes(48, 0x3f), 4, 3)).Build());
+    write("bare-bytes", BareScan(4, LiteralChunk(Bytes(12, 9), 4, 3)).Build());
+    write("bare-unfixed", BareScan(10, LiteralChunk(Bytes(24, 9), 4, 3)).Build());
+    for (const uint32_t version : {200U, 210U, 220U, 230U, 240U, 250U, 260U, 275U}) {
+        ScanFileBuilder file = BareScan(1, LiteralChunk(Bytes(48, 0x3f), 4, 3));
+        kxio::ScanHeader header;
+        header.properties = file.properties;
+        file.scanHeader = WithVersion(Written(header), version);
+        write("scan-header-" + std::to_string(version), file.Build());
+    }
+    return 0;
+}
