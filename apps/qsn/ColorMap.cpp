@@ -12,10 +12,6 @@ namespace {
 
 struct LinearRgb {
     double red, green, blue;
-    bool IsShowable() const {
-        const auto inside = [](double v) { return v >= 0 && v <= 1; };
-        return inside(red) && inside(green) && inside(blue);
-    }
 };
 
 /// Oklab's published matrices (B. Ottosson, 2020), polar form: lightness, chroma, hue [rad].
@@ -36,30 +32,21 @@ uint8_t ToByte(double linear) {
     return static_cast<uint8_t>(std::lround(255 * std::clamp(encoded, 0.0, 1.0)));
 }
 
-/// As colourful as a screen can show, but no more than `wanted`.
-double ShowableChroma(double lightness, double hue, double wanted) {
-    if (FromOklab(lightness, wanted, hue).IsShowable()) return wanted;
-    double low = 0;
-    double high = wanted;
-    for (int i = 0; i < 24; ++i) {
-        const double middle = (low + high) / 2;
-        (FromOklab(lightness, middle, hue).IsShowable() ? low : high) = middle;
-    }
-    return low;
-}
-
 constexpr size_t kEntries = 256;
 
 std::array<Pixel, kEntries> MakeTable() {
     constexpr double kDarkest = 0.28, kLightest = 0.93;
     constexpr double kFirstHue = 308, kLastHue = 105;  // degrees: violet, back over blue and green, yellow
-    constexpr double kChroma = 0.17;
+    // A screen shows least colour in the middle, where blue turns green: the curve stays just below that
+    // limit all the way, without a kink that would be seen as an edge.
+    constexpr double kLeastChroma = 0.100, kLeastAt = 0.45, kChromaBend = 0.20;
     std::array<Pixel, kEntries> table;
     for (size_t i = 0; i < kEntries; ++i) {
         const double t = static_cast<double>(i) / (kEntries - 1);
         const double lightness = kDarkest + (kLightest - kDarkest) * t;
         const double hue = (kFirstHue + (kLastHue - kFirstHue) * t) * std::numbers::pi / 180;
-        const LinearRgb rgb = FromOklab(lightness, ShowableChroma(lightness, hue, kChroma), hue);
+        const double chroma = kLeastChroma + kChromaBend * (t - kLeastAt) * (t - kLeastAt);
+        const LinearRgb rgb = FromOklab(lightness, chroma, hue);
         table[i] = {ToByte(rgb.red), ToByte(rgb.green), ToByte(rgb.blue), 255};
     }
     return table;

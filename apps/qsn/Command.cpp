@@ -21,7 +21,7 @@ const CommandDescription kCommands[] = {
      "Turn a scan in another format into a .qsn file",
      {{"qsn import scan.ptx scan.qsn", "the whole scan, with the usual settings"},
       {"qsn import --scan 2 several.ptx second.qsn", "one scan of a file that holds several"},
-      {"qsn import --codec range=snappy --scale range=1 --patch 128 scan.ptx.gz quick.qsn",
+      {"qsn import --codec range=snappy --scale range=1 scan.ptx.gz quick.qsn",
        "faster to read, ranges to the millimetre"}},
      true,
      MakeImportCommand},
@@ -59,6 +59,17 @@ std::string ExamplesText(const CommandDescription& description) {
     return text;
 }
 
+/// The parser itself would only say that a command is missing.
+void RequireKnownCommand(const std::vector<std::string>& arguments) {
+    if (arguments.empty() || arguments.front().starts_with('-')) return;
+    std::string names;
+    for (const CommandDescription& description : Commands()) {
+        if (arguments.front() == description.name) return;
+        names += (names.empty() ? "" : ", ") + std::string(description.name);
+    }
+    throw UsageError(fmt::format("'{}' is no command; expected one of {}", arguments.front(), names));
+}
+
 void RequireUtf8(const std::vector<std::string>& arguments) {
     for (size_t i = 0; i < arguments.size(); ++i) {
         if (kxbase::Encode_UTF8(kxbase::Decode_UTF8(arguments[i])) != arguments[i])
@@ -74,6 +85,7 @@ public:
         m_app.set_help_flag("-h,--help", "Show this help and leave");
         m_app.require_subcommand(1);
         m_app.get_formatter()->column_width(kHelpColumn);
+        m_app.get_formatter()->label("REQUIRED", "");  // the line of usage says so
         m_app.footer(
             "Each command has a help of its own with examples: qsn import --help\n"
             "Exit codes: 0 fine, 1 failed, 2 wrong usage, 130 interrupted.");
@@ -84,6 +96,7 @@ public:
     int Run(const std::vector<std::string>& arguments) {
         try {
             RequireUtf8(arguments);
+            RequireKnownCommand(arguments);
             // The parser takes its arguments from the back.
             m_app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         } catch (const CLI::CallForHelp&) {
@@ -114,7 +127,7 @@ public:
     }
 
 private:
-    static constexpr size_t kHelpColumn = 34;
+    static constexpr size_t kHelpColumn = 31;
 
     struct Entry {
         CLI::App* app;
@@ -123,7 +136,7 @@ private:
 
     std::string HelpText() const {
         for (const Entry& entry : m_entries) {
-            if (entry.app->parsed()) return entry.app->help();
+            if (entry.app->parsed()) return entry.app->help("qsn") + "\n";
         }
         return m_app.help();
     }
@@ -134,12 +147,12 @@ private:
         app->footer(ExamplesText(description));
         Entry& entry = m_entries.emplace_back(Entry{app, description.make()});
         entry.command->Define(*app);
-        app->add_option("--threads", m_session.threads, "Threads to work with (default: one per processor)")
-            ->check(CLI::Range(1U, kMostThreads))
+        app->add_option("--threads", m_session.threads, "Threads to work with\n(default: one per processor)")
+            ->check(CLI::Range(1U, kMostThreads).description(""))
             ->type_name("N");
         app->add_flag("-q,--quiet", m_session.quiet, "No progress and no report");
         if (description.writesFile)
-            app->add_flag("-f,--force", m_session.force, "Replace the output when it exists already");
+            app->add_flag("-f,--force", m_session.force, "Replace an output that exists already");
     }
 
     Session m_session{DefaultThreads(), false, false};

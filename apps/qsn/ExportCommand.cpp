@@ -33,16 +33,22 @@ std::string ReportText(const std::string& input, const std::string& output,
 class ExportCommand : public Command {
 public:
     void Define(CLI::App& app) override {
-        app.add_option("FILE", m_input, "The .qsn file to read")->required();
-        app.add_option("OUT", m_output, "The file to write; its ending, .ptx, .ply or .xyz, names the format")
-            ->required();
-        CLI::Option* registered = app.add_flag("--registered", m_registered,
-                                               "Points in the project's frame (default for ply and xyz)");
-        app.add_flag("--local", m_local, "Points in the scanner's own frame (default for ptx)")
-            ->excludes(registered);
+        app.add_option("FILE", m_input, "The .qsn file to read")->required()->type_name("");
+        app.add_option("OUT", m_output,
+                       "The file to write; its ending, .ptx, .ply or\n"
+                       ".xyz, names the format")
+            ->required()
+            ->type_name("");
+        app.add_flag("--registered", m_registered,
+                     "Points in the project's frame\n"
+                     "(default for ply and xyz)");
+        app.add_flag("--local", m_local,
+                     "Points in the scanner's own frame\n"
+                     "(default for ptx)");
     }
 
     void Run(const Session& session) override {
+        if (m_registered && m_local) throw UsageError("--registered and --local exclude each other");
         const auto format = kxexchange::ExportFormatOf(ToPath(m_output));
         if (!format)
             throw UsageError(fmt::format("{}: unknown ending; expected .ptx, .ply or .xyz", m_output));

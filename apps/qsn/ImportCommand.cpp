@@ -62,28 +62,37 @@ std::string ReportText(const std::string& input, const std::string& output, cons
 class ImportCommand : public Command {
 public:
     void Define(CLI::App& app) override {
-        app.add_option("SCAN", m_input, "The scan to read: .ptx or .ptx.gz")->required();
+        app.add_option("SCAN", m_input, "The scan to read: .ptx or .ptx.gz")->required()->type_name("");
         app.add_option("OUT", m_output,
-                       "The .qsn file to write; OUT_1, OUT_2 ... when SCAN holds several scans")
-            ->required();
-        app.add_option("--scan", m_scan, "Only this scan of the file, counted from 1")
-            ->check(CLI::PositiveNumber)
+                       "The .qsn file to write; OUT_1, OUT_2 ...\n"
+                       "when SCAN holds several scans")
+            ->required()
+            ->type_name("");
+        app.add_option("--scan", m_scan, "Only this scan of the file, from 1")
+            ->check(CLI::PositiveNumber.description(""))
             ->type_name("N");
-        app.add_option("--patch", m_patch, "Cells per patch: one number, or WxH (default: 256)")
+        app.add_option("--patch", m_patch,
+                       "Cells per patch: one number, or WxH\n"
+                       "(default: 256)")
             ->type_name("SIZE");
         app.add_option("--codec", m_codecs,
-                       "Codec of range, angles, intensity or color: zlib, snappy or (color only) jpeg; "
-                       "may be repeated (default: zlib)")
+                       "Codec of range, angles, intensity or color:\n"
+                       "zlib, snappy or (color only) jpeg; may be\n"
+                       "repeated (default: zlib)")
             ->allow_extra_args(false)
             ->delimiter(',')
             ->type_name("COMPONENT=CODEC");
         app.add_option("--scale", m_scales,
-                       "Smallest difference kept: range in millimetres; vertical, horizontal or angles in "
-                       "radians; may be repeated (default: range=0.1, angles=1e-6)")
+                       "Smallest difference kept: range in\n"
+                       "millimetres; vertical, horizontal or angles in\n"
+                       "radians; may be repeated\n"
+                       "(default: range=0.1, angles=1e-6)")
             ->allow_extra_args(false)
             ->delimiter(',')
             ->type_name("COMPONENT=VALUE");
-        app.add_option("--color", m_color, "jpeg: smaller, colours change a little; lossless (default)")
+        app.add_option("--color", m_color,
+                       "jpeg: smaller, colours change a little;\n"
+                       "lossless (default)")
             ->type_name("KIND");
     }
 

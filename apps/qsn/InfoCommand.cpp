@@ -13,7 +13,7 @@ namespace {
 class InfoCommand : public Command {
 public:
     void Define(CLI::App& app) override {
-        app.add_option("FILE", m_input, "The .qsn file to read")->required();
+        app.add_option("FILE", m_input, "The .qsn file to read")->required()->type_name("");
         app.add_flag("--json", m_json, "JSON of the schema qsn.info, version 1");
     }
 

@@ -25,7 +25,7 @@ struct Measures {
 };
 
 Measures MeasuresFor(uint32_t pictureWidth) {
-    const uint32_t scale = std::clamp(pictureWidth / 600, 1U, 6U);
+    const uint32_t scale = std::clamp(pictureWidth / 450, 1U, 8U);
     return {scale, 5 * scale, 8 * scale, 2 * scale};
 }
 
@@ -91,6 +91,11 @@ void DrawLegend(Picture& picture, const Scale& scale) {
         const Pixel color = ScaleColor((x - barLeft + 0.5) / barWidth);
         Fill(picture, x, barTop, x + 1, barTop + m.barHeight, color);
     }
+
+    const uint32_t signY = barTop + m.barHeight / 2 - 3 * m.scale;  // half of the glyph above its base line
+    if (scale.goesBelow)
+        font::Draw(picture, int64_t{barLeft} - font::kAdvance * m.scale, signY, "<", m.scale, kInk);
+    if (scale.goesAbove) font::Draw(picture, barRight + m.scale, signY, ">", m.scale, kInk);
 
     const auto widestTick =
         static_cast<uint32_t>(std::max(TickText(scale.low, (scale.high - scale.low) / 10).size(),

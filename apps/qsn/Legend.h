@@ -12,7 +12,9 @@ namespace qsn {
 struct Scale {
     double low = 0;
     double high = 1;
-    std::string title;  ///< lower-case letters and digits
+    std::string title;       ///< lower-case letters and digits
+    bool goesBelow = false;  ///< values below `low` were drawn too, in the colour of `low`
+    bool goesAbove = false;
 };
 
 /// Round numbers (1, 2 or 5 times a power of ten apart) inside [low, high], at most `maximum` of them.

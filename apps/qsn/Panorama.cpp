@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
+#include <utility>
 
 #include "ColorMap.h"
 #include "ComponentNames.h"
@@ -37,6 +39,18 @@ Span MiddleSpan(const Values& values) {
     };
     const double low = at(0.01);
     return {low, at(0.99)};
+}
+
+/// The least and the greatest value; infinities the other way round when nothing is seen.
+std::pair<double, double> Extremes(const Values& values) {
+    std::pair<double, double> extremes(std::numeric_limits<double>::infinity(),
+                                       -std::numeric_limits<double>::infinity());
+    for (const double v : values) {
+        // Comparisons with NaN are false.
+        if (v < extremes.first) extremes.first = v;
+        if (v > extremes.second) extremes.second = v;
+    }
+    return extremes;
 }
 
 template <class T>
@@ -89,11 +103,13 @@ public:
 
     void PaintScaled(const ScaledComponent& scaled) {
         const std::vector<float> cells = Sample<float>(scaled.component);
-        std::vector<uint8_t> visible = scaled.component == kxbase::Range ? Returns(cells) : Visible();
+        const std::vector<uint8_t> visible = scaled.component == kxbase::Range ? Returns(cells) : Visible();
         const Values values = ToValues(cells, visible, scaled.factor);
         const Span span = MiddleSpan(values);
         Paint(m_result.picture, m_size, values, [&](double v) { return ScaleColor(Share(v, span)); });
-        DrawLegend(m_result.picture, {span.low, span.high, scaled.title});
+        const auto [least, greatest] = Extremes(values);
+        DrawLegend(m_result.picture,
+                   {span.low, span.high, scaled.title, least<span.low, greatest> span.high});
     }
 
     template <class T>
@@ -141,6 +157,23 @@ private:
     Panorama& m_result;
 };
 
+/// A legend needs some width of its own.
+uint32_t LegendWidth(PictureSize panorama, PictureSize box) {
+    return std::max(panorama.width, std::min(box.width, kLeastLegendWidth));
+}
+
+PictureSize FitAboveLegend(const kxbase::GridTopology& grid, PictureSize box, bool hasLegend) {
+    if (!hasLegend) return FitPanorama(grid, box);
+    const auto fit = [&](uint32_t legendHeight) {
+        return FitPanorama(grid, {box.width, box.height > legendHeight ? box.height - legendHeight : 1});
+    };
+    // The legend of a narrower picture is lower, which leaves more for the picture.
+    const PictureSize first = fit(LegendHeight(box.width));
+    const PictureSize second = fit(LegendHeight(LegendWidth(first, box)));
+    const bool fits = second.height + LegendHeight(LegendWidth(second, box)) <= box.height;
+    return fits ? second : first;
+}
+
 }  // namespace
 
 std::vector<PatchPixels> PatchesOfPicture(const kxbase::GridTopology& grid, PictureSize size) {
@@ -169,13 +202,8 @@ Panorama DrawPanorama(const kxio::ScanAccess& access, const PanoramaRequest& req
                      [&](const ScaledComponent& s) { return s.component == request.component; });
     const bool hasLegend = scaled != std::end(kScaledComponents);
 
-    PictureSize box = request.box;
-    const uint32_t reserved = hasLegend ? LegendHeight(box.width) : 0;
-    box.height = box.height > reserved ? box.height - reserved : 1;
-    const PictureSize size = FitPanorama(access.Grid(), box);
-    // A narrow picture has a lower legend; a legend needs some width of its own.
-    const uint32_t width =
-        hasLegend ? std::max(size.width, std::min(request.box.width, kLeastLegendWidth)) : size.width;
+    const PictureSize size = FitAboveLegend(access.Grid(), request.box, hasLegend);
+    const uint32_t width = hasLegend ? LegendWidth(size, request.box) : size.width;
     Panorama result{Picture(width, size.height + (hasLegend ? LegendHeight(width) : 0)), {}};
     Painter painter(access, request, size, result);
     switch (request.component) {

@@ -27,14 +27,16 @@ constexpr uint32_t kGreatestSide = 32768;
 class PreviewCommand : public Command {
 public:
     void Define(CLI::App& app) override {
-        app.add_option("FILE", m_input, "The .qsn file to read")->required();
-        app.add_option("OUT", m_output, "The .png file to write")->required();
-        app.add_option(
-               "--component", m_component,
-               "What to draw: range, vertical, horizontal, intensity8, intensity16 (or intensity), color, "
-               "or the component's number (default: range)")
-            ->type_name("COMPONENT");
-        app.add_option("--size", m_size, "The picture fits into this many pixels (default: 2000x1000)")
+        app.add_option("FILE", m_input, "The .qsn file to read")->required()->type_name("");
+        app.add_option("OUT", m_output, "The .png file to write")->required()->type_name("");
+        app.add_option("--component", m_component,
+                       "What to draw: range, vertical, horizontal,\n"
+                       "intensity8, intensity16 (or intensity), color,\n"
+                       "or the component's number (default: range)")
+            ->type_name("NAME");
+        app.add_option("--size", m_size,
+                       "The picture fits into this many pixels\n"
+                       "(default: 2000x1000)")
             ->type_name("WxH");
     }
 

@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: MIT
+// What holds for every subcommand: help, usage errors, names, locale, pipes.
+#include "Command.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "RunProgram.h"
+#include "SamplePtx.h"
+#include "TemporaryFolder.h"
+
+namespace qsn {
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+bool Contains(const std::string& text, const std::string& piece) {
+    return text.find(piece) != std::string::npos;
+}
+
+void ImportSmall(const TemporaryFolder& folder, const std::string& name) {
+    folder.Write("source.ptx", MakeSmallPtx());
+    const ProgramResult result = RunQsn({"import", "-q", "source.ptx", name}, {folder.Path(), {}, false});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+}
+
+TEST(QsnCommand, HelpNamesEverySubcommand) {
+    const ProgramResult result = RunQsn({"--help"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.err, "");
+    for (const CommandDescription& command : Commands()) {
+        EXPECT_TRUE(Contains(result.out, command.name));
+        EXPECT_TRUE(Contains(result.out, command.summary));
+    }
+}
+
+TEST(QsnCommand, HelpOfEverySubcommandShowsItsExamples) {
+    for (const CommandDescription& command : Commands()) {
+        const ProgramResult result = RunQsn({command.name, "--help"});
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(result.err, "");
+        EXPECT_TRUE(Contains(result.out, "--threads"));
+        ASSERT_FALSE(command.examples.empty());
+        for (const Example& example : command.examples)
+            EXPECT_TRUE(Contains(result.out, example.commandLine));
+    }
+}
+
+TEST(QsnCommand, VersionIsOneLineOfData) {
+    const ProgramResult result = RunQsn({"--version"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out, "qsn " QSN_VERSION "\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(QsnCommand, WrongUsageExitsWithTwoAndSaysWhy) {
+    const TemporaryFolder folder;
+    folder.Write("source.ptx", MakeSmallPtx(4, 4));
+    struct Case {
+        Arguments arguments;
+        const char* said;
+    };
+    const std::vector<Case> cases = {
+        {{}, "subcommand"},
+        {{"frobnicate"}, "frobnicate"},
+        {{"import"}, "SCAN"},
+        {{"import", "source.ptx"}, "OUT"},
+        {{"import", "source.ptx", "out.qsn", "more"}, "more"},
+        {{"import", "source.ptx", "out.qsn", "--frobnicate"}, "--frobnicate"},
+        {{"import", "source.ptx", "out.qsn", "--patch", "big"}, "--patch big"},
+        {{"import", "source.ptx", "out.qsn", "--codec", "range=lzma"}, "lzma"},
+        {{"import", "source.ptx", "out.qsn", "--codec", "range=jpeg"}, "color only"},
+        {{"import", "source.ptx", "out.qsn", "--scale", "range=0"}, "above 0"},
+        {{"import", "source.ptx", "out.qsn", "--color", "png"}, "lossless"},
+        {{"import", "source.ptx", "out.qsn", "--scan", "0"}, "--scan"},
+        {{"import", "source.ptx", "out.qsn", "--threads", "0"}, "--threads"},
+        {{"import", "source.ptx", "out.qsn", "--threads", "many"}, "--threads"},
+        {{"import", "source.ptx", "source.ptx", "--force"}, "input itself"},
+        {{"info"}, "FILE"},
+        {{"preview", "scan.qsn"}, "OUT"},
+        {{"preview", "scan.qsn", "out.png", "--component", "height"}, "height"},
+        {{"preview", "scan.qsn", "out.png", "--size", "800"}, "--size 800"},
+        {{"preview", "scan.qsn", "out.png", "--size", "1x1"}, "--size 1x1"},
+        {{"preview", "scan.qsn", "scan.qsn"}, "input itself"},
+        {{"export", "scan.qsn", "out.las"}, ".ply"},
+        {{"export", "scan.qsn", "out.ply", "--local", "--registered"}, "--local"},
+        {{"info", "\xff.qsn"}, "UTF-8"},
+    };
+    for (const Case& c : cases) {
+        const ProgramResult result = RunQsn(c.arguments, {folder.Path(), {}, false});
+        std::ostringstream line;
+        for (const std::string& argument : c.arguments)
+            line << " " << argument;
+        EXPECT_EQ(result.exitCode, 2) << line.str();
+        EXPECT_EQ(result.out, "") << line.str();
+        EXPECT_TRUE(result.err.starts_with("qsn: ")) << result.err;
+        EXPECT_TRUE(Contains(result.err, c.said)) << line.str() << "\n" << result.err;
+        EXPECT_TRUE(Contains(result.err, "--help")) << result.err;
+    }
+    EXPECT_EQ(folder.Names(), Arguments{"source.ptx"});
+}
+
+TEST(QsnCommand, AMissingInputIsNamed) {
+    const TemporaryFolder folder;
+    const std::vector<Arguments> lines = {{"import", "missing.ptx", "out.qsn"},
+                                          {"info", "missing.qsn"},
+                                          {"preview", "missing.qsn", "out.png"},
+                                          {"export", "missing.qsn", "out.ply"}};
+    for (const Arguments& line : lines) {
+        const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
+        EXPECT_EQ(result.exitCode, 1) << line[0];
+        EXPECT_EQ(result.out, "") << line[0];
+        EXPECT_TRUE(Contains(result.err, line[1])) << result.err;
+        EXPECT_FALSE(Contains(result.err, "internal error")) << result.err;
+    }
+    EXPECT_EQ(folder.Names(), Arguments{});
+}
+
+TEST(QsnCommand, FilesThatAreNoScansAreRefusedByName) {
+    const TemporaryFolder folder;
+    folder.Write("text.qsn", "This is a letter, not a scan.\n");
+    folder.Write("empty.qsn", "");
+    std::filesystem::create_directory(folder.Path() / "folder.qsn");
+    for (const std::string name : {"text.qsn", "empty.qsn", "folder.qsn"}) {
+        for (const Arguments& line : {Arguments{"info", name}, Arguments{"preview", name, "out.png"},
+                                      Arguments{"export", name, "out.ply"}}) {
+            const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
+            EXPECT_EQ(result.exitCode, 1) << line[0] << " " << name;
+            EXPECT_EQ(result.out, "");
+            EXPECT_TRUE(Contains(result.err, name)) << result.err;
+        }
+    }
+    EXPECT_FALSE(folder.Has("out.png"));
+    EXPECT_FALSE(folder.Has("out.ply"));
+}
+
+TEST(QsnCommand, ATruncatedScanIsRefusedWithFileAndByte) {
+    const TemporaryFolder folder;
+    ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
+    const std::string whole = folder.Read("scan.qsn");
+    for (const double share : {0.001, 0.01, 0.3, 0.6}) {
+        const auto length = static_cast<size_t>(share * static_cast<double>(whole.size()));
+        folder.Write("cut.qsn", whole.substr(0, length));
+        for (const Arguments& line :
+             {Arguments{"info", "cut.qsn"}, Arguments{"preview", "cut.qsn", "out.png"},
+              Arguments{"export", "cut.qsn", "out.ply"}}) {
+            const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
+            EXPECT_EQ(result.exitCode, 1) << line[0] << " " << length;
+            EXPECT_TRUE(Contains(result.err, "cut.qsn")) << result.err;
+            EXPECT_TRUE(Contains(result.err, "byte ")) << result.err;
+        }
+    }
+    EXPECT_FALSE(folder.Has("out.png"));
+    EXPECT_FALSE(folder.Has("out.ply"));
+}
+
+TEST(QsnCommand, ExistingOutputsNeedForce) {
+    const TemporaryFolder folder;
+    ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
+    const std::vector<Arguments> lines = {{"import", "source.ptx", "out.qsn"},
+                                          {"preview", "scan.qsn", "out.png"},
+                                          {"export", "scan.qsn", "out.ply"}};
+    for (const Arguments& line : lines) {
+        folder.Write(line[2], "mine");
+        ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
+        EXPECT_EQ(result.exitCode, 1) << line[0];
+        EXPECT_TRUE(Contains(result.err, "--force")) << result.err;
+        EXPECT_EQ(folder.Read(line[2]), "mine");
+        Arguments forced = line;
+        forced.push_back("--force");
+        result = RunQsn(forced, {folder.Path(), {}, false});
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_NE(folder.Read(line[2]), "mine");
+    }
+}
+
+TEST(QsnCommand, NamesInEveryScriptWork) {
+    const TemporaryFolder folder;
+    const std::string base = "R\xc3\xa4ume \xe7\x82\xb9\xe7\xbe\xa4 \xf0\x9f\x93\xa1 ";
+    folder.Write(base + "in.ptx", MakeSmallPtx());
+    // The C locale knows none of these characters.
+    const ProgramOptions options{folder.Path(), {{"LC_ALL", "C"}}, false};
+    EXPECT_EQ(RunQsn({"import", base + "in.ptx", base + ".qsn"}, options).exitCode, 0);
+    const ProgramResult info = RunQsn({"info", "--json", base + ".qsn"}, options);
+    EXPECT_EQ(info.exitCode, 0) << info.err;
+    EXPECT_TRUE(Contains(info.out, base + ".qsn"));
+    EXPECT_EQ(RunQsn({"preview", base + ".qsn", base + ".png"}, options).exitCode, 0);
+    EXPECT_EQ(RunQsn({"export", base + ".qsn", base + ".ply"}, options).exitCode, 0);
+    for (const char* ending : {".qsn", ".png", ".ply"})
+        EXPECT_TRUE(folder.Has(base + ending));
+}
+
+TEST(QsnCommand, ALocaleWithADecimalCommaChangesNothing) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directory(folder.Path() / "locales");
+    const ProgramResult made = RunShellLine(
+        "localedef -i de_DE -f UTF-8 --no-archive \"$PWD/locales/de_DE.UTF-8\"", {folder.Path(), {}, false});
+    if (!folder.Has("locales/de_DE.UTF-8/LC_NUMERIC"))
+        GTEST_SKIP() << "no German locale can be made here: " << made.out << made.err;
+    ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
+
+    const std::map<std::string, std::string> german = {{"LOCPATH", folder.File("locales")},
+                                                       {"LC_ALL", "de_DE.UTF-8"}};
+    const ProgramOptions plain{folder.Path(), {{"LC_ALL", "C"}}, false};
+    const ProgramOptions comma{folder.Path(), german, false};
+    // The locale must really have the comma, or this test would show nothing.
+    EXPECT_EQ(RunShellLine("locale decimal_point", comma).out, ",\n");
+    EXPECT_EQ(RunQsn({"import", "source.ptx", "comma.qsn", "--scale", "range=0.5"}, comma).exitCode, 0);
+    EXPECT_EQ(RunQsn({"import", "source.ptx", "plain.qsn", "--scale", "range=0.5"}, plain).exitCode, 0);
+    for (const Arguments& line : {Arguments{"info", "scan.qsn"}, Arguments{"info", "--json", "scan.qsn"}})
+        EXPECT_EQ(RunQsn(line, comma).out, RunQsn(line, plain).out);
+    for (const std::string ending : {".xyz", ".ptx"}) {
+        EXPECT_EQ(RunQsn({"export", "comma.qsn", "comma" + ending}, comma).exitCode, 0);
+        EXPECT_EQ(RunQsn({"export", "plain.qsn", "plain" + ending}, plain).exitCode, 0);
+        EXPECT_EQ(folder.Read("comma" + ending), folder.Read("plain" + ending));
+    }
+}
+
+TEST(QsnCommand, DataGoesToStandardOutputAndNothingElse) {
+    const TemporaryFolder folder;
+    folder.Write("source.ptx", MakeSmallPtx());
+    const ProgramOptions options{folder.Path(), {}, false};
+    const ProgramResult import = RunQsn({"import", "source.ptx", "scan.qsn"}, options);
+    EXPECT_EQ(import.out, "");
+    EXPECT_TRUE(Contains(import.err, "40 x 30 cells"));
+    EXPECT_EQ(RunQsn({"preview", "scan.qsn", "out.png"}, options).out, "");
+    EXPECT_EQ(RunQsn({"export", "scan.qsn", "out.ply"}, options).out, "");
+    const ProgramResult info = RunQsn({"info", "scan.qsn"}, options);
+    EXPECT_FALSE(info.out.empty());
+    EXPECT_EQ(info.err, "");
+}
+
+TEST(QsnCommand, QuietSaysNothing) {
+    const TemporaryFolder folder;
+    folder.Write("source.ptx", MakeSmallPtx());
+    const ProgramOptions options{folder.Path(), {}, false};
+    for (const Arguments& line : {Arguments{"import", "-q", "source.ptx", "scan.qsn"},
+                                  Arguments{"preview", "-q", "scan.qsn", "out.png"},
+                                  Arguments{"export", "--quiet", "scan.qsn", "out.ply"}}) {
+        const ProgramResult result = RunQsn(line, options);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(result.out + result.err, "") << line[0];
+    }
+}
+
+TEST(QsnCommand, AFullDiskBehindStandardOutputIsAFailure) {
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "this system has no /dev/full";
+    const TemporaryFolder folder;
+    ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
+    const ProgramResult result = RunShellLine("qsn info scan.qsn > /dev/full", {folder.Path(), {}, false});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(Contains(result.err, "standard output")) << result.err;
+}
+
+}  // namespace
+}  // namespace qsn

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+// Every command line that the help or the guide shows is run, as it is shown.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "Command.h"
+#include "RunProgram.h"
+#include "SamplePtx.h"
+#include "TemporaryFolder.h"
+
+namespace qsn {
+namespace {
+
+/// What the examples take for granted: scan.ptx, scan.ptx.gz, several.ptx and, but for imports, scan.qsn.
+void Prepare(const TemporaryFolder& folder, bool withScan) {
+    const std::string ptx = MakeSmallPtx();
+    folder.Write("scan.ptx", ptx);
+    folder.Write("several.ptx", ptx + MakeSmallPtx(20, 10));
+    const ProgramOptions here{folder.Path(), {}, false};
+    ASSERT_EQ(RunShellLine("gzip -c scan.ptx > scan.ptx.gz", here).exitCode, 0);
+    if (!withScan) return;
+    ASSERT_EQ(RunQsn({"import", "-q", "scan.ptx", "scan.qsn"}, here).exitCode, 0);
+}
+
+void RunExample(const std::string& line) {
+    const TemporaryFolder folder;
+    ASSERT_NO_FATAL_FAILURE(Prepare(folder, line.find("qsn import") == std::string::npos));
+    const std::vector<std::string> before = folder.Names();
+    const ProgramResult result = RunShellLine(line, {folder.Path(), {}, false});
+    EXPECT_EQ(result.exitCode, 0) << line << "\n" << result.err;
+    EXPECT_TRUE(!result.out.empty() || folder.Names() != before) << line << " did nothing";
+}
+
+/// Lines of the text that begin, after blanks, with "qsn ".
+std::vector<std::string> CommandLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        const size_t start = line.find_first_not_of(' ');
+        if (start != std::string::npos && line.compare(start, 4, "qsn ") == 0)
+            lines.push_back(line.substr(start));
+    }
+    return lines;
+}
+
+TEST(Examples, EveryExampleOfTheHelpRuns) {
+    size_t count = 0;
+    for (const CommandDescription& command : Commands()) {
+        const ProgramResult help = RunQsn({command.name, "--help"});
+        const std::vector<std::string> lines = CommandLines(help.out.substr(help.out.find("Examples:")));
+        EXPECT_EQ(lines.size(), command.examples.size()) << command.name;
+        for (const std::string& line : lines)
+            RunExample(line);
+        count += lines.size();
+    }
+    EXPECT_GE(count, 2 * Commands().size());
+}
+
+TEST(Examples, EveryCommandOfTheGuideRuns) {
+    std::ifstream in(KXIO_SOURCE_DIR "/docs/guide-qsn.md");
+    ASSERT_TRUE(in.good());
+    std::string shell;
+    bool inside = false;
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with("```")) {
+            inside = line == "```sh";
+        } else if (inside) {
+            shell += line + "\n";
+        }
+    }
+    const std::vector<std::string> lines = CommandLines(shell);
+    EXPECT_GE(lines.size(), 8U);
+    for (const std::string& line : lines)
+        RunExample(line);
+}
+
+TEST(Examples, HelpFitsIntoEightyColumns) {
+    std::vector<std::vector<std::string>> calls = {{"--help"}};
+    for (const CommandDescription& command : Commands())
+        calls.push_back({command.name, "--help"});
+    for (const auto& call : calls) {
+        std::istringstream in(RunQsn(call).out);
+        for (std::string line; std::getline(in, line);)
+            EXPECT_LE(line.size(), 80U) << call[0] << ": " << line;
+    }
+}
+
+}  // namespace
+}  // namespace qsn
