@@ -33,6 +33,7 @@
 #include "kxio/ScanHeader.h"
 #include "kxio/ScanProperties.h"
 #include "kxio/ScanningModeExtendedHeader.h"
+#include "kxio/ThumbnailEdit.h"
 #include "kxio/ThumbnailHeader.h"
 #include "kxio/Tilt.h"
 #include "kxio/UUIDExtendedHeader.h"

@@ -13,6 +13,7 @@
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
 #include "support/ScanFileBuilder.h"
+#include "support/StoredFile.h"
 #include "support/TempFolder.h"
 
 namespace {
@@ -20,11 +21,6 @@ namespace {
 using kxio::QSNInfo;
 using kxtest::ByteList;
 using kxtest::Bytes;
-
-Bytes ReadAll(const std::wstring& path) {
-    std::ifstream in(std::filesystem::path(kxbase::Encode_UTF8(path)), std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 template <class Exception, class Call>
 std::string ThrownBy(const Call& call) {
@@ -63,9 +59,7 @@ kxbase::RegistrationInformation SomeRegistration() {
 
 class InfoOfAFile : public ::testing::Test {
 protected:
-    std::wstring Store(const Bytes& bytes) {
-        return kxtest::WriteTemporary(Wide(m_folder / "scan.qsn"), bytes);
-    }
+    std::wstring Store(const Bytes& bytes) { return kxtest::StoreFile(Wide(m_folder / "scan.qsn"), bytes); }
     std::wstring Missing() const { return Wide(m_folder / "missing.qsn"); }
 
     TempFolder m_folder;
@@ -98,7 +92,7 @@ TEST_F(InfoOfAFile, AFileOfAnotherKindFailsInHeaderReadingAndStaysAsItIs) {
               "Invalid main header");
     EXPECT_EQ(ThrownBy<kxbase::KXHeaderReadingException>([&] { QSNInfo::AddMessage(path, L"m"); }),
               "Invalid main header");
-    EXPECT_EQ(ReadAll(path), text);
+    EXPECT_EQ(kxtest::LoadFile(kxbase::Encode_UTF8(path)), text);
 }
 
 TEST_F(InfoOfAFile, AFirstChunkPositionOfZeroIsAnErrorOfOpening) {
@@ -207,7 +201,7 @@ TEST_F(InfoOfAFile, AnAppendAddsExactlyOneRecordAndLeavesTheOldBytesAlone) {
     const Bytes before = file.Build();
     const std::wstring path = Store(before);
     QSNInfo::AddMessage(path, L"h\u00e9");
-    const Bytes after = ReadAll(path);
+    const Bytes after = kxtest::LoadFile(kxbase::Encode_UTF8(path));
     ASSERT_EQ(after.size(), before.size() + 36 + 3 + 1);
     EXPECT_TRUE(std::equal(before.begin(), before.end(), after.begin()));
     const Bytes record(after.begin() + static_cast<std::ptrdiff_t>(before.size()), after.end());
@@ -233,7 +227,7 @@ TEST_F(InfoOfAFile, LinksOfEachKindComeBackAndGrowTheFileByOneRecord) {
     const kxbase::UUID hq = kxbase::UUID::Generate();
     const kxbase::UUID er = kxbase::UUID::Generate();
     QSNInfo::AddHQLink(path, hq);
-    Bytes after = ReadAll(path);
+    Bytes after = kxtest::LoadFile(kxbase::Encode_UTF8(path));
     ASSERT_EQ(after.size(), before.size() + 36 + 37);
     EXPECT_TRUE(std::equal(before.begin(), before.end(), after.begin()));
     QSNInfo::AddERLink(path, er);
@@ -249,7 +243,7 @@ TEST_F(InfoOfAFile, AnAppendToAFileWithoutATailIsWrittenButNotFound) {
     ASSERT_EQ(kxtest::GetMainField(before, kxtest::MainField::FirstExtendedHeader), 0u);
     const std::wstring path = Store(before);
     QSNInfo::AddMessage(path, L"unseen");
-    EXPECT_GT(ReadAll(path).size(), before.size());
+    EXPECT_GT(kxtest::LoadFile(kxbase::Encode_UTF8(path)).size(), before.size());
     EXPECT_TRUE(QSNInfo::GetMessages(path).empty());
 }
 
@@ -269,7 +263,7 @@ TEST_F(InfoOfAFile, SettingTheRegistrationChangesExactly96Bytes) {
         std::memcpy(values, inverted.data(), 96);
         const auto registration = kxbase::RegistrationInformation::FromValues(values);
         QSNInfo::SetRegistrationInfo(path, registration);
-        const Bytes after = ReadAll(path);
+        const Bytes after = kxtest::LoadFile(kxbase::Encode_UTF8(path));
         ASSERT_EQ(after.size(), before.size());
         for (uint64_t i = 0; i < after.size(); ++i)
             ASSERT_EQ(after[i] != before[i], i >= block && i < block + 96) << "byte " << i;
@@ -286,7 +280,7 @@ TEST_F(InfoOfAFile, ARegistrationIsRefusedBelowVersion210AndTheFileStaysAsItIs) 
                   [&] { QSNInfo::SetRegistrationInfo(path, SomeRegistration()); }),
               "File does not support this write operation. Use a valid (released) file format for this "
               "operation to work.");
-    EXPECT_EQ(ReadAll(path), before);
+    EXPECT_EQ(kxtest::LoadFile(kxbase::Encode_UTF8(path)), before);
 }
 
 TEST_F(InfoOfAFile, TheParentCanNeverBeSet) {
@@ -297,7 +291,7 @@ TEST_F(InfoOfAFile, TheParentCanNeverBeSet) {
                       [&] { QSNInfo::SetParentUUID(target, kxbase::UUID::Generate()); }),
                   "This functionality has not been implemented");
     }
-    EXPECT_EQ(ReadAll(path), before);
+    EXPECT_EQ(kxtest::LoadFile(kxbase::Encode_UTF8(path)), before);
     EXPECT_FALSE(std::filesystem::exists(m_folder / "missing.qsn"));
 }
 
@@ -311,7 +305,7 @@ TEST_F(InfoOfAFile, AReadOnlyFileReportsTheFailedAppend) {
     if (probe.is_open()) GTEST_SKIP() << "this user may write read-only files";
     EXPECT_EQ(ThrownBy<kxbase::KXWritingException>([&] { QSNInfo::AddMessage(path, L"m"); }),
               "Cannot write file");
-    EXPECT_EQ(ReadAll(path), before);
+    EXPECT_EQ(kxtest::LoadFile(kxbase::Encode_UTF8(path)), before);
 }
 
 TEST_F(InfoOfAFile, PropertiesCopiedToAWriterKeepTheirLinks) {

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include "kxio/ThumbnailEdit.h"
+
+#include <array>
+#include <memory>
+#include <span>
+
+#include "kxbase/ByteWriter.h"
+#include "kxbase/Exceptions.h"
+#include "kxbase/InMemoryStream.h"
+#include "kxbase/UTF8.h"
+#include "kxbase/kxInFile.h"
+#include "kxbase/kxOutFile.h"
+#include "kxcodecs/JPEG.h"
+#include "kxio/ExtendedHeader.h"
+#include "kxio/QSNScanReader.h"
+#include "kxio/ScanAccess.h"
+#include "kxio/ThumbnailHeader.h"
+
+namespace kxio {
+
+namespace {
+
+ThumbnailHeader MakeRecord(const std::vector<unsigned char>& jpeg) {
+    unsigned char* pixels = nullptr;
+    uint64_t bytes = 0;
+    unsigned width = 0;
+    unsigned height = 0;
+    if (!kxcodecs::JPEG::Decode(jpeg.data(), jpeg.size(), pixels, bytes, width, height)) {
+        throw kxbase::KXBadInputException("Unknown thumbnail data size",
+                                          {{}, "ThumbnailHeader", {}, {}, "the bytes are no JPEG image"});
+    }
+    kxcodecs::JPEG::Free(pixels);
+    ThumbnailHeader record;
+    record.SetCompressed(jpeg, height, width);
+    return record;
+}
+
+// The extended records from `position` on, as they stand but for their links, which lead to the next record
+// of a chain that begins at `newPosition`.
+void CopyTail(kxbase::IInFileStream& in, uint64_t position, uint64_t newPosition,
+              kxbase::IOutFileStream& out) {
+    constexpr uint64_t kLinkOffset = kxbase::IOHeader::FrameSize;
+    in.Seek(position);
+    ExtendedHeader record;
+    std::vector<unsigned char> bytes;
+    while (record.Read(&in) != 0) {
+        const uint64_t size = record.HeaderSize();
+        bytes.resize(size);
+        in.SeekBackward(size);
+        if (in.Read(bytes.data(), size) != size) break;
+        newPosition += size;
+        if (!record.IsLastHeader()) {
+            kxbase::ByteWriter link(std::span<unsigned char>(bytes).subspan(kLinkOffset, sizeof(uint64_t)));
+            link.U64(newPosition);
+        }
+        out.Write(bytes.data(), bytes.size());
+    }
+}
+
+[[noreturn]] void ThrowCannotWrite(const std::wstring& path) {
+    throw kxbase::KXWritingException(
+        "Cannot write file", {kxbase::Encode_UTF8(path), {}, {}, {}, "it cannot be opened for writing"});
+}
+
+}  // namespace
+
+void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jpeg) {
+    ThumbnailHeader thumbnail = MakeRecord(jpeg);
+    MainFileHeader header;
+    kxbase::InMemoryStream appended;
+    uint64_t fileSize = 0;
+    {
+        const QSNScanReader reader(path, 0);  // validates the file
+        const ScanAccess access(reader);
+        header = access.GetMainHeader();
+        fileSize = access.GetFileSize();
+        kxbase::kxInFile in(path);
+        thumbnail.Write(&appended);
+        if (header.firstExtendedHeaderPosition != 0) {
+            const uint64_t tail = fileSize + appended.GetSize();
+            CopyTail(in, header.firstExtendedHeaderPosition, tail, appended);
+            header.firstExtendedHeaderPosition = tail;
+        }
+        header.thumbnailHeaderPosition = fileSize;
+    }
+    // Three neighbouring fields of the main header: extended records, end of the chunks, thumbnail.
+    constexpr uint64_t kFirstField = 24;
+    std::array<unsigned char, 24> fields{};
+    kxbase::ByteWriter encode(fields);
+    encode.U64(header.firstExtendedHeaderPosition);
+    encode.U64(header.chunkDataEndPosition);
+    encode.U64(header.thumbnailHeaderPosition);
+
+    kxbase::kxOutFile out(path, kxbase::kxOutFile::KeepContent);
+    if (!out.IsOpen() || !out.Seek(fileSize)) ThrowCannotWrite(path);
+    out.Write(appended.GetBytes().data(), appended.GetBytes().size());
+    if (!out.Seek(kxbase::IOHeader::FrameSize + kFirstField)) ThrowCannotWrite(path);
+    out.Write(fields.data(), fields.size());
+    out.Close();
+}
+
+}  // namespace kxio
