@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "TestCodecs.h"
 #include "kxbase/ByteReader.h"
 #include "kxbase/Exceptions.h"

@@ -2,6 +2,7 @@
 // Whatever the bytes: the exact output or a failure, and no memory on the word of a header.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 
 #include "TestCodecs.h"
@@ -272,6 +273,27 @@ TEST(ForeignChunk, UnknownCodecSaysSo) {
     EncodeChunkHeader({1, 2, 2, 4, 1.0F, 4}, header);
     Bytes out;
     EXPECT_EQ(Decode(header + Bytes(4), out), DecodeStatus::UnknownCodec);
+}
+
+TEST(SnappyBound, ClaimBeyondTheDensestBlockIsRefusedUnread) {
+    // 64/3 x 10 + 64 = 277.33; the first two bytes are the block's own claim, seven bits each.
+    SnappyChunkCodec codec;
+    for (const uint32_t claim : {277U, 278U}) {
+        Bytes payload(10);
+        payload[0] = static_cast<unsigned char>(0x80 | (claim & 0x7F));
+        payload[1] = static_cast<unsigned char>(claim >> 7);
+        codec.SetLayout(claim, 1, claim, 1.0F);
+        EXPECT_EQ(codec.CanDecode(payload.data(), payload.size()), claim == 277) << claim;
+    }
+}
+
+TEST(ZLibBound, ClaimBeyondTheDensestContainerIsRefusedUnread) {
+    const Bytes payload(10);
+    ZLibChunkCodec codec;
+    codec.SetLayout(11344, 1, 11344, 1.0F);
+    EXPECT_TRUE(codec.CanDecode(payload.data(), payload.size()));
+    codec.SetLayout(11345, 1, 11345, 1.0F);
+    EXPECT_FALSE(codec.CanDecode(payload.data(), payload.size()));
 }
 
 TEST(SnappyBound, DensestBlockIsStillAccepted) {

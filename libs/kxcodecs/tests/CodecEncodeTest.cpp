@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -193,6 +194,24 @@ TEST(JPEGChunkCodecLevels, ColoursOfSmoothDataStayWithinAFewUnits) {
         for (std::size_t i = 0; i < image.size(); ++i)
             worst = std::max(worst, std::abs(out[i] - image[i]));
         EXPECT_LE(worst, row.tolerance) << "level " << row.level;
+    }
+}
+
+TEST(JPEGChunkCodecLevels, QualityIs100LessFiveTimesTheLevel) {
+    // The first step of the brightness table is 16 at quality 50 and shrinks by 2 in 100 per unit of quality:
+    // (16 x (200 - 2 x quality) + 50) / 100, from the JPEG library's documentation of its scale.
+    struct Row {
+        int level;
+        unsigned char step;
+    };
+    for (const Row& row : {Row{1, 2}, Row{2, 3}, Row{3, 5}, Row{6, 10}, Row{9, 14}}) {
+        JPEGChunkCodec codec;
+        codec.SetCompressionLevel(row.level);
+        const Bytes payload = PayloadOf(EncodeWith(codec, SmoothImage(8, 8, 1), 8, 8));
+        const Bytes marker = {0xFF, 0xDB, 0x00, 0x43, 0x00};
+        const auto table = std::search(payload.begin(), payload.end(), marker.begin(), marker.end());
+        ASSERT_LT(table - payload.begin(), static_cast<std::ptrdiff_t>(payload.size()) - 69);
+        EXPECT_EQ(table[5], row.step) << "level " << row.level;
     }
 }
 

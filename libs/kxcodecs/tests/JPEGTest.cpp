@@ -219,6 +219,18 @@ TEST(JPEG, SidesThatTheBytesCannotFillAreRefused) {
     EXPECT_FALSE(Decodes(WithSides(encoded, 400, 400))) << "the data end long before the image does";
 }
 
+TEST(JPEG, SidesBeyondTheDensestImageAreRefusedUnread) {
+    Bytes encoded;
+    ASSERT_TRUE(JPEG::Encode(SmoothImage(20, 20, 3).data(), 20, 20, 80, encoded));
+    const auto bytes = static_cast<unsigned>(encoded.size());
+    for (const unsigned height : {bytes, bytes + 1}) {
+        const Bytes image = WithSides(encoded, 512, height);
+        unsigned width = 0;
+        unsigned read = 0;
+        EXPECT_EQ(JPEG::ReadSize(image.data(), image.size(), width, read), height == bytes) << height;
+    }
+}
+
 TEST(JPEG, MorePixelsThanTheLimitAreRefusedUnread) {
     Bytes encoded;
     ASSERT_TRUE(JPEG::Encode(SmoothImage(20, 20, 3).data(), 20, 20, 80, encoded));
