@@ -11,6 +11,8 @@ namespace kxexchange {
 namespace {
 
 constexpr double kMetresPerMillimetre = 1e-3;
+// Fewer cells are done before other threads have woken up.
+constexpr size_t kWorthThreads = 4096;
 
 // A message without an intensity mapping over a file that has intensities: they are a share of the whole.
 constexpr IntensityMapping kUnit{IntensityMapping::Kind::Unit, 0, 1.0 / 65535};
@@ -114,7 +116,7 @@ uint64_t GridCells::Read(std::vector<Cell>& cells) {
     cells.resize(static_cast<size_t>(columns * layout.rows));
     const auto count = static_cast<int64_t>(columns);
     const int threads = m_options.threads == 0 ? omp_get_max_threads() : static_cast<int>(m_options.threads);
-#pragma omp parallel for schedule(static) num_threads(threads)
+#pragma omp parallel for schedule(static) num_threads(threads) if (cells.size() >= kWorthThreads)
     for (int64_t i = 0; i < count; ++i) {
         const auto inBlock = static_cast<size_t>(layout.columnsReversed ? count - 1 - i : i);
         Cell* const column = cells.data() + static_cast<size_t>(i) * static_cast<size_t>(layout.rows);

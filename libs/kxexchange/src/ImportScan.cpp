@@ -241,7 +241,6 @@ void Import::AddPatches(PatchColumn& column) {
 
 void Import::WriteProperties() {
     m_writer->SetRegistration(m_description.pose);
-    m_writer->DisableHistogramComputation(!m_options.histograms);
     const std::string name = PathText(std::filesystem::path(m_source.Name()).filename());
     m_writer->AddMessage(
         kxbase::Decode_UTF8("Imported from " + name + ", scan " + std::to_string(m_scanIndex + 1)));
@@ -260,6 +259,7 @@ void Import::Write(const std::filesystem::path& path) {
     const IntakeThreads intakeThreads(m_options.threads);
     m_writer = std::make_unique<kxio::QSNScanWriter>();
     m_writer->CreateNew(WidePath(path), m_report.grid);
+    m_writer->DisableHistogramComputation(!m_options.histograms);
 
     using ColumnPointer = std::unique_ptr<PatchColumn>;
     if (m_options.threads == 1) {

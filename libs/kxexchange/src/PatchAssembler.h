@@ -52,6 +52,9 @@ public:
     /// Gives back a column's memory for the next one. May run at the same time as AddColumn.
     void Recycle(std::unique_ptr<PatchColumn> column);
 
+    /// Columns of patches that have begun and are not complete.
+    size_t OpenColumns() const { return m_open.size(); }
+
     // Greatest distances between the cells' own directions and the grid's, radians.
     double MaxHorizontalResidual() const {
         return m_maxHorizontalResidual;
