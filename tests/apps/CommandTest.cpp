@@ -155,6 +155,27 @@ TEST(QsnCommand, ATruncatedScanIsRefusedWithFileAndByte) {
     EXPECT_FALSE(folder.Has("out.ply"));
 }
 
+TEST(QsnCommand, DamageAnywhereEndsInAnAnswerOrAnError) {
+    const TemporaryFolder folder;
+    ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
+    const std::string whole = folder.Read("scan.qsn");
+    // The headers and tables at both ends decide most; the middle is patches.
+    for (size_t i = 0; i < 60; ++i) {
+        const size_t place = i < 23 ? i * 4 : 92 + (i - 23) * (whole.size() - 92) / 37;
+        std::string damaged = whole;
+        damaged[place] = static_cast<char>(damaged[place] ^ 0xff);
+        folder.Write("damaged.qsn", damaged);
+        for (const Arguments& line :
+             {Arguments{"info", "damaged.qsn"}, Arguments{"preview", "-f", "damaged.qsn", "out.png"},
+              Arguments{"export", "-f", "damaged.qsn", "out.ply"}}) {
+            const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
+            EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 1)
+                << line[0] << ", byte " << place << ": " << result.exitCode << " " << result.err;
+            EXPECT_FALSE(Contains(result.err, "internal error")) << result.err;
+        }
+    }
+}
+
 TEST(QsnCommand, ExistingOutputsNeedForce) {
     const TemporaryFolder folder;
     ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
