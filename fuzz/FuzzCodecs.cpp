@@ -31,14 +31,15 @@ void DecodePayload(uint64_t identifier, kxbase::ByteReader& in) {
     const uint32_t width = in.U16("width");
     const uint32_t height = in.U16("height");
     const uint32_t elementBytes = in.U8("element size");
-    if (uint64_t{width} * height * elementBytes > kMaxBytes) return;
+    const uint64_t claimed = uint64_t{width} * height * elementBytes;
+    if (claimed > kMaxBytes) return;
     const auto payload = in.Take(in.Remaining(), "payload");
     const auto codec = ChunkCodecFactory::MakeCodec(identifier);
-    codec->SetLayout(width, height, width * height * elementBytes, 1.0F);
+    codec->SetLayout(width, height, static_cast<uint32_t>(claimed), 1.0F);
 
     uint64_t decodedBytes = 1;
     unsigned char* decoded = codec->Decode(payload.data(), payload.size(), decodedBytes);
-    Bytes mine(width * height * elementBytes);
+    Bytes mine(claimed);
     const bool same = codec->DecodeInto(payload.data(), payload.size(), mine);
     Require(same == (decoded != nullptr), "both ways of decoding agree on success");
     if (decoded != nullptr) {
@@ -92,7 +93,7 @@ void RoundTrip(kxbase::ByteReader& in) {
     const int level = in.U8("level") % 12;
     const bool isJPEG = identifier == kxcodecs::JPEGChunkCodec::kIdentifier;
     if (isJPEG) elementBytes = elementBytes % 2 == 0 ? 1 : 3;
-    const uint32_t height = static_cast<uint32_t>(in.Remaining() / (width * elementBytes));
+    const uint32_t height = static_cast<uint32_t>(in.Remaining() / (uint64_t{width} * elementBytes));
     if (height == 0) return;
     const auto data = in.Take(uint64_t{width} * height * elementBytes, "data");
     const auto codec = ChunkCodecFactory::MakeCodec(identifier);

@@ -23,7 +23,7 @@ constexpr uint32_t kMaxJPEGSide = 65500;
 // A Huffman code is one bit at least and yields 64 samples at most: no image has more pixels per byte.
 constexpr uint64_t kMaxJPEGPixelsPerByte = 512;
 // Each scan of a progressive image costs a pass over all its blocks. Encoders make about ten.
-constexpr int kMaxJPEGScans = 64;
+constexpr int kMaxJPEGScans = 32;
 
 enum class ChromaSampling { Full, Halved };
 
