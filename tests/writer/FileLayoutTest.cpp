@@ -422,7 +422,7 @@ void FileLayout::CheckStatistics(const Scan& scan, const walker::File& file, con
 
 TEST_P(FileLayout, RandomScansObeyEveryRule) {
     const auto [topology, transposed] = GetParam();
-    for (uint32_t seed = 1; seed <= 25; ++seed) {
+    for (uint32_t seed = 1; seed <= 15; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(seed);
         const Scan scan = RandomScan(topology, transposed, random);

@@ -300,7 +300,7 @@ TEST(WriterIntake, GapOfAnOpenEndedScanIsFilledWithTheComponentsValueSize) {
     const walker::File file = s.End();
     EXPECT_EQ(file.scan.rows, 12U);
     ASSERT_EQ(file.lookup.at(1).size(), 6U);
-    for (const size_t gap : {0, 1, 2, 3, 5}) {
+    for (const size_t gap : {0U, 1U, 2U, 3U, 5U}) {
         EXPECT_EQ(ValuesOf<float>(walker::Decode(file.Slice(file.lookup.at(1)[gap]))),
                   std::vector<float>(16, 0.0F));
     }

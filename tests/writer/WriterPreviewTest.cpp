@@ -249,8 +249,8 @@ TEST(WriterThumbnail, SidesFollowTheGrid) {
         kxbase::InMemoryStream stream;
         kxio::QSNScanWriter writer;
         // One patch of another size than the grid is enough for a preview.
-        writer.CreateNew(&stream, MakeGrid(c.columns, c.rows, 10, 10));
-        Flat<uint8_t> grey(kxbase::Luminance8, std::vector<uint8_t>(100, 50), &Snappy());
+        writer.CreateNew(&stream, MakeGrid(c.columns, c.rows, 200, 200));
+        Flat<uint8_t> grey(kxbase::Luminance8, std::vector<uint8_t>(40000, 50), &Snappy());
         writer.AddPatch({&grey}, 0, 0);
         writer.EndCreation();
         const Picture picture(Walk(stream.GetBytes()).jpeg);
