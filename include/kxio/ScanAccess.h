@@ -79,7 +79,7 @@ struct KXIO_EXPORT ScanLimits {
     std::vector<MinMaxPair> patches;  ///< by linear patch index; (0, 0) for a patch without values
 };
 
-/// A decoded preview: `height` rows of `width` values.
+/// A decoded preview or chunk: `height` rows of `width` values.
 template <class T>
 struct PreviewImage {
     uint32_t width = 0;
@@ -170,6 +170,16 @@ public:
         return {bytes.width, bytes.height, ToValues<T>(bytes.values)};
     }
 
+    /// Everything that the chunk of a patch holds, in the chunk's own shape. For scans without a grid, whose
+    /// patches are one cell each and may store any number of values.
+    template <class T>
+    PreviewImage<T> ReadStoredPatch(kxbase::ComponentType component, uint32_t patchRow,
+                                    uint32_t patchColumn) const {
+        const PreviewImage<unsigned char> bytes =
+            ReadStoredPatchBytes(component, patchRow, patchColumn, sizeof(T));
+        return {bytes.width, bytes.height, ToValues<T>(bytes.values)};
+    }
+
     // The same with the element size as a number, for callers without types.
 
     /// \param out  rect.CellCount() x elementBytes bytes
@@ -178,7 +188,9 @@ public:
     /// The cells of one patch that lie in the grid.
     std::vector<unsigned char> ReadPatchBytes(kxbase::ComponentType component, uint32_t patchRow,
                                               uint32_t patchColumn, uint32_t elementBytes) const;
-    /// Width and height count elements.
+    /// Width and height count elements, here and below.
+    PreviewImage<unsigned char> ReadStoredPatchBytes(kxbase::ComponentType component, uint32_t patchRow,
+                                                     uint32_t patchColumn, uint32_t elementBytes) const;
     PreviewImage<unsigned char> ReadPreviewBytes(kxbase::ComponentType component,
                                                  uint32_t elementBytes) const;
 

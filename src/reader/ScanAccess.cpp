@@ -47,6 +47,17 @@ bool RequireElements(const DecodedPatch& patch, uint64_t count, uint64_t element
     return true;
 }
 
+PreviewImage<unsigned char> WholeImage(const DecodedPatch& values, uint64_t elementBytes) {
+    const uint64_t count = values.header.ElementCount();
+    PreviewImage<unsigned char> image{values.header.width, values.header.height, {}};
+    if (RequireElements(values, count, elementBytes)) {
+        image.values.assign(values.bytes.begin(), values.bytes.end());
+    } else {
+        image.values.resize(count * elementBytes);
+    }
+    return image;
+}
+
 PatchRect Intersect(const PatchRect& a, const PatchRect& b) {
     const auto span = [](uint32_t firstA, uint32_t countA, uint32_t firstB, uint32_t countB) {
         const uint64_t first = std::max(firstA, firstB);
@@ -220,6 +231,22 @@ std::vector<unsigned char> ScanAccess::ReadPatchBytes(ComponentType component, u
     }
 }
 
+PreviewImage<unsigned char> ScanAccess::ReadStoredPatchBytes(ComponentType component, uint32_t patchRow,
+                                                             uint32_t patchColumn,
+                                                             uint32_t elementBytes) const {
+    RequireComponent(component);
+    RequireElementBytes(component, elementBytes);
+    GetPatchRect(patchRow, patchColumn);
+    const uint64_t index = m_reader->LinearIndex(patchRow, patchColumn);
+    PatchBuffers buffers;
+    try {
+        return WholeImage(m_reader->DecodePatch(index, component, buffers), elementBytes);
+    } catch (kxbase::KXException& e) {
+        e.AddContext(m_reader->PatchContext(index, component));
+        throw;
+    }
+}
+
 PreviewImage<unsigned char> ScanAccess::ReadPreviewBytes(ComponentType component,
                                                          uint32_t elementBytes) const {
     RequireElementBytes(component, elementBytes);
@@ -227,14 +254,7 @@ PreviewImage<unsigned char> ScanAccess::ReadPreviewBytes(ComponentType component
     m_reader->GetCompressedPreview(buffers.chunk, component);
     try {
         const DecodedPatch values = DecodeChunk(buffers, kxcodecs::QKXChunkCodec::kDefaultMaxDecodedBytes);
-        const uint64_t count = values.header.ElementCount();
-        PreviewImage<unsigned char> image{values.header.width, values.header.height, {}};
-        if (RequireElements(values, count, elementBytes)) {
-            image.values.assign(values.bytes.begin(), values.bytes.end());
-        } else {
-            image.values.resize(count * elementBytes);
-        }
-        return image;
+        return WholeImage(values, elementBytes);
     } catch (kxbase::KXException& e) {
         ErrorContext context = m_reader->FileContext();
         context.record = "preview of component " + kxbase::ComponentToString(component);

@@ -327,6 +327,23 @@ TEST(ScanAccess, UnfixedElementSizeIsThatOfTheFirstStoredChunk) {
               "KXBadInputException: Wrong element size");
 }
 
+TEST(ScanAccess, StoredPatchComesInItsOwnShape) {
+    ScanFileBuilder file(2, 1, 1, 1);  // as a scan without a grid: one cell a patch
+    file.Chunk(1, 0, 0, SnappyChunk(std::vector<float>{1, 2, 3, 4, 5}, 5, 1, 10.0F));
+    Access scan(file);
+    const kxio::PreviewImage<float> patch = scan.cells.ReadStoredPatch<float>(Range, 0, 0);
+    EXPECT_EQ(patch.width, 5U);
+    EXPECT_EQ(patch.height, 1U);
+    ASSERT_EQ(patch.values.size(), 5U);
+    EXPECT_NEAR(patch.values[4], 5.0F, 1e-5);
+    EXPECT_EQ(Failure([&] { scan.cells.ReadPatch<float>(Range, 0, 0); }),
+              "KXUnreadablePatchException: Patch cannot be decoded");
+    EXPECT_EQ(Failure([&] { scan.cells.ReadStoredPatch<float>(Range, 0, 1); }),
+              "KXUnreadablePatchException: Patch not in file");
+    EXPECT_EQ(Failure([&] { scan.cells.ReadStoredPatch<double>(Range, 0, 0); }),
+              "KXBadInputException: Wrong element size");
+}
+
 TEST(ScanAccess, PreviewHasItsOwnSize) {
     Access scan(SmallScan());
     const kxio::PreviewImage<float> image = scan.cells.ReadPreview<float>(Range);
