@@ -148,7 +148,7 @@ TEST(WrittenScan, PatchesThatNeverCameAreEmptyAndShareAChunk) {
     EXPECT_EQ(list[3], (kxbase::ImageCoordinates{0, 0}));
 }
 
-TEST(WrittenScan, UnfinishedFileDoesNotOpenButItsPatchesAreFound) {
+TEST(WrittenScan, UnfinishedFileDoesNotOpen) {
     kxbase::InMemoryStream stream;
     kxcodecs::SnappyChunkCodec snappy;
     std::vector<float> ranges(16, 7.0F);
@@ -158,6 +158,32 @@ TEST(WrittenScan, UnfinishedFileDoesNotOpenButItsPatchesAreFound) {
     writer.AddPatch({&range}, 0, 1);
     OpenReader reader;
     EXPECT_EQ(Failure([&] { reader.Open(&stream); }), "KXHeaderReadingException: Invalid scan headers");
+}
+
+TEST(WrittenScan, WithoutItsTableGivesThePatchesThatCame) {
+    kxbase::InMemoryStream written;
+    kxcodecs::SnappyChunkCodec snappy;
+    kxio::QSNScanWriter writer;
+    writer.CreateNew(&written, Grid(12, 8, 4, 4));
+    for (const unsigned index : {4U, 0U}) {
+        std::vector<float> ranges(16, static_cast<float>(index + 1));
+        auto range = Flat(Range, ranges, snappy);
+        writer.AddPatch({&range}, index);
+    }
+    writer.EndCreation();
+    Bytes bytes = written.GetBytes();
+    SetMainField(bytes, MainField::LookupTable, 0);
+    kxbase::InMemoryStream stream(bytes);
+    OpenReader reader;
+    EXPECT_EQ(Failure([&] { reader.Open(&stream); }), "KXIncompleteFileException: Lookup table not found");
+    reader.FailSafeInit();
+    const ScanAccess access(reader);
+    EXPECT_EQ(access.ReadPatch<float>(Range, 1, 1), std::vector<float>(16, 5.0F));
+    EXPECT_EQ(access.ReadPatch<float>(Range, 0, 0), std::vector<float>(16, 1.0F));
+    // The empty patches share a chunk that no walk can give a place.
+    std::vector<float> layer(96);
+    EXPECT_EQ(access.ReadLayer<float>(Range, layer, {kxio::MissingPatches::ZeroAbsent}),
+              (kxio::ReadReport{2, 4, 0}));
 }
 
 TEST(WrittenScan, WithoutAGridGivesItsStoredPatches) {
