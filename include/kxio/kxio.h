@@ -29,6 +29,7 @@
 #include "kxio/QSNInfo.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
+#include "kxio/RecoverToFile.h"
 #include "kxio/ScanAccess.h"
 #include "kxio/ScanHeader.h"
 #include "kxio/ScanProperties.h"
