@@ -62,6 +62,7 @@ void LookupTableHeader::_Read(const unsigned char* payload) {
         }
         table.insert_or_assign(component, std::move(entries));
     }
+    if (m_table == nullptr) return;
     for (auto& [component, entries] : table)
         m_table->insert_or_assign(component, std::move(entries));
 }
