@@ -52,6 +52,19 @@ elseif(STEP STREQUAL "pkgconfig")
   run(${WORK}/with-pkg-config/consumer)
   expect("kxio ok")
 
+elseif(STEP STREQUAL "command")
+  # Beside a copy of the libraries, in a folder of its own, so that nothing of the build tree is found.
+  file(REMOVE_RECURSE ${WORK}/command)
+  foreach(component IN ITEMS libraries command)
+    run(${CMAKE_COMMAND} --install ${TREE} --prefix ${WORK}/command.first --component ${component})
+  endforeach()
+  file(RENAME ${WORK}/command.first ${WORK}/command)
+  run(${WORK}/command/bin/qsn --version)
+  expect("qsn ${VERSION}")
+  run(${WORK}/command/bin/qsn import ${SOURCE}/tests/data/street_a_1024x128.ptx.gz ${WORK}/command/street.qsn)
+  run(${WORK}/command/bin/qsn info ${WORK}/command/street.qsn)
+  expect("107,647")  # returns of that scan
+
 elseif(STEP STREQUAL "version")
   file(REMOVE_RECURSE ${WORK}/other-version)
   file(WRITE ${WORK}/other-version/CMakeLists.txt
