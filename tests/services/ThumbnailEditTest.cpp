@@ -42,7 +42,9 @@ TEST(SetThumbnail, ReplacesTheImageAndKeepsEverythingElse) {
     const Bytes after = kxtest::LoadFile(folder / "scan.qsn");
     ASSERT_GT(after.size(), before.size());
     for (size_t i = 0; i < before.size(); ++i) {
-        if (i < 16 + 24 || i >= 16 + 48) ASSERT_EQ(after[i], before[i]) << "byte " << i;
+        if (i < 16 + 24 || i >= 16 + 48) {
+            ASSERT_EQ(after[i], before[i]) << "byte " << i;
+        }
     }
     Bytes stored;
     ASSERT_TRUE(kxio::QSNScanReader::GetThumbnailJPEG(path, stored));
