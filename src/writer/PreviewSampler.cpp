@@ -2,6 +2,7 @@
 #include "writer/PreviewSampler.h"
 
 #include <algorithm>
+#include <cstring>
 #include <vector>
 
 #include "writer/ValueCopy.h"
@@ -57,6 +58,45 @@ std::vector<KeptPixel> KeptAlong(const Axis& axis) {
     return kept;
 }
 
+struct Image {
+    uint64_t valueCount;
+    uint64_t width;
+};
+
+// Calls `copy` with the positions, in values, of each kept pixel and its source.
+template <class Copy>
+void ForEachKept(const std::vector<KeptPixel>& rows, const std::vector<KeptPixel>& columns, const Image& from,
+                 uint64_t previewWidth, Copy copy) {
+    for (const KeptPixel& row : rows) {
+        const uint64_t sourceStart = row.source * from.width;
+        const uint64_t previewStart = row.preview * previewWidth;
+        for (const KeptPixel& column : columns) {
+            const uint64_t source = sourceStart + column.source;
+            if (source >= from.valueCount) break;  // sources only grow along the row
+            copy(previewStart + column.preview, source);
+        }
+    }
+}
+
+// The usual value lengths, with copies that the compiler sees through.
+template <unsigned Bytes>
+void CopyKept(const std::vector<KeptPixel>& rows, const std::vector<KeptPixel>& columns,
+              const unsigned char* patch, const Image& from, unsigned char* preview, uint64_t previewWidth) {
+    ForEachKept(rows, columns, from, previewWidth, [&](uint64_t to, uint64_t source) {
+        std::memcpy(preview + to * Bytes, patch + source * Bytes, Bytes);
+    });
+}
+
+// Any other length.
+void CopyKept(const std::vector<KeptPixel>& rows, const std::vector<KeptPixel>& columns,
+              const unsigned char* patch, const Image& from, unsigned char* preview, uint64_t previewWidth,
+              uint64_t bytes) {
+    const ValueCopier copy = CopierFor(bytes);
+    ForEachKept(rows, columns, from, previewWidth, [&](uint64_t to, uint64_t source) {
+        copy(preview + to * bytes, patch + source * bytes, bytes);
+    });
+}
+
 }  // namespace
 
 void SamplePatchIntoPreview(const PreviewSampling& s, std::span<unsigned char> preview,
@@ -82,16 +122,20 @@ void SamplePatchIntoPreview(const PreviewSampling& s, std::span<unsigned char> p
 
     const std::vector<KeptPixel> columns = KeptAlong(across);
     const std::vector<KeptPixel> rows = KeptAlong(down);
-    const ValueCopier copy = CopierFor(bytes);
-    const uint64_t valueCount = patch.size() / bytes;
-    for (const KeptPixel& row : rows) {
-        const uint64_t sourceStart = row.source * s.patchWidth;
-        unsigned char* to = preview.data() + row.preview * across.extent * bytes;
-        for (const KeptPixel& column : columns) {
-            const uint64_t source = sourceStart + column.source;
-            if (source >= valueCount) break;  // sources only grow along the row
-            copy(to + column.preview * bytes, patch.data() + source * bytes, bytes);
-        }
+    const Image from{patch.size() / bytes, s.patchWidth};
+    switch (bytes) {
+        case 1:
+            return CopyKept<1>(rows, columns, patch.data(), from, preview.data(), across.extent);
+        case 2:
+            return CopyKept<2>(rows, columns, patch.data(), from, preview.data(), across.extent);
+        case 3:
+            return CopyKept<3>(rows, columns, patch.data(), from, preview.data(), across.extent);
+        case 4:
+            return CopyKept<4>(rows, columns, patch.data(), from, preview.data(), across.extent);
+        case 8:
+            return CopyKept<8>(rows, columns, patch.data(), from, preview.data(), across.extent);
+        default:
+            return CopyKept(rows, columns, patch.data(), from, preview.data(), across.extent, bytes);
     }
 }
 

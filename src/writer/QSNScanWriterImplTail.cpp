@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The end of creation: missing patches, tables, previews, limits, tail records, the final main header.
+#include <exception>
+
 #include "kxbase/Exceptions.h"
 #include "kxio/ColorizationModeExtendedHeader.h"
 #include "kxio/CommentExtendedHeader.h"
@@ -16,6 +18,13 @@
 #include "writer/QSNScanWriterImpl.h"
 
 namespace kxio {
+
+namespace {
+
+// Below this a team of threads costs more than it saves.
+constexpr uint64_t kParallelPixels = 16 * 1024;
+
+}  // namespace
 
 std::map<std::string, uint64_t> QSNScanWriterImpl::EndCreation() {
     RequireCreated();
@@ -84,13 +93,34 @@ void QSNScanWriterImpl::WriteLookupTable(LookupTable& table, uint64_t& position)
 }
 
 void QSNScanWriterImpl::WritePreviewsAndLimits() {
+    struct Preview {
+        kxbase::ComponentType component;
+        const std::vector<unsigned char>* image;
+        std::vector<unsigned char> chunk;
+        std::exception_ptr error;
+    };
+    std::vector<Preview> previews;
     for (const auto& [component, info] : m_previewInfo) {
         if (info.image == nullptr || info.image->empty()) continue;
-        const auto codec = m_codecs.find(component);
-        BufferPool::Loan chunk(m_buffers);
-        EncodeOrSnappy(codec == m_codecs.end() ? nullptr : codec->second, *info.image, m_previewWidth,
-                       m_previewHeight, *chunk);
-        WritePreview(*chunk, component);
+        previews.push_back({component, info.image.get(), {}, nullptr});
+    }
+    const auto encode = [this](Preview& preview) noexcept {
+        const auto codec = m_codecs.find(preview.component);
+        try {
+            EncodeOrSnappy(codec == m_codecs.end() ? nullptr : codec->second, *preview.image, m_previewWidth,
+                           m_previewHeight, preview.chunk);
+        } catch (...) {
+            preview.error = std::current_exception();
+        }
+    };
+    const auto count = static_cast<int64_t>(previews.size());
+#pragma omp parallel for schedule(static) if (count > 1 && \
+                                              uint64_t{m_previewWidth} * m_previewHeight >= kParallelPixels)
+    for (int64_t i = 0; i < count; ++i)
+        encode(previews[static_cast<size_t>(i)]);
+    for (const Preview& preview : previews) {
+        if (preview.error != nullptr) std::rethrow_exception(preview.error);
+        WritePreview(preview.chunk, preview.component);
     }
     WriteLookupTable(m_previewLookup, m_mainHeader.previewLookupTablePosition);
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <span>
 
@@ -144,6 +145,20 @@ TEST(HistogramHeader, RoundTripsThroughARecord) {
     const kxio::Luminance16HistogramHeader read(Generic(kxtest::Written(header)));
     EXPECT_EQ(read.GetHistogram(), histogram);
     EXPECT_STREQ(read.GetRecordName(), "Luminance16HistogramHeader");
+}
+
+TEST(HistogramHeader, ListsOfCountsGiveTheSameRecordAsMaps) {
+    const kxio::Luminance16Histogram map = {
+        {QSNIndex(0), {{1, 2}, {65535, uint64_t{1} << 40}}}, {QSNIndex(7), {}}, {QSNIndex(8, 3), {{9, 1}}}};
+    kxio::HistogramCounts<uint16_t> lists;
+    for (const auto& [index, counts] : map)
+        lists[index].assign(counts.begin(), counts.end());
+    kxio::Luminance16HistogramHeader fromMap(map), fromLists(lists);
+    EXPECT_EQ(fromLists.GetHistogram(), map);
+    ASSERT_EQ(fromLists.GetDataBufferSize(), fromMap.GetDataBufferSize());
+    EXPECT_TRUE(std::equal(fromMap.GetDataBuffer(), fromMap.GetDataBuffer() + fromMap.GetDataBufferSize(),
+                           fromLists.GetDataBuffer()));
+    EXPECT_EQ(fromLists.GetType(), kxio::Luminance16HistogramHeader::Type);
 }
 
 TEST(HistogramHeader, EmptyMapAndEmptyInnerMapRoundTrip) {

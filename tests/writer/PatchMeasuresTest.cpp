@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+// Limits, point count and histograms of single patches against the plainest way to compute them.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+#include <random>
+
+#include "writer/PatchHistograms.h"
+#include "writer/PatchLimits.h"
+
+namespace {
+
+using namespace kxio;
+
+PatchPlace RandomPlace(std::mt19937& random) {
+    const auto upTo = [&](uint32_t limit) { return 1 + static_cast<uint32_t>(random() % limit); };
+    PatchPlace place;
+    place.grid.columns = upTo(50);
+    place.grid.rows = upTo(50);
+    place.grid.patchWidth = upTo(12);
+    place.grid.patchHeight = upTo(12);
+    place.row = static_cast<uint32_t>(random() % place.grid.PatchesPerColumn());
+    place.column = static_cast<uint32_t>(random() % place.grid.PatchesPerRow());
+    place.index = place.row * place.grid.PatchesPerRow() + place.column;
+    return place;
+}
+
+bool Inside(const PatchPlace& place, uint64_t i, bool transposed) {
+    const uint64_t a = i / place.grid.patchWidth, b = i % place.grid.patchWidth;
+    const uint64_t x = uint64_t{place.column} * place.grid.patchWidth + (transposed ? a : b);
+    const uint64_t y = uint64_t{place.row} * place.grid.patchHeight + (transposed ? b : a);
+    return x < place.grid.columns && y < place.grid.rows;
+}
+
+template <class T>
+std::span<const unsigned char> BytesOf(const std::vector<T>& values) {
+    return {reinterpret_cast<const unsigned char*>(values.data()), values.size() * sizeof(T)};
+}
+
+TEST(PatchMeasures, LimitsAndPointsOfAnyBitPatternsAreThoseOfAPlainLoop) {
+    std::mt19937 random(4711);
+    for (int round = 0; round < 2000; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const PatchPlace place = RandomPlace(random);
+        const bool transposed = random() % 2 == 0;
+        std::vector<float> values(random() % 200);
+        for (float& value : values) {
+            static constexpr uint32_t kEdges[] = {0,          0x80000000, 1,          0x80000001, 0x7f7fffff,
+                                                  0x7f800000, 0xff800000, 0x7f800001, 0x7fc00000, 0xffc00000};
+            const auto bits =
+                random() % 3 == 0 ? kEdges[random() % std::size(kEdges)] : static_cast<uint32_t>(random());
+            value = std::bit_cast<float>(bits);
+        }
+        MinMaxPair expected;  // the start values
+        bool seen = false;
+        uint64_t inside = 0, all = 0;
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (!(values[i] > 0)) continue;
+            seen = true;
+            if (values[i] < expected.minimum) expected.minimum = values[i];
+            if (values[i] > expected.maximum) expected.maximum = values[i];
+            ++all;
+            inside += Inside(place, i, transposed) ? 1 : 0;
+        }
+        if (!seen) expected = {0.0F, 0.0F};
+        const PatchLimits grid = MeasurePatch(BytesOf(values), place, transposed, CountedValues::InsideGrid);
+        EXPECT_EQ(grid.pair, expected);
+        EXPECT_EQ(grid.points, inside);
+        const PatchLimits free = MeasurePatch(BytesOf(values), place, transposed, CountedValues::All);
+        EXPECT_EQ(free.pair, expected);
+        EXPECT_EQ(free.points, all);
+    }
+}
+
+template <class Key, class Getter>
+void CompareHistograms(kxbase::ComponentType component, Getter getter, unsigned bits) {
+    std::mt19937_64 numbers(bits);
+    std::mt19937 random(bits + 1);
+    for (int round = 0; round < 300; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const PatchPlace place = RandomPlace(random);
+        PatchHistograms histograms;
+        std::map<Key, uint64_t> expected;
+        // Twice into one patch: counts add up.
+        for (int repeat = 0; repeat < 2; ++repeat) {
+            std::vector<Key> values(random() % 200);
+            for (Key& value : values)
+                value = static_cast<Key>(random() % 2 == 0 ? numbers() : numbers() % 4);
+            histograms.Count(component, sizeof(Key), BytesOf(values), place);
+            for (size_t i = 0; i < values.size(); ++i) {
+                if (Inside(place, i, false)) ++expected[values[i]];
+            }
+        }
+        const auto& counts = getter(histograms);
+        ASSERT_EQ(counts.size(), 1U);
+        EXPECT_EQ(counts.begin()->first, kxbase::QSNIndex(place.index));
+        const std::vector<std::pair<Key, uint64_t>> list(expected.begin(), expected.end());
+        EXPECT_EQ(counts.begin()->second, list);
+    }
+}
+
+TEST(PatchMeasures, HistogramsAreThoseOfAPlainLoop) {
+    CompareHistograms<uint8_t>(
+        kxbase::Luminance8, [](auto& h) -> auto& { return h.Luminance8(); }, 8);
+    CompareHistograms<uint16_t>(
+        kxbase::Luminance16, [](auto& h) -> auto& { return h.Luminance16(); }, 16);
+    CompareHistograms<uint32_t>(
+        kxbase::Class, [](auto& h) -> auto& { return h.Classes(); }, 32);
+    CompareHistograms<uint64_t>(
+        kxbase::Segment, [](auto& h) -> auto& { return h.Segments(); }, 64);
+}
+
+}  // namespace
