@@ -2,6 +2,7 @@
 #include "reader/PatchDecoder.h"
 
 #include <algorithm>
+#include <new>
 #include <string>
 
 #include "kxbase/Exceptions.h"
@@ -22,39 +23,53 @@ std::string Claim(const kxcodecs::ChunkHeaderInfo& header) {
            " bytes decoded";
 }
 
-// Straight into the caller's memory, where header and memory agree about every size.
-DecodeStatus DecodeDirect(const PatchBuffers& buffers, const kxcodecs::ChunkHeaderInfo& header,
-                          uint64_t maxDecodedBytes) {
+// Into `direct` where header and place agree about every size, otherwise into `values`. Nothing is allocated
+// before the header's claims were held against the payload and the limit.
+DecodeStatus Decode(PatchBuffers& buffers, const kxcodecs::ChunkHeaderInfo& header, uint64_t maxDecodedBytes,
+                    std::span<unsigned char>& values) {
+    const uint64_t elementBytes = header.ElementBytes();
+    if (elementBytes == 0) return DecodeStatus::BadLayout;
     const auto codec = kxcodecs::ChunkCodecFactory::MakeCodec(header.codecId);
     if (!codec) return DecodeStatus::UnknownCodec;
+    if (std::max(header.decodedBytes, header.uncompressedBytes) > maxDecodedBytes)
+        return DecodeStatus::TooLarge;
+    const auto payload = std::span(buffers.chunk).subspan(QKXChunkCodec::HeaderSize);
     codec->SetMaxDecodedBytes(maxDecodedBytes);
     codec->SetLayout(header);
-    const auto payload = std::span(buffers.chunk).subspan(QKXChunkCodec::HeaderSize);
-    return codec->DecodeInto(payload.data(), payload.size(), buffers.direct) ? DecodeStatus::Decoded
-                                                                             : DecodeStatus::DamagedPayload;
+    if (!codec->CanDecode(payload.data(), payload.size())) return DecodeStatus::DamagedPayload;
+
+    values = buffers.direct;
+    if (values.size() != header.decodedBytes || values.size() != header.uncompressedBytes) {
+        buffers.values.resize(header.uncompressedBytes);  // keeps what it has: clearing would cost a pass
+        values = buffers.values;
+    }
+    if (!codec->DecodeInto(payload.data(), payload.size(), values)) return DecodeStatus::DamagedPayload;
+    const uint64_t usable = std::min(header.decodedBytes, header.uncompressedBytes);
+    values = values.first(usable - usable % elementBytes);
+    return DecodeStatus::Decoded;
 }
 
 }  // namespace
 
 DecodedPatch DecodeChunk(PatchBuffers& buffers, uint64_t maxDecodedBytes) {
     DecodedPatch patch;
+    std::span<unsigned char> values;
+    DecodeStatus status = DecodeStatus::NoHeader;
     const bool hasHeader = QKXChunkCodec::ReadHeader(buffers.chunk, patch.header);
-    patch.elementBytes = patch.header.ElementBytes();
-    const bool direct = hasHeader && patch.elementBytes != 0 && !buffers.direct.empty() &&
-                        buffers.direct.size() == patch.header.decodedBytes &&
-                        buffers.direct.size() == patch.header.uncompressedBytes;
-    const DecodeStatus status =
-        direct ? DecodeDirect(buffers, patch.header, maxDecodedBytes)
-               : QKXChunkCodec::DecodeChunk(buffers.chunk, patch.header, buffers.values, maxDecodedBytes);
+    try {
+        if (hasHeader) status = Decode(buffers, patch.header, maxDecodedBytes, values);
+    } catch (const std::bad_alloc&) {
+        status = DecodeStatus::OutOfMemory;
+    }
     if (status != DecodeStatus::Decoded) {
         kxbase::ErrorContext context;
         context.detail = kxcodecs::ToText(status);
         if (hasHeader) context.detail += " (" + Claim(patch.header) + ")";
         throw kxbase::KXUnreadablePatchException("Patch cannot be decoded", context);
     }
-    const std::span<unsigned char> bytes = direct ? buffers.direct : std::span<unsigned char>(buffers.values);
-    kxcodecs::Dequantise(bytes, patch.elementBytes, patch.header.step);
-    patch.bytes = bytes;
+    patch.elementBytes = patch.header.ElementBytes();
+    kxcodecs::Dequantise(values, patch.elementBytes, patch.header.step);
+    patch.bytes = values;
     return patch;
 }
 
