@@ -52,7 +52,7 @@ public:
         const auto format = kxexchange::ExportFormatOf(ToPath(m_output));
         if (!format)
             throw UsageError(fmt::format("{}: unknown ending; expected .ptx, .ply or .xyz", m_output));
-        RequireOutputAllowed(m_output, session.force, {m_input});
+        OutputFile output(m_output, session.force, {m_input});
 
         kxexchange::ExportOptions options;
         options.threads = static_cast<int>(session.threads);
@@ -61,8 +61,11 @@ public:
 
         const auto start = std::chrono::steady_clock::now();
         ExchangeProgress progress("export", !session.quiet);
-        const kxexchange::ExportReport report =
-            kxexchange::ExportScan(ToPath(m_input), ToPath(m_output), *format, options, &progress);
+        const kxexchange::ExportReport report = output.Guard([&] {
+            return kxexchange::ExportScan(ToPath(m_input), ToPath(output.PartialPath()), *format, options,
+                                          &progress);
+        });
+        output.Commit();
         progress.Finish();
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

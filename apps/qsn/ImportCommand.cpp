@@ -140,8 +140,10 @@ private:
         const auto start = std::chrono::steady_clock::now();
         ExchangeProgress progress("import", !session.quiet);
         ImportResult result;
-        result.report =
-            kxexchange::ImportScan(source, number - 1, ToPath(output.PartialPath()), options, &progress);
+        result.report = output.Guard([&] {
+            return kxexchange::ImportScan(source, number - 1, ToPath(output.PartialPath()), options,
+                                          &progress);
+        });
         result.sourceBytes = source.FileBytes();
         result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         return result;

@@ -74,6 +74,14 @@ OutputFile::~OutputFile() {
     if (!m_committed) fs::remove(ToPath(m_partialPath), ignored);
 }
 
+void OutputFile::RethrowWithPath(const kxbase::KXException& error) const {
+    if (ExitCodeOf(error) != ExitFailed) return;
+    std::string text = error.Describe();
+    const size_t at = text.find(m_partialPath);
+    if (at == std::string::npos) return;
+    throw Failure(text.replace(at, m_partialPath.size(), m_path));
+}
+
 void OutputFile::Commit() {
     CommitAs(m_path);
 }

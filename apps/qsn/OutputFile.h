@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "kxbase/Exceptions.h"
+
 namespace qsn {
 
 /// A path of UTF-8 text, whatever the locale; and back.
@@ -41,7 +43,21 @@ public:
     /// Gives the file another name of the same folder instead. \throws as RequireOutputAllowed
     void CommitAs(const std::string& path);
 
+    /// Does `write`; a library's error that names the partial file comes out naming the path asked for.
+    /// \throws Failure for such an error, and what else `write` throws
+    template <class Write>
+    auto Guard(Write write) const {
+        try {
+            return write();
+        } catch (const kxbase::KXException& error) {
+            RethrowWithPath(error);
+            throw;
+        }
+    }
+
 private:
+    void RethrowWithPath(const kxbase::KXException& error) const;
+
     std::string m_path;
     std::string m_partialPath;
     std::vector<std::string> m_inputs;

@@ -57,7 +57,7 @@ public:
         };
 
         const Panorama panorama = DrawPanorama(access, request);
-        WritePng(output.PartialPath(), panorama.picture);
+        output.Guard([&] { WritePng(output.PartialPath(), panorama.picture); });
         CheckInterrupt();
         output.Commit();
         progress.Finish();

@@ -212,6 +212,20 @@ TEST(QsnCommand, NamesInEveryScriptWork) {
         EXPECT_TRUE(folder.Has(base + ending));
 }
 
+TEST(QsnCommand, TheLongestNamesThatFileSystemsTakeWork) {
+    const TemporaryFolder folder;
+    const std::string base(251, 'n');  // with an ending, 255 bytes
+    folder.Write(base + ".ptx", MakeSmallPtx());
+    const ProgramOptions options{folder.Path(), {}, false};
+    for (const Arguments& line : {Arguments{"import", base + ".ptx", base + ".qsn"},
+                                  Arguments{"preview", base + ".qsn", base + ".png"},
+                                  Arguments{"export", base + ".qsn", base + ".ply"}}) {
+        const ProgramResult result = RunQsn(line, options);
+        EXPECT_EQ(result.exitCode, 0) << line[0] << " " << result.err;
+        EXPECT_TRUE(folder.Has(line[2])) << line[0];
+    }
+}
+
 TEST(QsnCommand, ALocaleWithADecimalCommaChangesNothing) {
     const TemporaryFolder folder;
     std::filesystem::create_directory(folder.Path() / "locales");
@@ -262,6 +276,25 @@ TEST(QsnCommand, QuietSaysNothing) {
         const ProgramResult result = RunQsn(line, options);
         EXPECT_EQ(result.exitCode, 0) << result.err;
         EXPECT_EQ(result.out + result.err, "") << line[0];
+    }
+}
+
+TEST(QsnCommand, AnOutputThatDoesNotFitIsNamedAndLeavesNothing) {
+    const TemporaryFolder folder;
+    folder.Write("source.ptx", MakeSmallPtx(200, 100));
+    ASSERT_EQ(RunQsn({"import", "-q", "source.ptx", "scan.qsn"}, {folder.Path(), {}, false}).exitCode, 0);
+    const Arguments before = folder.Names();
+    for (const Arguments& line :
+         {Arguments{"import source.ptx", "out.qsn"}, Arguments{"preview scan.qsn", "out.png"},
+          Arguments{"export scan.qsn", "out.ply"}}) {
+        // Files end at 4 KiB here, as on a full disk.
+        const ProgramResult result = RunShellLine(
+            "trap '' XFSZ; ulimit -f 8; exec qsn " + line[0] + " " + line[1], {folder.Path(), {}, false});
+        EXPECT_EQ(result.exitCode, 1) << line[0];
+        EXPECT_TRUE(Contains(result.err, "Cannot write file")) << result.err;
+        EXPECT_TRUE(Contains(result.err, line[1])) << result.err;
+        EXPECT_FALSE(Contains(result.err, ".qsn-")) << "a hidden name in " << result.err;
+        EXPECT_EQ(folder.Names(), before) << line[0];
     }
 }
 

@@ -36,7 +36,8 @@ protected:
 
     /// Starts an import and stops it by `number` once it has begun to write.
     static ProgramResult Interrupt(int number) {
-        Program program(QsnPath(), {"import", "--patch", "64", "long.ptx", "out.qsn"}, Here());
+        Program program(QsnPath(), {"import", "--threads", "1", "--patch", "64", "long.ptx", "out.qsn"},
+                        Here());
         while (program.IsRunning() && s_folder->Names().size() == 1)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         program.Signal(number);
@@ -62,7 +63,7 @@ TEST_F(LongImport, ARequestToTerminateStopsAsCleanly) {
 
 TEST_F(LongImport, InterruptionKeepsTheFileThatWasThere) {
     s_folder->Write("out.qsn", "mine");
-    Program program(QsnPath(), {"import", "--force", "long.ptx", "out.qsn"}, Here());
+    Program program(QsnPath(), {"import", "--threads", "1", "--force", "long.ptx", "out.qsn"}, Here());
     while (program.IsRunning() && s_folder->Names().size() == 2)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     program.Signal(SIGINT);
@@ -72,9 +73,10 @@ TEST_F(LongImport, InterruptionKeepsTheFileThatWasThere) {
 }
 
 TEST_F(LongImport, ProgressIsShownOnATerminalAndTakenAwayAgain) {
-    const ProgramResult result = Program(QsnPath(), {"import", "--patch", "64", "long.ptx", "out.qsn"},
-                                         {s_folder->Path(), {{"TERM", "xterm"}}, true})
-                                     .Wait();
+    const ProgramResult result =
+        Program(QsnPath(), {"import", "--threads", "1", "--patch", "64", "long.ptx", "out.qsn"},
+                {s_folder->Path(), {{"TERM", "xterm"}}, true})
+            .Wait();
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("\rimport"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("cells/s"), std::string::npos) << result.err;
@@ -84,11 +86,12 @@ TEST_F(LongImport, ProgressIsShownOnATerminalAndTakenAwayAgain) {
 }
 
 TEST_F(LongImport, NoProgressInAPipeOrOnADumbTerminal) {
-    ProgramResult result = RunQsn({"import", "--patch", "64", "long.ptx", "out.qsn"}, Here());
+    ProgramResult result =
+        RunQsn({"import", "--threads", "1", "--patch", "64", "long.ptx", "out.qsn"}, Here());
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.err.find('\r'), std::string::npos) << result.err;
     EXPECT_EQ(result.err.find("cells/s"), std::string::npos) << result.err;
-    result = Program(QsnPath(), {"import", "--force", "long.ptx", "out.qsn"},
+    result = Program(QsnPath(), {"import", "--threads", "1", "--force", "long.ptx", "out.qsn"},
                      {s_folder->Path(), {{"TERM", "dumb"}}, true})
                  .Wait();
     EXPECT_EQ(result.exitCode, 0) << result.err;
