@@ -6,6 +6,10 @@
 #include "RunProgram.h"
 #include "SamplePtx.h"
 #include "TemporaryFolder.h"
+#include "kxbase/UTF8.h"
+#include "kxbase/kxInFile.h"
+#include "kxio/DataChunkHeader.h"
+#include "kxio/MainFileHeader.h"
 
 namespace qsn {
 namespace {
@@ -13,6 +17,20 @@ namespace {
 /// Perceived brightness, 0 to 255.
 double Brightness(Pixel p) {
     return 0.2126 * p.red + 0.7152 * p.green + 0.0722 * p.blue;
+}
+
+/// Where the chunk of one patch begins, found by walking the chunk records; 0 when there is none.
+uint64_t FindChunk(const std::string& path, kxbase::ComponentType component, uint32_t patchRow,
+                   uint32_t patchColumn) {
+    kxbase::kxInFile file(kxbase::Decode_UTF8(path));
+    kxio::DataChunkHeader record;
+    file.Seek(kxio::MainFileHeader::RecordSize);
+    while (record.Read(&file) != 0) {
+        if (record.component == component && record.patchRow == patchRow && record.patchColumn == patchColumn)
+            return file.Tell();
+        file.SeekForward(record.byteCount);
+    }
+    return 0;
 }
 
 class Preview : public testing::Test {
@@ -130,9 +148,10 @@ TEST_F(Preview, ComponentsThatAreNotThereAreNamed) {
 TEST_F(Preview, ADamagedPatchLeavesTheOthersVisibleAndIsReported) {
     ASSERT_NO_FATAL_FAILURE(Import(MakeSmallPtx(200, 150)));
     std::string bytes = m_folder.Read("scan.qsn");
-    // The chunk records begin at 92, each with 32 bytes, and chunks with a header of 28: spoil the payload of
-    // the first one that comes after the first patch of every component.
-    for (size_t i = bytes.size() / 3; i < bytes.size() / 3 + 200; ++i)
+    const size_t chunk = FindChunk(m_folder.File("scan.qsn"), kxbase::Range, 1, 1);
+    ASSERT_GT(chunk, 0U);
+    // Behind the chunk's own 28 bytes of header.
+    for (size_t i = chunk + 28; i < chunk + 60; ++i)
         bytes[i] = static_cast<char>(~bytes[i]);
     m_folder.Write("scan.qsn", bytes);
     const ProgramResult result = RunQsn({"preview", "scan.qsn", "out.png"}, Here());
