@@ -87,6 +87,10 @@ public:
     uint32_t GetPatchSide() const { return m_patchSide; }
 
 protected:
+    /// A recovery of bytes that are in memory already. \throws as the construction from a path
+    explicit QSNFileRecovery(std::vector<unsigned char> bytes);
+    /// As `ExportAscii(path)`, into a stream.
+    void ExportAscii(kxbase::IOutFileStream& out);
     /// Searches all bytes for chunk records and raises the largest row and column.
     PatchMap AnalysePatches();
     /// The chunk's bytes; empty when they are not all there.

@@ -176,16 +176,17 @@ struct QSNFileRecovery::Strip {
     }
 };
 
-QSNFileRecovery::QSNFileRecovery(const std::wstring& path) : m_stream(LoadFile(path)) {
+QSNFileRecovery::QSNFileRecovery(const std::wstring& path) try : QSNFileRecovery(LoadFile(path)) {
+} catch (kxbase::KXException& e) {
+    ErrorContext context;
+    context.file = kxbase::Encode_UTF8(path);
+    e.AddContext(context);
+    throw;
+}
+
+QSNFileRecovery::QSNFileRecovery(std::vector<unsigned char> bytes) : m_stream(std::move(bytes)) {
     m_patches = AnalysePatches();
-    try {
-        m_patchSide = GetPatchSize();
-    } catch (kxbase::KXException& e) {
-        ErrorContext context;
-        context.file = kxbase::Encode_UTF8(path);
-        e.AddContext(context);
-        throw;
-    }
+    m_patchSide = GetPatchSize();
 }
 
 QSNFileRecovery::QSNFileRecovery(const QSNFileRecovery&) = default;
@@ -293,6 +294,11 @@ void QSNFileRecovery::ExportAscii(const std::wstring& path) {
         context.file = kxbase::Encode_UTF8(path);
         throw kxbase::KXFileNotOpenException("Cannot file not open", context);
     }
+    ExportAscii(out);
+    out.Close();
+}
+
+void QSNFileRecovery::ExportAscii(kxbase::IOutFileStream& out) {
     std::string text;
     const auto flush = [&] {
         if (!text.empty()) out.Write(text.data(), text.size());
@@ -323,7 +329,6 @@ void QSNFileRecovery::ExportAscii(const std::wstring& path) {
         std::cout << std::to_string(row + 1) + "/" + std::to_string(m_largestRow) + "\n";
     }
     std::cout.flush();
-    out.Close();
 }
 
 bool QSNFileRecovery::TryToFindScanProperties(ScanProperties& properties) {
