@@ -12,6 +12,7 @@ class KXIO_EXPORT ColorizationModeExtendedHeader : public CommentExtendedHeader 
 public:
     static constexpr uint64_t Type = 0x9554a8463740bb07ULL;
 
+    /// A record that carries `text`.
     explicit ColorizationModeExtendedHeader(const std::wstring& text);
     /// Decodes the data of a record just read, whatever its type tag.
     explicit ColorizationModeExtendedHeader(const ExtendedHeader& record);

@@ -17,6 +17,7 @@ class KXIO_EXPORT CommentExtendedHeader : public ExtendedHeader {
 public:
     static constexpr uint64_t Type = 0xac14e2e7714a591eULL;
 
+    /// A record that carries `text`.
     explicit CommentExtendedHeader(const std::wstring& text);
     /// Decodes the data of a record just read, whatever its type tag.
     explicit CommentExtendedHeader(const ExtendedHeader& record);
@@ -33,7 +34,9 @@ public:
     const std::wstring& Message() const { return m_text; }
 
 protected:
+    /// A record of another kind that carries `text`.
     CommentExtendedHeader(uint64_t type, const std::wstring& text);
+    /// The same, its text decoded from a record just read.
     CommentExtendedHeader(uint64_t type, const ExtendedHeader& record);
     void DecodeData() override;
 

@@ -12,9 +12,11 @@ namespace kxio {
 /// Names the codec of one component. Files written today carry none: the chunks tell.
 ///
 /// Payload, 20 bytes, little-endian:
-///   @0   u32  component
-///   @4   u64  codec identifier
-///   @12  f64  value of the component
+///
+///     @0   u32  component
+///     @4   u64  codec identifier
+///     @12  f64  value of the component
+///
 /// One object serves one thread at a time.
 class KXIO_EXPORT ComponentHeader : public kxbase::IOHeader {
 public:
@@ -23,11 +25,12 @@ public:
     static constexpr uint32_t MinimumVersion = 200;
     static constexpr uint32_t PayloadSize = 20;
 
-    kxbase::ComponentType component{};
-    uint64_t codecIdentifier = 0;
+    kxbase::ComponentType component{};  ///< whose codec it is
+    uint64_t codecIdentifier = 0;       ///< see `kxcodecs::ChunkCodecFactory`
     /// Kept as it is; readers copy it into `ScanProperties::componentValue` for the components 1, 2 and 3.
     double value = 0.0;
 
+    /// All fields zero.
     ComponentHeader();
     ComponentHeader(const ComponentHeader&);
     ComponentHeader(ComponentHeader&&) noexcept;

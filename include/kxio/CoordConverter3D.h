@@ -31,6 +31,7 @@ public:
     /// unreadable patch, or behind the end of its patch. Row and column in the patch are compared with the
     /// whole grid's extent only: column patchWidth of row 0 is column 0 of row 1. Never throws.
     kxbase::tBasePolarPoint<float> GetPoint(const kxbase::QSNIndexCoordinates& cell) const;
+    /// The same by row and column.
     kxbase::tBasePolarPoint<float> GetPoint(const kxbase::QSNCoordinates& cell) const;
 
     /// The cell that stores this very point: the first match, within the scan's precision, of the 5 x 5

@@ -12,10 +12,12 @@ namespace kxio {
 /// Frames one compressed patch of one component; `byteCount` bytes of chunk data follow the record.
 ///
 /// Payload, 16 bytes, little-endian:
-///   @0   u32  byte count of the chunk data behind the record
-///   @4   u32  component
-///   @8   u32  patch row       0xFFFFFFFF in a component's shared chunk of empty patches
-///   @12  u32  patch column    0xFFFFFFFF likewise
+///
+///     @0   u32  byte count of the chunk data behind the record
+///     @4   u32  component
+///     @8   u32  patch row       0xFFFFFFFF in a component's shared chunk of empty patches
+///     @12  u32  patch column    0xFFFFFFFF likewise
+///
 /// The next record begins `HeaderSize() + byteCount` bytes behind this one.
 /// One object serves one thread at a time.
 class KXIO_EXPORT DataChunkHeader : public kxbase::IOHeader {
@@ -27,12 +29,14 @@ public:
     /// Patch row and column of the shared empty chunk.
     static constexpr uint32_t SharedEmptyPosition = 0xffffffffU;
 
-    uint32_t byteCount = 0;
-    kxbase::ComponentType component{};
-    uint32_t patchRow = 0;
-    uint32_t patchColumn = 0;
+    uint32_t byteCount = 0;             ///< bytes of chunk data behind the record
+    kxbase::ComponentType component{};  ///< what the chunk holds
+    uint32_t patchRow = 0;              ///< of the grid, or `SharedEmptyPosition`
+    uint32_t patchColumn = 0;           ///< of the grid, or `SharedEmptyPosition`
 
+    /// All fields zero.
     DataChunkHeader();
+    /// From its four fields.
     DataChunkHeader(uint32_t byteCount, kxbase::ComponentType component, uint32_t patchRow,
                     uint32_t patchColumn);
     DataChunkHeader(const DataChunkHeader&);

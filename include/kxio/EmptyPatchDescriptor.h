@@ -24,7 +24,7 @@ struct KXIO_EXPORT EmptyPatchDescriptor : public PatchDescriptor {
 
     /// Carried for symmetry with the encoded kind; an empty patch has the limits (0, 0) whatever they say.
     float min;
-    float max;
+    float max;  ///< see `min`
 };
 
 }  // namespace kxio

@@ -25,7 +25,7 @@ struct KXIO_EXPORT EncodedPatchDescriptor : public PatchDescriptor {
     /// Limits of the patch's values, in the file's length unit; used for component 1 alone. Both 0 for a
     /// patch without points.
     float min;
-    float max;
+    float max;  ///< see `min`
 };
 
 }  // namespace kxio

@@ -43,7 +43,7 @@ struct KXIO_EXPORT FlatPatchDescriptor : public PatchDescriptor {
     /// `processor->ProcessFlat(this, row, column)`.
     void Process(PatchProcessor* processor, unsigned row, unsigned column) override;
 
-    PreviewPatchOrientation orientation;
+    PreviewPatchOrientation orientation;  ///< order of the values
     /// Smallest difference that is kept, in the component's own unit (the file's length unit for range,
     /// radians for angles): 4- and 8-byte floats are stored as whole multiples of it. 1.0 stores the values
     /// unchanged. Must be above 0 and finite. Class and segment identifiers need 1.0.

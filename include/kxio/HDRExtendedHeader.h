@@ -15,6 +15,7 @@ public:
 
     /// \param text  a UUID's text form; stored as it is
     explicit HDRExtendedHeader(const std::wstring& text);
+    /// A link to the scan with this identifier.
     explicit HDRExtendedHeader(const kxbase::UUID& scan);
     /// Decodes the data of a record just read, whatever its type tag.
     explicit HDRExtendedHeader(const ExtendedHeader& record);

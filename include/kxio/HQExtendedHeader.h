@@ -15,6 +15,7 @@ public:
 
     /// \param text  a UUID's text form; stored as it is
     explicit HQExtendedHeader(const std::wstring& text);
+    /// A link to the scan with this identifier.
     explicit HQExtendedHeader(const kxbase::UUID& scan);
     /// Decodes the data of a record just read, whatever its type tag.
     explicit HQExtendedHeader(const ExtendedHeader& record);

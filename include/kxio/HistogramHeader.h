@@ -22,29 +22,33 @@ using HistogramMap = std::map<kxbase::QSNIndex, std::map<Key, uint64_t>>;
 template <class Key>
 using HistogramCounts = std::map<kxbase::QSNIndex, std::vector<std::pair<Key, uint64_t>>>;
 
-using ClassHistogram = HistogramMap<kxbase::ClassId>;
-using SegmentHistogram = HistogramMap<kxbase::SegmentId>;
-using Luminance8Histogram = HistogramMap<uint8_t>;
-using Luminance16Histogram = HistogramMap<uint16_t>;
+using ClassHistogram = HistogramMap<kxbase::ClassId>;      ///< component 18
+using SegmentHistogram = HistogramMap<kxbase::SegmentId>;  ///< component 19
+using Luminance8Histogram = HistogramMap<uint8_t>;         ///< component 4
+using Luminance16Histogram = HistogramMap<uint16_t>;       ///< component 5
 
 /// Type tag and component of each kind of histogram.
 template <class Map>
 struct HistogramKind;
+/// Tag and component of `ClassHistogram`.
 template <>
 struct HistogramKind<ClassHistogram> {
     static constexpr uint64_t kType = 0xac8391a3fbed04c7ULL;
     static constexpr kxbase::ComponentType kComponent = kxbase::ComponentType::Class;
 };
+/// Tag and component of `SegmentHistogram`.
 template <>
 struct HistogramKind<SegmentHistogram> {
     static constexpr uint64_t kType = 0x947643b5f86b1820ULL;
     static constexpr kxbase::ComponentType kComponent = kxbase::ComponentType::Segment;
 };
+/// Tag and component of `Luminance8Histogram`.
 template <>
 struct HistogramKind<Luminance8Histogram> {
     static constexpr uint64_t kType = 0x913a4f40ca422a2fULL;
     static constexpr kxbase::ComponentType kComponent = kxbase::ComponentType::Luminance8;
 };
+/// Tag and component of `Luminance16Histogram`.
 template <>
 struct HistogramKind<Luminance16Histogram> {
     static constexpr uint64_t kType = 0xa62815c019d63650ULL;
@@ -63,8 +67,10 @@ KXIO_EXPORT std::optional<kxbase::ComponentType> HistogramComponent(uint64_t typ
 /// How often each value of one component occurs, per patch.
 ///
 /// Data, little-endian:
-///   @0   u64  byte length B of the chunk
-///   @8   B bytes, one chunk of the zlib codec (1 row of n u64 values, step 1.0)
+///
+///     @0   u64  byte length B of the chunk
+///     @8   B bytes, one chunk of the zlib codec (1 row of n u64 values, step 1.0)
+///
 /// Values in the chunk: number of outer entries; then, by ascending index, the packed index, the number of
 /// inner entries M and M pairs (key, count) by ascending key.
 /// Packed index: low 32 bits the linear patch index, high 32 bits the position in the patch (0 as written).
@@ -74,7 +80,7 @@ template <class Map>
 class KXIO_EXPORT HistogramHeader : public ExtendedHeader {
 public:
     static constexpr uint64_t Type = HistogramKind<Map>::kType;
-    static constexpr kxbase::ComponentType Component = HistogramKind<Map>::kComponent;
+    static constexpr kxbase::ComponentType Component = HistogramKind<Map>::kComponent;  ///< what it counts
 
     /// Compresses `histogram` into the data.
     explicit HistogramHeader(const Map& histogram);
@@ -95,10 +101,10 @@ private:
     void SetNumbers(const std::vector<unsigned char>& numbers);
 };
 
-using ClassHistogramHeader = HistogramHeader<ClassHistogram>;
-using SegmentHistogramHeader = HistogramHeader<SegmentHistogram>;
-using Luminance8HistogramHeader = HistogramHeader<Luminance8Histogram>;
-using Luminance16HistogramHeader = HistogramHeader<Luminance16Histogram>;
+using ClassHistogramHeader = HistogramHeader<ClassHistogram>;              ///< component 18
+using SegmentHistogramHeader = HistogramHeader<SegmentHistogram>;          ///< component 19
+using Luminance8HistogramHeader = HistogramHeader<Luminance8Histogram>;    ///< component 4
+using Luminance16HistogramHeader = HistogramHeader<Luminance16Histogram>;  ///< component 5
 
 extern template class HistogramHeader<ClassHistogram>;
 extern template class HistogramHeader<SegmentHistogram>;

@@ -26,13 +26,14 @@ using LookupTable = std::map<kxbase::ComponentType, std::vector<LookupEntry>>;
 /// Maps every component's patches (or previews) to their chunks.
 ///
 /// Payload, little-endian:
-///   @0   u32  number of components C
-///   then C times, components ascending:
-///        u32  component
-///        u32  number of entries N
-///        then N times:
-///             u64  position of the chunk's bytes
-///             u32  byte count
+///
+///     @0   u32  number of components C
+///     then C times, components ascending:
+///          u32  component
+///          u32  number of entries N
+///          then N times:
+///               u64  position of the chunk's bytes
+///               u32  byte count
 ///
 /// The record works on a table that it does not own and that must outlive its reads and writes. Without one
 /// its payload is empty on writing and passed over on reading.
@@ -55,7 +56,9 @@ public:
     LookupTableHeader& operator=(LookupTableHeader&&) noexcept;
     ~LookupTableHeader() override;
 
+    /// The table it works on; null without one.
     LookupTable* GetTable() const { return m_table; }
+    /// Another table to work on, or null.
     void SetTable(LookupTable* table) { m_table = table; }
 
     uint64_t GetMagic() const override;

@@ -20,10 +20,11 @@ struct MinMaxPair {
 /// The file's bounding information: limits of component 1 (range) per patch and overall.
 ///
 /// Payload, 12 + 8 n bytes, little-endian:
-///   @0   f32  overall minimum
-///   @4   f32  overall maximum
-///   @8   u32  number of pairs n
-///   @12  n times, in the order of the linear patch index: f32 minimum, f32 maximum
+///
+///     @0   f32  overall minimum
+///     @4   f32  overall maximum
+///     @8   u32  number of pairs n
+///     @12  n times, in the order of the linear patch index: f32 minimum, f32 maximum
 ///
 /// The overall values are computed on writing: the smallest minimum above 0 and the largest maximum above 0.
 /// Where no pair has one they keep the start values 0x7f7fffff and 0x80800000 (the negative of the smallest
@@ -37,8 +38,8 @@ public:
     static constexpr uint32_t CurrentVersion = 200;
     static constexpr uint32_t MinimumVersion = 200;
 
-    float minimum = MinMaxPair().minimum;
-    float maximum = MinMaxPair().maximum;
+    float minimum = MinMaxPair().minimum;  ///< overall
+    float maximum = MinMaxPair().maximum;  ///< overall
 
     /// Without pairs.
     MinMaxHeader();
@@ -50,7 +51,9 @@ public:
     MinMaxHeader& operator=(MinMaxHeader&&) noexcept;
     ~MinMaxHeader() override;
 
+    /// The pairs it works on; null without any.
     std::vector<MinMaxPair>* GetPairs() const { return m_pairs; }
+    /// Other pairs to work on, or null.
     void SetPairs(std::vector<MinMaxPair>* pairs) { m_pairs = pairs; }
 
     uint64_t GetMagic() const override;

@@ -36,6 +36,7 @@ struct KXIO_EXPORT PatchDescriptor {
     uint64_t pixelLength;
     /// Flat: number of values. Encoded: number of compressed bytes. Empty: ignored.
     uint64_t size;
+    /// What the values are.
     kxbase::ComponentType component;
 };
 

@@ -82,6 +82,7 @@ public:
     const PatchMap& GetPatchMap() const { return m_patches; }
     /// The largest patch row and column of any chunk record; 0 without any.
     uint32_t GetLargestPatchRow() const { return m_largestRow; }
+    /// See `GetLargestPatchRow`.
     uint32_t GetLargestPatchColumn() const { return m_largestColumn; }
     /// Side of a patch in cells: the width of the first range chunk; 0 without range chunks.
     uint32_t GetPatchSide() const { return m_patchSide; }

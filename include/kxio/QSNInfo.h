@@ -30,14 +30,20 @@ class QSNScanReader;
 /// KXWritingException of the output.
 class KXIO_EXPORT QSNInfo {
 public:
+    /// Whether speckles are still to be removed.
     enum SpeckleFlag { SpeckleClear = 0, SpeckleSet = 1 };
+    /// Whether the scan's points are locked.
     enum LockStatus { Unlocked = 0, Locked = 1 };
 
+    /// An object without state; all operations are static.
     QSNInfo() = default;
     QSNInfo(const QSNInfo&) = default;
+    /// Does nothing.
     QSNInfo& operator=(const QSNInfo&) { return *this; }
+    /// Does nothing.
     QSNInfo& operator=(QSNInfo&&) noexcept { return *this; }
 
+    /// Where the scan stands.
     static kxbase::RegistrationInformation GetRegistrationInfo(const std::wstring& path);
     /// Overwrites the 96 bytes of the registration, 68 bytes behind the start of the scan header record.
     /// \throws KXHeaderOperationException for a scan header older than version 210; the file is untouched
@@ -46,34 +52,47 @@ public:
     /// Appends a message record at the end of the file. No header is updated: a file without any extended
     /// record keeps the text, but a reader, which starts at the first such record, does not find it.
     static void AddMessage(const std::wstring& path, const std::wstring& text);
+    /// In the order of the file.
     static std::list<std::wstring> GetMessages(const std::wstring& path);
     /// As `AddMessage`, for a warning.
     static void AddWarning(const std::wstring& path, const std::wstring& text);
+    /// In the order of the file.
     static std::list<std::wstring> GetWarnings(const std::wstring& path);
     /// As `AddMessage`, for a link to a related high-quality file. Adding twice gives two records.
     static void AddHQLink(const std::wstring& path, const kxbase::UUID& link);
+    /// In the order of the file; texts that are no UUID are left out.
     static std::list<kxbase::UUID> GetHQLink(const std::wstring& path);
     /// As `AddHQLink`, for a file of the ER kind.
     static void AddERLink(const std::wstring& path, const kxbase::UUID& link);
+    /// In the order of the file; texts that are no UUID are left out.
     static std::list<kxbase::UUID> GetERLink(const std::wstring& path);
     /// As `AddHQLink`, for an HDR file.
     static void AddHDRLink(const std::wstring& path, const kxbase::UUID& link);
+    /// In the order of the file; texts that are no UUID are left out.
     static std::list<kxbase::UUID> GetHDRLink(const std::wstring& path);
 
+    /// Set for any stored byte but 0.
     static SpeckleFlag GetSpeckleFlag(const std::wstring& path);
     /// True for a writer revision below 240: the sampling ratio of such a file's previews is not reliable.
     static bool HasPreviewSamplingRatioIssue(const std::wstring& path);
+    /// Angles, size and patches.
     static kxbase::GridTopology GetGridInfo(const std::wstring& path);
     /// In the file's length unit; 0 when the scan was not sampled.
     static float GetSpatialSamplingDistance(const std::wstring& path);
+    /// Cells with a return, as the writer counted them.
     static uint64_t GetValidPointCount(const std::wstring& path);
+    /// Locked for any stored byte but 0.
     static LockStatus Get3DLockStatus(const std::wstring& path);
+    /// Whether the scan holds the colour component.
     static bool IsScanColored(const std::wstring& path);
     /// Whether the properties' component list holds the colour component. Reads no file.
     static bool IsScanColored(const ScanProperties& properties);
+    /// Everything known without decoding.
     /// \throws KXFileNotOpenException "No file open" when the file was lost while it was read
     static ScanProperties GetAllInfo(const std::wstring& path);
+    /// Zero for a file without identifiers.
     static kxbase::UUID GetScanUUID(const std::wstring& path);
+    /// Zero for a scan without a parent.
     static kxbase::UUID GetParentUUID(const std::wstring& path);
     /// Never succeeds: throws KXHeaderOperationException, without touching the path.
     [[noreturn]] static void SetParentUUID(const std::wstring& path, const kxbase::UUID& parent);

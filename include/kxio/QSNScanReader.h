@@ -84,30 +84,46 @@ public:
 
     // What the opening found. None of these reads the file.
 
+    /// The properties, until the next opening.
     const ScanProperties& GetScanInformation() const;
     /// Copies the properties. \throws KXFileNotOpenException "No file open"
     void GetScanInformation(ScanProperties& out) const;
     /// The properties of a closed file. \throws as `Open`
     static void GetScanInformation(ScanProperties& out, const std::wstring& path);
 
+    /// Angles, size and patches.
     kxbase::GridTopology Grid();
+    /// Cells with a return, as the writer counted them.
     uint64_t GetValidPointCount() const;
+    /// Where the scan stands.
     kxbase::RegistrationInformation GetRegistrationInformation();
+    /// Points that are no surface have not been removed yet.
     bool IsSpeckleCorrectionNeeded() const;
+    /// Point distance that the scan was thinned to, in the file's length unit; 0 when it was not.
     float GetSpatialSamplingDistance() const;
+    /// Zero for a file without identifiers.
     kxbase::UUID GetScanUUID();
+    /// Zero for a scan without a parent.
     kxbase::UUID GetParentUUID();
+    /// The lock flag, which applications respect; the library does not enforce it.
     bool Is3DLocked() const;
 
+    /// Whether the lookup table lists the component.
     bool IsComponentAvailable(kxbase::ComponentType component) const;
+    /// Whether the file holds a preview of the component.
     bool IsPreviewAvailable(kxbase::ComponentType component) const;
+    /// Whether the file holds a histogram of the component.
     bool IsHistogramAvailable(kxbase::ComponentType component) const;
-    /// Ascending by number, as the two below.
+    /// Ascending by number.
     std::vector<kxbase::ComponentType> GetAvailableComponents() const;
+    /// Ascending by number.
     std::vector<kxbase::ComponentType> GetAvailableHistograms() const;
+    /// Ascending by number.
     std::vector<kxbase::ComponentType> GetAvailablePreviews() const;
 
+    /// In the order of the file.
     const std::list<std::wstring>& GetMessageList() const;
+    /// In the order of the file.
     const std::list<std::wstring>& GetWarningList() const;
 
     /// Number of patches of the grid, truncated to 32 bits.
@@ -127,6 +143,7 @@ public:
     ///         bounds", "Patch not in file", "Cannot read file"
     void GetPatchCompressed(unsigned row, unsigned column, std::vector<unsigned char>& out,
                             kxbase::ComponentType component) const;
+    /// The same by linear patch index.
     void GetPatchCompressed(unsigned index, std::vector<unsigned char>& out,
                             kxbase::ComponentType component) const;
 
@@ -143,6 +160,7 @@ public:
     ///         above 19, KXWrongDataSizeofException "Cannot sample on non square patch"
     void GetPatchCompressed(unsigned row, unsigned column, std::vector<unsigned char>& out,
                             kxbase::ComponentType component, unsigned& level, bool flag) const;
+    /// The same by linear patch index.
     void GetPatchCompressed(unsigned index, std::vector<unsigned char>& out, kxbase::ComponentType component,
                             unsigned& level, bool flag) const;
 
@@ -165,6 +183,7 @@ public:
     static bool GetThumbnailJPEG(kxbase::IInFileStream* stream, std::vector<unsigned char>& out);
     /// \throws KXHeaderReadingException "Cannot open file"
     static bool GetThumbnailJPEG(const std::wstring& path, std::vector<unsigned char>& out);
+    /// The same of the open file.
     bool GetThumbnailJPEG(std::vector<unsigned char>& out) const;
     /// The thumbnail as 8-bit red, green, blue, rows top to bottom: 3 x width x height bytes. False, with a
     /// grey placeholder of 100 x 100 (every byte 40), when there is none or it cannot be decoded.
@@ -173,6 +192,7 @@ public:
     /// \throws KXHeaderReadingException "Cannot open file"
     static bool GetThumbnailRGB(const std::wstring& path, std::vector<unsigned char>& out, unsigned& width,
                                 unsigned& height);
+    /// The same of the open file.
     bool GetThumbnailRGB(std::vector<unsigned char>& out, unsigned& width, unsigned& height) const;
 
     // Where the scan lies in space, told from the grid and the limits record without decoding. Boxes are
@@ -196,6 +216,7 @@ public:
     /// its flat far face, by (1 - cos(half diagonal) / cos(half larger extent)) of the range.
     /// \throws KXIndexOutOfBoundsException "Patch out of range"
     std::vector<kxbase::tBaseXYZPoint<float>> GetPatchVertices(kxbase::QSNIndex index) const;
+    /// The same by row and column of the patch.
     std::vector<kxbase::tBaseXYZPoint<float>> GetPatchVertices(unsigned patchRow, unsigned patchColumn) const;
     /// Those of every patch, one after the other.
     std::vector<kxbase::tBaseXYZPoint<float>> GetPatchVertices() const;
@@ -214,6 +235,7 @@ public:
                     bool validOnly) const;
     /// The points of the previews of components 1, 2, 3, as `Get3DPatch` does it for a patch.
     void Get3DPreview(std::vector<kxbase::tBaseXYZPoint<float>>& out, bool validOnly) const;
+    /// The same with intensity.
     void Get3DPreview(std::vector<kxbase::tXYZLuminance8Point>& out, bool validOnly) const;
 
     /// The grid places of a patch's points: (patch, patchWidth x row + column), row by row, cells of the grid
@@ -236,10 +258,14 @@ protected:
     /// Main header, scan header, component records. Returns the first chunk position, 0 for a file that
     /// cannot be used. Closes the reader before it throws.
     uint64_t ReadHeaders();
+    /// The lookup table of the patches. \throws KXIncompleteFileException "Lookup table not found"
     void FillupPatchPosition();
+    /// The lookup table of the previews, where there is one.
+    /// \throws KXIncompleteFileException "No preview found"
     void FillupPreviewPosition();
     /// Preview size and sampling ratios, from the first preview.
     void SetupGrid();
+    /// The properties, from the scan header and the component records.
     void FillupScanProperties();
     /// The extended records at the end of the file, then the scanning mode where they name none.
     void ReadTailHeaders();
@@ -271,6 +297,7 @@ protected:
     ///         then untouched
     uint64_t GetPatch(unsigned row, unsigned column, void* out, uint64_t outBytes,
                       kxbase::ComponentType component) const;
+    /// The same by linear patch index.
     uint64_t GetPatch(unsigned index, void* out, uint64_t outBytes, kxbase::ComponentType component) const;
     /// Decodes a reduced-detail patch (see `GetPatchCompressed`) into `out`, patchWidth x patchHeight
     /// elements of `elementBytes` bytes, which is cleared first. Source patches with other elements stay

@@ -79,13 +79,16 @@ public:
     /// stays 0, so patches are stored but lie outside the grid: use a `CylindricalTopology` for a scan
     /// whose number of rows is not known yet.
     void CreateNew(const std::wstring& path, const kxbase::GridTopology& topology);
+    /// The same into a stream.
     void CreateNew(kxbase::IOutFileStream* stream, const kxbase::GridTopology& topology);
     /// A grid without angles: both angular steps are 0.1. With `height` 0 the grid grows downwards with
     /// the patches, and there are no previews and no limits.
     void CreateNew(const std::wstring& path, const CylindricalTopology& topology);
+    /// The same into a stream.
     void CreateNew(kxbase::IOutFileStream* stream, const CylindricalTopology& topology);
     /// No grid: a single row of patches, one cell each, that grows as they come. No previews, no limits.
     void CreateNew(const std::wstring& path);
+    /// The same into a stream.
     void CreateNew(kxbase::IOutFileStream* stream);
     ///@}
 
@@ -93,6 +96,7 @@ public:
     /// Kept until `EndCreation` writes them.
     ///@{
 
+    /// Whether points that are no surface are still to be removed.
     void SetSpeckleFilteringNeeded(bool needed);
     /// Distance between neighbouring points after spatial sampling, in the file's length unit; 0 = none.
     void SetHasBeenSpatiallySampledToDistance(float distance);
@@ -118,9 +122,13 @@ public:
     /// \throws KXWrongDataSizeofException  more than 2^32 - 1 bytes; nothing is written
     /// \throws KXWritingException  writing failed
     void SetCompressedPreview(void* data, uint64_t size, kxbase::ComponentType component);
+    /// The lock flag, which applications respect.
     void Set3DLock(bool locked);
+    /// Stored as it is; true unless it is set.
     void SetProjectionMode(bool projected);
+    /// Stored as it is; 0 unless it is set.
     void SetFramingMode(ScanProperties::ScanFrameType mode);
+    /// The scan that this one is made from.
     void SetParentUUID(const kxbase::UUID& parent);
     /// Generated when the writer is made.
     kxbase::UUID GetScanUUID() const;
@@ -130,12 +138,15 @@ public:
     ScanProperties& GetScanProperties();
     /// Appends a text; texts of the scan properties follow those added here.
     void AddMessage(const std::wstring& text);
+    /// As `AddMessage`, for a warning.
     void AddWarning(const std::wstring& text);
     /// True: values of later flat patches are not counted into histograms. What was counted is written.
     void DisableHistogramComputation(bool disable);
     ///@}
 
     /// \name Patches
+    ///@{
+
     /// Takes the components of one patch, in any order of patches and components.
     ///
     /// Two flat descriptors of different components are worked on at the same time; of several descriptors
@@ -147,15 +158,16 @@ public:
     /// width x height of the upright preview. Transposed values want square patches and equal ratios
     /// between grid and preview; otherwise the preview keeps gaps.
     ///
+    /// \param descriptors  borrowed, as are their bytes
     /// \param row, column  of the patch, inside the grid; without a grid row 0
-    /// \param index        linear patch index: patches per row x row + column
     /// \throws KXFileNotOpenException "No file open": before `CreateNew` or after `EndCreation`
     /// \throws KXWritingException "AddPatch (row,column)": the position lies outside the grid or beyond what
     ///         a file can list (nothing was done), or a descriptor failed; the context names the first one
     ///         in the list and what it said
-    /// \throws another exception (for memory, say) that a codec raised, after all descriptors were done
-    ///@{
+    /// \throws std::exception of any other kind that a codec raised (for memory, say), after all descriptors
+    ///         were done
     void AddPatch(const std::vector<PatchDescriptor*>& descriptors, unsigned row, unsigned column);
+    /// The same by linear patch index: patches per row x row + column.
     void AddPatch(const std::vector<PatchDescriptor*>& descriptors, unsigned index);
     ///@}
 

@@ -26,10 +26,10 @@ enum class RecoveredGrid {
 
 /// One component in a recovered scan. Counts are patches.
 struct RecoveredComponent {
-    kxbase::ComponentType component{};
-    uint64_t found = 0;      ///< of which a chunk, or the place of one, was found
-    uint64_t recovered = 0;  ///< of them, copied byte for byte into the new file
-    uint64_t lost = 0;       ///< of them, damaged: empty in the new file
+    kxbase::ComponentType component{};  ///< whose patches they are
+    uint64_t found = 0;                 ///< of which a chunk, or the place of one, was found
+    uint64_t recovered = 0;             ///< of them, copied byte for byte into the new file
+    uint64_t lost = 0;                  ///< of them, damaged: empty in the new file
     /// Patches of the grid without any trace: nothing was measured there, or their chunk was destroyed
     /// together with its record. Empty in the new file.
     uint64_t missing = 0;
@@ -40,23 +40,23 @@ struct RecoveredComponent {
 struct KXIO_EXPORT RecoveryReport {
     std::vector<RecoveredComponent> components;  ///< ascending by number
     uint64_t chunksFound = 0;                    ///< sums over the components
-    uint64_t chunksRecovered = 0;
-    uint64_t chunksLost = 0;
+    uint64_t chunksRecovered = 0;                ///< sums over the components
+    uint64_t chunksLost = 0;                     ///< sums over the components
     /// Cells of component 1 above 0 that were saved.
     uint64_t pointsSaved = 0;
 
-    RecoveredGrid gridSource = RecoveredGrid::Chunks;
+    RecoveredGrid gridSource = RecoveredGrid::Chunks;  ///< where the grid comes from
     bool anglesFitted = false;  ///< start angles and steps were fitted to components 2 and 3
     kxbase::GridTopology grid;  ///< as in the new file
 
-    bool mainHeaderFound = false;
-    bool scanHeaderFound = false;
-    bool lookupTableFound = false;  ///< and it names chunks that are there
-    bool thumbnailKept = false;     ///< copied; otherwise made anew
-    uint64_t extendedRecordsFound = 0;
-    uint64_t damagedPlaces = 0;    ///< places where a record should begin and none does
-    uint64_t unreadableBytes = 0;  ///< that the input refused to give
-    uint64_t fileBytes = 0;        ///< of the damaged file
+    bool mainHeaderFound = false;       ///< readable at the start of the file
+    bool scanHeaderFound = false;       ///< readable somewhere
+    bool lookupTableFound = false;      ///< and it names chunks that are there
+    bool thumbnailKept = false;         ///< copied; otherwise made anew
+    uint64_t extendedRecordsFound = 0;  ///< messages, links, histograms and the like
+    uint64_t damagedPlaces = 0;         ///< places where a record should begin and none does
+    uint64_t unreadableBytes = 0;       ///< that the input refused to give
+    uint64_t fileBytes = 0;             ///< of the damaged file
 
     std::vector<std::string> rebuilt;   ///< what was computed anew
     std::vector<std::string> warnings;  ///< what the user should know or check
@@ -67,6 +67,7 @@ struct KXIO_EXPORT RecoveryReport {
     std::string Summary() const;
 };
 
+/// How a recovery runs.
 struct RecoveryOptions {
     /// Called now and then with the bytes done and the bytes to do (twice the file's size). What it throws
     /// ends the recovery and leaves it unchanged; no output is left behind.

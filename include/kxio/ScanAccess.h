@@ -22,20 +22,21 @@ namespace kxio {
 
 /// A rectangle of grid cells.
 struct PatchRect {
-    uint32_t firstRow = 0;
-    uint32_t firstColumn = 0;
-    uint32_t rows = 0;
-    uint32_t columns = 0;
+    uint32_t firstRow = 0;     ///< topmost row
+    uint32_t firstColumn = 0;  ///< leftmost column
+    uint32_t rows = 0;         ///< number of rows
+    uint32_t columns = 0;      ///< number of columns
 
+    /// rows x columns.
     uint64_t CellCount() const { return uint64_t{rows} * columns; }
     bool operator==(const PatchRect&) const = default;
 };
 
 /// Red, green, blue: an element of component 6.
 struct Rgb8 {
-    uint8_t red = 0;
-    uint8_t green = 0;
-    uint8_t blue = 0;
+    uint8_t red = 0;    ///< first byte
+    uint8_t green = 0;  ///< second byte
+    uint8_t blue = 0;   ///< third byte
     bool operator==(const Rgb8&) const = default;
 };
 
@@ -46,7 +47,9 @@ enum class MissingPatches {
     ZeroUnreadable  ///< absent and damaged patches become zeros: for rescuing a scan
 };
 
+/// How values are read.
 struct ReadOptions {
+    /// Policy for patches that cannot be had.
     MissingPatches missing = MissingPatches::Throw;
     /// Threads that decode; 1 keeps everything in the caller, 0 takes as many as the machine has.
     unsigned threads = 1;
@@ -54,22 +57,23 @@ struct ReadOptions {
 
 /// How the patches of a call were had.
 struct ReadReport {
-    uint64_t decoded = 0;
+    uint64_t decoded = 0;  ///< read and decoded
     uint64_t absent = 0;   ///< not in the file; zeros
     uint64_t damaged = 0;  ///< in the file but not readable or not decodable; zeros
+    /// No patch was replaced by zeros.
     bool Complete() const { return absent == 0 && damaged == 0; }
     bool operator==(const ReadReport&) const = default;
 };
 
 /// One component as the file stores it.
 struct KXIO_EXPORT ComponentSummary {
-    kxbase::ComponentType component{};
-    std::string codec;           ///< of its first chunk; empty when it has none
-    uint32_t elementBytes = 0;   ///< bytes of a decoded element; 0 when nothing tells
-    uint64_t storedPatches = 0;  ///< patches with a chunk of their own
-    uint64_t emptyPatches = 0;   ///< patches that share one chunk: nothing was measured there
-    uint64_t absentPatches = 0;  ///< patches of the grid that the file does not hold
-    uint64_t storedBytes = 0;    ///< sum of the chunks, a shared one counted once
+    kxbase::ComponentType component{};  ///< whose numbers these are
+    std::string codec;                  ///< of its first chunk; empty when it has none
+    uint32_t elementBytes = 0;          ///< bytes of a decoded element; 0 when nothing tells
+    uint64_t storedPatches = 0;         ///< patches with a chunk of their own
+    uint64_t emptyPatches = 0;          ///< patches that share one chunk: nothing was measured there
+    uint64_t absentPatches = 0;         ///< patches of the grid that the file does not hold
+    uint64_t storedBytes = 0;           ///< sum of the chunks, a shared one counted once
 };
 
 /// Limits of component 1, as the writer noted them.
@@ -82,9 +86,9 @@ struct KXIO_EXPORT ScanLimits {
 /// A decoded preview or chunk: `height` rows of `width` values.
 template <class T>
 struct PreviewImage {
-    uint32_t width = 0;
-    uint32_t height = 0;
-    std::vector<T> values;
+    uint32_t width = 0;     ///< columns
+    uint32_t height = 0;    ///< rows
+    std::vector<T> values;  ///< row by row
 };
 
 /// Typed access to the values of an open scan: the way to read cells.
@@ -107,12 +111,15 @@ struct PreviewImage {
 ///                                  the number of threads.
 class KXIO_EXPORT ScanAccess {
 public:
+    /// Over an open reader, which is borrowed.
     explicit ScanAccess(const QSNScanReader& reader);
-    ScanAccess(const QSNScanReader&&) = delete;
+    ScanAccess(const QSNScanReader&&) = delete;  ///< a temporary would not live long enough
 
+    /// The grid of the scan.
     const kxbase::GridTopology& Grid() const { return m_reader->GetScanInformation().grid; }
     /// Components of the file, ascending.
     std::vector<kxbase::ComponentType> Components() const { return m_reader->GetAvailableComponents(); }
+    /// Whether the file holds the component.
     bool Has(kxbase::ComponentType component) const { return m_reader->IsComponentAvailable(component); }
     /// Bytes of a decoded element: fixed for most components, otherwise those of the first stored chunk
     /// (which is then read); 0 when nothing tells.
@@ -191,6 +198,7 @@ public:
     /// Width and height count elements, here and below.
     PreviewImage<unsigned char> ReadStoredPatchBytes(kxbase::ComponentType component, uint32_t patchRow,
                                                      uint32_t patchColumn, uint32_t elementBytes) const;
+    /// The stored preview.
     PreviewImage<unsigned char> ReadPreviewBytes(kxbase::ComponentType component,
                                                  uint32_t elementBytes) const;
 
@@ -211,8 +219,8 @@ public:
     /// The record of a component's histogram, to be made a `Luminance8HistogramHeader` and the like.
     /// \throws KXComponentNotInFileException "Cannot use this component"
     ExtendedHeader ReadHistogramRecord(kxbase::ComponentType component) const;
-    const MainFileHeader& GetMainHeader() const { return m_reader->m_mainHeader; }
-    const ScanHeader& GetScanHeader() const { return m_reader->m_scanHeader; }
+    const MainFileHeader& GetMainHeader() const { return m_reader->m_mainHeader; }  ///< as it was read
+    const ScanHeader& GetScanHeader() const { return m_reader->m_scanHeader; }      ///< as it was read
     /// Bytes of the file.
     uint64_t GetFileSize() const;
 

@@ -12,6 +12,7 @@ class KXIO_EXPORT ScanningModeExtendedHeader : public CommentExtendedHeader {
 public:
     static constexpr uint64_t Type = 0x91acbfc234bec3a9ULL;
 
+    /// A record that carries `text`.
     explicit ScanningModeExtendedHeader(const std::wstring& text);
     /// Decodes the data of a record just read, whatever its type tag.
     explicit ScanningModeExtendedHeader(const ExtendedHeader& record);

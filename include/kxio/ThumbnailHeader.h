@@ -12,10 +12,11 @@ namespace kxio {
 /// The scan's JPEG thumbnail.
 ///
 /// Payload, 12 + J bytes, little-endian:
-///   @0   u32  second side: columns of the image
-///   @4   u32  first side: rows of the image
-///   @8   u32  JPEG length J
-///   @12  J bytes, a JPEG file
+///
+///     @0   u32  second side: columns of the image
+///     @4   u32  first side: rows of the image
+///     @8   u32  JPEG length J
+///     @12  J bytes, a JPEG file
 ///
 /// A record holds JPEG bytes (read, or given by `SetCompressed`) or raw pixels to make them of. They are made
 /// when the payload size is first asked for: from one or three channels, at quality 90; an image with a side
@@ -26,11 +27,13 @@ public:
     static constexpr uint64_t Magic = 0xb63bc13134b042c8ULL;
     static constexpr uint32_t CurrentVersion = 200;
     static constexpr uint32_t MinimumVersion = 200;
+    /// Sides of a new record.
     static constexpr unsigned DefaultSide = 100;
     /// `SetUp` makes smaller sides this large.
     static constexpr unsigned MinimumSide = 20;
     /// Sides of the thumbnail that a writer stores when it has none.
     static constexpr unsigned BlankSide = 200;
+    /// JPEG quality of thumbnails made from pixels.
     static constexpr int Quality = 90;
 
     /// Raw pixels, all 0, of the sides as given (no minimum). 0 channels are taken as 1.
@@ -59,6 +62,7 @@ public:
     /// Raw pixels, rows top to bottom, channels interleaved. Fill them before the record is written or its
     /// size is asked for. Missing ones count as 0, surplus ones are ignored.
     std::vector<unsigned char>& GetPixels() { return m_pixels; }
+    /// The raw pixels, to be looked at.
     const std::vector<unsigned char>& GetPixels() const { return m_pixels; }
 
     uint64_t GetMagic() const override;

@@ -9,17 +9,20 @@ namespace kxio {
 /// The identifiers of the scan and of the scan that it was made from.
 ///
 /// Data, 32 bytes:
-///   @0   16 bytes  scan UUID, in the order of its text
-///   @16  16 bytes  parent UUID
+///
+///     @0   16 bytes  scan UUID, in the order of its text
+///     @16  16 bytes  parent UUID
+///
 /// Data that is too short yields zero identifiers.
 /// One object serves one thread at a time.
 class KXIO_EXPORT UUIDExtendedHeader : public ExtendedHeader {
 public:
     static constexpr uint64_t Type = 0x84968181ef2d2134ULL;
-    static constexpr uint32_t ByteSize = 32;
+    static constexpr uint32_t ByteSize = 32;  ///< of the data
 
     /// Both identifiers zero.
     UUIDExtendedHeader();
+    /// From both identifiers.
     UUIDExtendedHeader(const kxbase::UUID& scan, const kxbase::UUID& parent);
     /// Decodes the data of a record just read, whatever its type tag.
     explicit UUIDExtendedHeader(const ExtendedHeader& record);
@@ -27,8 +30,8 @@ public:
     void _Write(unsigned char* payload, uint32_t size) override;
     const char* GetRecordName() const override;
 
-    const kxbase::UUID& GetScanUUID() const { return m_scan; }
-    const kxbase::UUID& GetParentUUID() const { return m_parent; }
+    const kxbase::UUID& GetScanUUID() const { return m_scan; }      ///< of the scan
+    const kxbase::UUID& GetParentUUID() const { return m_parent; }  ///< of its source; zero without one
 
 protected:
     void DecodeData() override;

@@ -12,6 +12,7 @@ class KXIO_EXPORT WarningExtendedHeader : public CommentExtendedHeader {
 public:
     static constexpr uint64_t Type = 0xaa661a5ee949e151ULL;
 
+    /// A record that carries `text`.
     explicit WarningExtendedHeader(const std::wstring& text);
     /// Decodes the data of a record just read, whatever its type tag.
     explicit WarningExtendedHeader(const ExtendedHeader& record);

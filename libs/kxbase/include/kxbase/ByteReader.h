@@ -29,16 +29,17 @@ public:
     explicit ByteReader(std::span<const unsigned char> bytes, uint64_t baseOffset = 0,
                         std::string recordName = {});
 
-    uint8_t U8(const char* field);
-    uint16_t U16(const char* field);
-    uint32_t U32(const char* field);
-    uint64_t U64(const char* field);
-    float F32(const char* field);
-    double F64(const char* field);
+    uint8_t U8(const char* field);    ///< one byte
+    uint16_t U16(const char* field);  ///< two bytes
+    uint32_t U32(const char* field);  ///< four bytes
+    uint64_t U64(const char* field);  ///< eight bytes
+    float F32(const char* field);     ///< IEEE 754 single precision
+    double F64(const char* field);    ///< IEEE 754 double precision
     /// Copies `out.size()` bytes.
     void Bytes(std::span<unsigned char> out, const char* field);
     /// A view of the next `count` bytes.
     std::span<const unsigned char> Take(uint64_t count, const char* field);
+    /// Moves behind the next `count` bytes.
     void Skip(uint64_t count, const char* field);
     /// Text up to the next NUL, which is passed over too. No NUL before the end: throws.
     std::string TextToNul(const char* field);
@@ -46,6 +47,7 @@ public:
     /// Checks a claim: throws unless `count` elements of `elementBytes` bytes are left. Nothing is read.
     void RequireElements(uint64_t count, uint64_t elementBytes, const char* field) const;
 
+    /// Bytes behind the position.
     uint64_t Remaining() const { return m_bytes.size() - m_position; }
     /// Position inside the view.
     uint64_t Position() const { return m_position; }

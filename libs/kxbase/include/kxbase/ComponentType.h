@@ -17,23 +17,23 @@ enum ComponentType : uint32_t {
     Luminance8 = 4,       ///< u8 intensity
     Luminance16 = 5,      ///< u16 intensity
     Color = 6,            ///< red, green, blue, one byte each
-    Component7 = 7,
-    Component8 = 8,
-    Component9 = 9,
-    Component10 = 10,
-    Component11 = 11,
-    Component12 = 12,
-    Component13 = 13,
-    Component14 = 14,
-    Component15 = 15,
-    Component16 = 16,
-    Component17 = 17,
-    Class = 18,    ///< u32 class identifier
-    Segment = 19,  ///< u64 segment identifier
+    Component7 = 7,       ///< 16 bytes; meaning not known
+    Component8 = 8,       ///< 8 bytes; meaning not known
+    Component9 = 9,       ///< 12 bytes; meaning not known
+    Component10 = 10,     ///< size as the chunk has it; meaning not known
+    Component11 = 11,     ///< size as the chunk has it; meaning not known
+    Component12 = 12,     ///< size as the chunk has it; meaning not known
+    Component13 = 13,     ///< 20 bytes; meaning not known
+    Component14 = 14,     ///< 12 bytes; meaning not known
+    Component15 = 15,     ///< 16 bytes; meaning not known
+    Component16 = 16,     ///< 16 bytes; meaning not known
+    Component17 = 17,     ///< 24 bytes; meaning not known
+    Class = 18,           ///< u32 class identifier
+    Segment = 19,         ///< u64 segment identifier
 };
 
-using ClassId = uint32_t;
-using SegmentId = uint64_t;
+using ClassId = uint32_t;    ///< element of component 18
+using SegmentId = uint64_t;  ///< element of component 19
 
 /// Name of a component: the enumerator's, or "Component" and the number. Different for every number.
 KXBASE_EXPORT std::string ComponentToString(ComponentType component);

@@ -27,7 +27,7 @@ public:
 
     /// "YYYY-MM-DDThh:mm:ssZ"; empty for no date.
     std::string ToISOString() const;
-    bool IsSet() const { return m_set; }
+    bool IsSet() const { return m_set; }  ///< false for no date
     /// Seconds since 1970-01-01T00:00:00Z; 0 for no date.
     int64_t UnixSeconds() const { return m_seconds; }
 

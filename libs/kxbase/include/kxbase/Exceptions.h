@@ -31,7 +31,9 @@ struct ErrorContext {
 /// Copies share the context and never throw.
 class KXBASE_EXPORT KXException : public std::exception {
 public:
+    /// With an empty context.
     explicit KXException(const std::string& text);
+    /// With what is known of the place.
     KXException(const std::string& text, ErrorContext context);
     KXException(const KXException&) noexcept;
     KXException& operator=(const KXException&) noexcept;
@@ -39,6 +41,7 @@ public:
 
     /// The message text alone.
     const char* what() const noexcept override;
+    /// What is known of the place.
     const ErrorContext& Context() const noexcept;
     /// Fills the fields of the context that are still empty from `more`; known fields are kept, so the
     /// innermost knowledge wins. Meant for `catch (KXException& e) { e.AddContext(...); throw; }`.

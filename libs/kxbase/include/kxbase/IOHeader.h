@@ -16,26 +16,28 @@ class IOutFileStream;
 
 /// The 16 bytes ahead of every payload.
 struct RecordFrame {
-    uint64_t tag = 0;
-    uint32_t version = 0;
+    uint64_t tag = 0;          ///< tells the record class
+    uint32_t version = 0;      ///< of the payload's layout
     uint32_t payloadSize = 0;  ///< bytes that follow the frame
 };
 
 /// Base of every on-disk record: a 16-byte frame, then the payload.
 ///
 /// Frame, little-endian:
-///   @0   u64  tag           the record class's `GetMagic()`
-///   @8   u32  version
-///   @12  u32  payload size  bytes that follow the frame
+///
+///     @0   u64  tag           the record class's `GetMagic()`
+///     @8   u32  version
+///     @12  u32  payload size  bytes that follow the frame
 ///
 /// The frame's payload size rules: `Read` takes exactly that many bytes and hands them to `_Read`, which
 /// ignores what a newer version appended. A payload shorter than its layout is no record.
 /// A record object serves one thread at a time.
 class KXBASE_EXPORT IOHeader {
 public:
-    static constexpr uint32_t FrameSize = 16;
-    static constexpr uint32_t WorkingAreaSize = 1024;
+    static constexpr uint32_t FrameSize = 16;          ///< bytes
+    static constexpr uint32_t WorkingAreaSize = 1024;  ///< payloads up to here need no memory of their own
 
+    /// A record that has neither been read nor written.
     IOHeader();
     IOHeader(const IOHeader&);
     IOHeader(IOHeader&&) noexcept;

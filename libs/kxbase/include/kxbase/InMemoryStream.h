@@ -12,12 +12,15 @@ namespace kxbase {
 /// Writing behind the end fills the gap with zeros. Copies own their bytes.
 class KXBASE_EXPORT InMemoryStream final : public IInFileStream, public IOutFileStream {
 public:
+    /// No bytes.
     InMemoryStream();
     /// Copies `size` bytes.
     InMemoryStream(const void* bytes, uint64_t size);
+    /// Takes the bytes over.
     explicit InMemoryStream(std::vector<unsigned char> bytes);
     ~InMemoryStream() override;
 
+    /// All bytes, wherever the position.
     const std::vector<unsigned char>& GetBytes() const;
 
     bool IsOpen() const override;

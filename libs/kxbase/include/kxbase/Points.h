@@ -16,18 +16,23 @@ struct tBaseXYZPoint;
 /// The invalid point is (-1, -1, -1).
 template <class T>
 struct tBasePolarPoint {
-    T range = 0;
-    T horizontal = 0;
-    T vertical = 0;
+    T range = 0;       ///< distance from the scanner, in the file's length unit
+    T horizontal = 0;  ///< angle in the horizontal plane from the x axis towards the y axis [rad]
+    T vertical = 0;    ///< angle from the zenith [rad]
 
+    /// The scanner's origin.
     tBasePolarPoint() = default;
+    /// From its three parts.
     tBasePolarPoint(T rangeIn, T horizontalIn, T verticalIn)
         : range(rangeIn), horizontal(horizontalIn), vertical(verticalIn) {}
+    /// The same point by range and angles.
     explicit tBasePolarPoint(const tBaseXYZPoint<T>& p) { *this = p; }
-    /// A template only so that `point = {a, b, c}` means a point of the same kind.
+    /// Becomes the same point by range and angles. A template only so that `point = {a, b, c}` means a point
+    /// of the same kind.
     template <std::same_as<tBaseXYZPoint<T>> P>
     tBasePolarPoint& operator=(const P& p);
 
+    /// The invalid point.
     static tBasePolarPoint Invalid() { return {T(-1), T(-1), T(-1)}; }
     bool operator==(const tBasePolarPoint&) const = default;
 };
@@ -35,14 +40,18 @@ struct tBasePolarPoint {
 /// A Cartesian point in the scanner's frame, in the unit of the range it came from.
 template <class T>
 struct tBaseXYZPoint {
-    T x = 0;
-    T y = 0;
-    T z = 0;
+    T x = 0;  ///< horizontal, at horizontal angle 0
+    T y = 0;  ///< horizontal, at horizontal angle pi / 2
+    T z = 0;  ///< up
 
+    /// The scanner's origin.
     tBaseXYZPoint() = default;
+    /// From its three parts.
     tBaseXYZPoint(T xIn, T yIn, T zIn) : x(xIn), y(yIn), z(zIn) {}
+    /// The same point in Cartesian coordinates.
     explicit tBaseXYZPoint(const tBasePolarPoint<T>& p) { *this = p; }
-    /// A template only so that `point = {a, b, c}` means a point of the same kind.
+    /// Becomes the same point in Cartesian coordinates. A template only so that `point = {a, b, c}` means a
+    /// point of the same kind.
     template <std::same_as<tBasePolarPoint<T>> P>
     tBaseXYZPoint& operator=(const P& p) {
         const double r = static_cast<double>(p.range);
@@ -58,6 +67,8 @@ struct tBaseXYZPoint {
     bool operator==(const tBaseXYZPoint&) const = default;
 };
 
+// Here because it needs the other kind of point to be complete.
+/// \cond
 template <class T>
 template <std::same_as<tBaseXYZPoint<T>> P>
 tBasePolarPoint<T>& tBasePolarPoint<T>::operator=(const P& p) {
@@ -69,19 +80,20 @@ tBasePolarPoint<T>& tBasePolarPoint<T>::operator=(const P& p) {
     vertical = static_cast<T>(std::atan2(std::sqrt(x * x + y * y), z));
     return *this;
 }
+/// \endcond
 
 /// A direction, in radians.
 struct Angles {
-    float horizontal = 0;
-    float vertical = 0;
+    float horizontal = 0;  ///< from the x axis towards the y axis
+    float vertical = 0;    ///< from the zenith
 };
 
 /// A Cartesian point with an 8-bit intensity.
 struct tXYZLuminance8Point {
-    float x = 0;
-    float y = 0;
-    float z = 0;
-    uint8_t luminance = 0;
+    float x = 0;            ///< as in `tBaseXYZPoint`
+    float y = 0;            ///< as in `tBaseXYZPoint`
+    float z = 0;            ///< as in `tBaseXYZPoint`
+    uint8_t luminance = 0;  ///< intensity; 0 where the scan has none
     bool operator==(const tXYZLuminance8Point&) const = default;
 };
 

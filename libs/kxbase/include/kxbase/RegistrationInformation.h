@@ -14,19 +14,22 @@ namespace kxbase {
 /// metres. A value type.
 class KXBASE_EXPORT RegistrationInformation {
 public:
-    static constexpr unsigned ValueCount = 12;
-    static constexpr unsigned ByteSize = 96;
+    static constexpr unsigned ValueCount = 12;  ///< doubles
+    static constexpr unsigned ByteSize = 96;    ///< of these in a file
 
     /// The identity.
     RegistrationInformation();
+    /// From rotation and translation.
     RegistrationInformation(const Frame3D& rotation, const kxmath::Vector3& translation);
+    /// The translation is the origin of the frame.
     explicit RegistrationInformation(const kxmath::Frame& frame);
 
-    kxmath::Frame ToFrame() const;
-    Frame3D GetRotation() const;
-    kxmath::Vector3 GetTranslation() const;
+    kxmath::Frame ToFrame() const;           ///< as a map from the scanner's coordinates
+    Frame3D GetRotation() const;             ///< the three axes
+    kxmath::Vector3 GetTranslation() const;  ///< where the scanner stands
     /// The twelve values.
     const double* Values() const { return m_values.data(); }
+    /// From twelve values in the order of the class.
     static RegistrationInformation FromValues(const double* twelve);
 
     bool operator==(const RegistrationInformation&) const = default;

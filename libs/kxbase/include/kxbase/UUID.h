@@ -20,7 +20,7 @@ public:
 
     /// A random identifier (version 4) from the system's entropy source.
     static UUID Generate();
-    static UUID Generate_Zeros();
+    static UUID Generate_Zeros();  ///< sixteen zero bytes, as the default
     /// From 16 bytes in the order of the text.
     static UUID FromBytes(const unsigned char* sixteen);
 
@@ -28,7 +28,7 @@ public:
     std::array<unsigned char, 16> ToBytes() const { return m_bytes; }
     /// 36 characters, lower case, 8-4-4-4-12.
     std::wstring ToWString() const;
-    bool IsZero() const { return *this == UUID(); }
+    bool IsZero() const { return *this == UUID(); }  ///< all sixteen bytes are zero
 
     auto operator<=>(const UUID&) const = default;
 

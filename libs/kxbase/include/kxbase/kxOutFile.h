@@ -11,6 +11,7 @@ namespace kxbase {
 /// operating system has.
 class KXBASE_EXPORT kxOutFile final : public IOutFileStream {
 public:
+    /// What happens to a file that is there already.
     enum OpenMode {
         CreateOrTruncate = 0,  ///< creates the file or empties it
         KeepContent = 1,       ///< opens an existing file without touching its content; position 0

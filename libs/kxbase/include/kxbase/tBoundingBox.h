@@ -8,8 +8,8 @@ namespace kxbase {
 /// An axis-aligned box.
 template <class T>
 struct tBoundingBox {
-    tBaseXYZPoint<T> min;
-    tBaseXYZPoint<T> max;
+    tBaseXYZPoint<T> min;  ///< smallest x, y and z
+    tBaseXYZPoint<T> max;  ///< largest x, y and z
 };
 
 }  // namespace kxbase

@@ -14,16 +14,17 @@ class KXBASE_EXPORT Frame {
 public:
     /// The identity.
     Frame();
+    /// From its axes and origin, taken as they are.
     Frame(const Vector3& xAxis, const Vector3& yAxis, const Vector3& zAxis, const Vector3& origin);
 
     /// Turns axes and origin, right-handed, by `angle` radians about the line through `origin` along
     /// `axis` (any length but zero; a zero axis leaves the frame as it is). Rodrigues' formula.
     void Rotate(const Vector3& origin, const Vector3& axis, double angle);
 
-    const Vector3& GetXAxis() const { return m_x; }
-    const Vector3& GetYAxis() const { return m_y; }
-    const Vector3& GetZAxis() const { return m_z; }
-    const Vector3& GetOrigin() const { return m_origin; }
+    const Vector3& GetXAxis() const { return m_x; }        ///< first axis, in outer coordinates
+    const Vector3& GetYAxis() const { return m_y; }        ///< second axis
+    const Vector3& GetZAxis() const { return m_z; }        ///< third axis
+    const Vector3& GetOrigin() const { return m_origin; }  ///< origin, in outer coordinates
     /// 4 x 4, row by row: the axes stand in the columns, the origin in the last column.
     std::array<std::array<double, 4>, 4> GetMatrix() const;
     /// This frame after `inner`: the frame that maps `inner`'s local coordinates through both.

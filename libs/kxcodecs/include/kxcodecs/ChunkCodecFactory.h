@@ -14,14 +14,17 @@ namespace kxcodecs {
 /// Makes codecs by the identifier that stands in a chunk. Stateless; safe from any number of threads.
 class KXCODECS_EXPORT ChunkCodecFactory {
 public:
+    /// One codec of the library.
     struct Description {
-        uint64_t identifier;
-        std::string name;
+        uint64_t identifier;  ///< as it stands in chunks
+        std::string name;     ///< for people
     };
     /// Deleter of `CodecPtr`.
     struct Deleter {
+        /// `DeleteCodec`.
         void operator()(QKXChunkCodec* codec) const { DeleteCodec(codec); }
     };
+    /// A codec that deletes itself.
     using CodecPtr = std::unique_ptr<QKXChunkCodec, Deleter>;
 
     /// A new codec with its default level; null when the identifier is unknown. The caller gives it back

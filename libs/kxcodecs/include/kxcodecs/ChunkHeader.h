@@ -17,15 +17,16 @@ namespace kxcodecs {
 ///     @20 f32 step               stored integer = value x step; 1.0: values are stored as they are
 ///     @24 u32 uncompressedBytes  what the payload unpacks to; equal to decodedBytes for all codecs here
 struct ChunkHeaderInfo {
-    static constexpr uint32_t kByteSize = 28;
+    static constexpr uint32_t kByteSize = 28;  ///< bytes of the header
 
-    uint64_t codecId = 0;
-    uint32_t width = 0;
-    uint32_t height = 0;
-    uint32_t decodedBytes = 0;
-    float step = 1.0F;
-    uint32_t uncompressedBytes = 0;
+    uint64_t codecId = 0;            ///< which codec made the payload
+    uint32_t width = 0;              ///< in elements
+    uint32_t height = 0;             ///< in elements
+    uint32_t decodedBytes = 0;       ///< width x height x element size
+    float step = 1.0F;               ///< stored integer = value x step
+    uint32_t uncompressedBytes = 0;  ///< what the payload unpacks to
 
+    /// width x height.
     uint64_t ElementCount() const { return static_cast<uint64_t>(width) * height; }
     /// Bytes per element; 0 when the three sizes do not fit each other (no elements, or `decodedBytes` is
     /// no multiple of their count): such a chunk cannot be decoded.

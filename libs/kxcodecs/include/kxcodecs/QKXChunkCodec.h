@@ -47,6 +47,7 @@ KXCODECS_EXPORT std::string ToText(DecodeStatus status);
 ///     Dequantise(values, header.ElementBytes(), header.step);
 class KXCODECS_EXPORT QKXChunkCodec {
 public:
+    /// Bytes of the header of a chunk.
     static const uint32_t HeaderSize = ChunkHeaderInfo::kByteSize;
     /// Limit of the decoded size unless the caller states another: 1 GiB.
     static constexpr uint64_t kDefaultMaxDecodedBytes = uint64_t{1} << 30;
@@ -60,17 +61,21 @@ public:
 
     /// Reads the header; false, and `out` untouched, when there are fewer than 28 bytes.
     static bool ReadHeader(const unsigned char* chunk, uint64_t size, ChunkHeaderInfo& out);
+    /// The same of a whole chunk.
     static bool ReadHeader(const std::vector<unsigned char>& chunk, ChunkHeaderInfo& out);
     /// Name of the chunk's codec ("Snappy", "ZLib", "JPEG"); of an unknown one "0x" and 16 hexadecimal
     /// digits of the identifier; empty when there is no header.
     static std::string GetName(const unsigned char* chunk, uint64_t size);
+    /// The same of a whole chunk.
     static std::string GetName(const std::vector<unsigned char>& chunk);
     /// Whether this library can decode the chunk's codec; false when there is no header.
     static bool IsCodecAvailable(const unsigned char* chunk, uint64_t size);
+    /// The same of a whole chunk.
     static bool IsCodecAvailable(const std::vector<unsigned char>& chunk);
     /// Bytes that the payload claims to unpack to; 0 when there is no header. A claim: check it before
     /// allocating, or let `DecodeChunk` do so.
     static uint64_t GetUncompressedSize(const unsigned char* chunk, uint64_t size);
+    /// The same of a whole chunk.
     static uint64_t GetUncompressedSize(const std::vector<unsigned char>& chunk);
 
     // Encoding.
@@ -109,6 +114,7 @@ public:
 
     /// Limit that `Decode` and `CanDecode` hold the layout against.
     void SetMaxDecodedBytes(uint64_t bytes) { m_maxDecodedBytes = bytes; }
+    /// That limit; 1 GiB unless it was set.
     uint64_t GetMaxDecodedBytes() const { return m_maxDecodedBytes; }
 
     /// Whether the payload can hold what the layout claims, and the limit allows it. Cheap, allocates
