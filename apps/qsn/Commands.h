@@ -7,9 +7,16 @@
 
 namespace qsn {
 
+std::unique_ptr<Command> MakeBoxCommand();
+std::unique_ptr<Command> MakeEditCommand();
 std::unique_ptr<Command> MakeExportCommand();
+std::unique_ptr<Command> MakeHistogramCommand();
 std::unique_ptr<Command> MakeImportCommand();
 std::unique_ptr<Command> MakeInfoCommand();
+std::unique_ptr<Command> MakeLocateCommand();
+std::unique_ptr<Command> MakeLodCommand();
+std::unique_ptr<Command> MakePartsCommand();
 std::unique_ptr<Command> MakePreviewCommand();
+std::unique_ptr<Command> MakeThumbnailCommand();
 
 }  // namespace qsn

@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <numbers>
 #include <utility>
@@ -13,45 +12,11 @@
 #include "ComponentNames.h"
 #include "Errors.h"
 #include "LayerSampler.h"
+#include "ValuePainting.h"
 
 namespace qsn {
 
 namespace {
-
-/// What is drawn from: one number per pixel, NaN where nothing is to be seen.
-using Values = std::vector<double>;
-
-struct Span {
-    double low = 0;
-    double high = 0;
-};
-
-/// The middle 98 %: a few stray values must not wash out all others.
-Span MiddleSpan(const Values& values) {
-    Values seen;
-    std::copy_if(values.begin(), values.end(), std::back_inserter(seen),
-                 [](double v) { return std::isfinite(v); });
-    if (seen.empty()) return {};
-    const auto at = [&](double share) {
-        const auto index = static_cast<ptrdiff_t>(share * static_cast<double>(seen.size() - 1));
-        std::nth_element(seen.begin(), seen.begin() + index, seen.end());
-        return seen[static_cast<size_t>(index)];
-    };
-    const double low = at(0.01);
-    return {low, at(0.99)};
-}
-
-/// The least and the greatest value; infinities the other way round when nothing is seen.
-std::pair<double, double> Extremes(const Values& values) {
-    std::pair<double, double> extremes(std::numeric_limits<double>::infinity(),
-                                       -std::numeric_limits<double>::infinity());
-    for (const double v : values) {
-        // Comparisons with NaN are false.
-        if (v < extremes.first) extremes.first = v;
-        if (v > extremes.second) extremes.second = v;
-    }
-    return extremes;
-}
 
 template <class T>
 Values ToValues(const std::vector<T>& cells, const std::vector<uint8_t>& visible, double factor) {
@@ -60,25 +25,6 @@ Values ToValues(const std::vector<T>& cells, const std::vector<uint8_t>& visible
         if (visible[i] != 0) values[i] = factor * static_cast<double>(cells[i]);
     }
     return values;
-}
-
-double Share(double value, const Span& span) {
-    return span.high > span.low ? (value - span.low) / (span.high - span.low) : 0.5;
-}
-
-template <class ColorOf>
-void Paint(Picture& picture, PictureSize size, const Values& values, ColorOf colorOf) {
-    for (uint32_t y = 0; y < size.height; ++y) {
-        for (uint32_t x = 0; x < size.width; ++x) {
-            const double value = values[size_t{y} * size.width + x];
-            if (std::isfinite(value)) picture.At(x, y) = colorOf(value);
-        }
-    }
-}
-
-Pixel Grey(double share) {
-    const auto level = static_cast<uint8_t>(std::lround(255 * std::clamp(share, 0.0, 1.0)));
-    return {level, level, level, 255};
 }
 
 struct ScaledComponent {
@@ -105,8 +51,9 @@ public:
         const std::vector<float> cells = Sample<float>(scaled.component);
         const std::vector<uint8_t> visible = scaled.component == kxbase::Range ? Returns(cells) : Visible();
         const Values values = ToValues(cells, visible, scaled.factor);
-        const Span span = MiddleSpan(values);
-        Paint(m_result.picture, m_size, values, [&](double v) { return ScaleColor(Share(v, span)); });
+        const ValueSpan span = MiddleSpan(values);
+        PaintValues(m_result.picture, m_size.width, m_size.height, values,
+                    [&](double v) { return ScaleColor(ShareOf(v, span)); });
         const auto [least, greatest] = Extremes(values);
         DrawLegend(m_result.picture,
                    {span.low, span.high, scaled.title, least<span.low, greatest> span.high});
@@ -116,8 +63,9 @@ public:
     void PaintIntensity() {
         const std::vector<T> cells = Sample<T>(m_request.component);
         const Values values = ToValues(cells, Visible(), 1.0);
-        const Span span = MiddleSpan(values);
-        Paint(m_result.picture, m_size, values, [&](double v) { return Grey(Share(v, span)); });
+        const ValueSpan span = MiddleSpan(values);
+        PaintValues(m_result.picture, m_size.width, m_size.height, values,
+                    [&](double v) { return Grey(ShareOf(v, span)); });
     }
 
     void PaintColor() {

@@ -33,6 +33,11 @@ Vector3 Frame::Transform(const Vector3& local) const {
     return m_origin + local.x * m_x + local.y * m_y + local.z * m_z;
 }
 
+Vector3 Frame::InverseTransform(const Vector3& outer) const {
+    const Vector3 offset = outer - m_origin;
+    return {Dot(offset, m_x), Dot(offset, m_y), Dot(offset, m_z)};
+}
+
 Frame Frame::PropagateFrame(const Frame& inner) const {
     const auto turned = [this](const Vector3& v) { return v.x * m_x + v.y * m_y + v.z * m_z; };
     return {turned(inner.m_x), turned(inner.m_y), turned(inner.m_z), Transform(inner.m_origin)};

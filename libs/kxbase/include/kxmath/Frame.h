@@ -31,6 +31,8 @@ public:
     Frame PropagateFrame(const Frame& inner) const;
     /// Outer coordinates of a local point.
     Vector3 Transform(const Vector3& local) const;
+    /// Local coordinates of an outer point; the axes must be of length 1 and at right angles.
+    Vector3 InverseTransform(const Vector3& outer) const;
 
 private:
     Vector3 m_x;

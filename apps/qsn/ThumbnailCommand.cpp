@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: MIT
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "Console.h"
+#include "Errors.h"
+#include "OutputFile.h"
+#include "Picture.h"
+#include "PngFile.h"
+#include "kxbase/UTF8.h"
+#include "kxbase/kxInFile.h"
+#include "kxbase/kxOutFile.h"
+#include "kxio/QSNScanReader.h"
+#include "kxio/ThumbnailEdit.h"
+
+namespace qsn {
+
+namespace {
+
+/// A thumbnail is a small picture; more than this is some other file by mistake.
+constexpr uint64_t kMostBytes = 64 << 20;
+
+bool HasEnding(const std::string& path, const std::string& ending) {
+    std::string tail = path.size() < ending.size() ? "" : path.substr(path.size() - ending.size());
+    std::transform(tail.begin(), tail.end(), tail.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return tail == ending;
+}
+
+class ThumbnailCommand : public Command {
+public:
+    void Define(CLI::App& app) override {
+        app.add_option("FILE", m_input, "The .qsn file")->required()->type_name("");
+        app.add_option("OUT", m_output, "Where to put it: .jpg (as stored) or .png")->type_name("");
+        app.add_option("--set", m_newImage,
+                       "Store this JPEG file as the scan's thumbnail\n"
+                       "instead")
+            ->type_name("JPEG");
+    }
+
+    void Run(const Session& session) override {
+        if (m_output.empty() == m_newImage.empty()) throw UsageError("expected either OUT or --set JPEG");
+        const std::string report = m_newImage.empty() ? Fetch(session) : Store();
+        if (!session.quiet) WriteError(report);
+    }
+
+private:
+    std::string Fetch(const Session& session) const {
+        const bool png = HasEnding(m_output, ".png");
+        if (!png && !HasEnding(m_output, ".jpg") && !HasEnding(m_output, ".jpeg"))
+            throw UsageError(fmt::format("{}: unknown ending; expected .jpg, .jpeg or .png", m_output));
+        OutputFile output(m_output, session.force, {m_input});
+        const kxio::QSNScanReader reader(kxbase::Decode_UTF8(m_input), 0);
+        std::vector<unsigned char> jpeg;
+        std::vector<unsigned char> rgb;
+        unsigned width = 0;
+        unsigned height = 0;
+        if (!reader.GetThumbnailJPEG(jpeg)) throw Failure(m_input + ": the file has no thumbnail");
+        if (!reader.GetThumbnailRGB(rgb, width, height))
+            throw Failure(m_input + ": the stored thumbnail is no readable JPEG image");
+        if (png) {
+            Picture picture(width, height);
+            for (uint32_t y = 0; y < height; ++y) {
+                for (uint32_t x = 0; x < width; ++x) {
+                    const unsigned char* p = rgb.data() + (size_t{y} * width + x) * 3;
+                    picture.At(x, y) = {p[0], p[1], p[2], 255};
+                }
+            }
+            WritePng(output.PartialPath(), picture);
+        } else {
+            kxbase::kxOutFile out(kxbase::Decode_UTF8(output.PartialPath()));
+            if (!out.IsOpen()) throw Failure(m_output + ": cannot be written");
+            out.Write(jpeg.data(), jpeg.size());
+            out.Close();
+        }
+        output.Commit();
+        return fmt::format("{} -> {}\n  {} x {} pixels\n", Printable(m_input), Printable(m_output), width,
+                           height);
+    }
+
+    std::string Store() const {
+        kxbase::kxInFile in(kxbase::Decode_UTF8(m_newImage));
+        if (!in.IsOpen()) throw Failure(m_newImage + ": cannot be opened");
+        if (in.GetSize() > kMostBytes)
+            throw Failure(fmt::format("{}: larger than {} bytes", m_newImage, kMostBytes));
+        std::vector<unsigned char> jpeg(in.GetSize());
+        if (in.Read(jpeg.data(), jpeg.size()) != jpeg.size()) throw Failure(m_newImage + ": cannot be read");
+        try {
+            kxio::SetThumbnail(kxbase::Decode_UTF8(m_input), jpeg);
+        } catch (kxbase::KXBadInputException& e) {
+            e.AddContext({m_newImage, {}, {}, {}, {}});
+            throw;
+        }
+        return fmt::format("{}: thumbnail stored, {} bytes\n", Printable(m_input), jpeg.size());
+    }
+
+    std::string m_input;
+    std::string m_output;
+    std::string m_newImage;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> MakeThumbnailCommand() {
+    return std::make_unique<ThumbnailCommand>();
+}
+
+}  // namespace qsn
