@@ -66,7 +66,7 @@ const CommandDescription kCommands[] = {
     {"locate",
      "Find the cell of a point or a direction",
      {{"qsn locate --cell 3,5 scan.qsn", "what this cell stores"},
-      {"qsn locate --direction 0,90 --json scan.qsn", "the closest return to a direction, for programs"}},
+      {"qsn locate --direction 40,90 --json scan.qsn", "the closest return to a direction, for programs"}},
      false,
      MakeLocateCommand},
     {"bbox",

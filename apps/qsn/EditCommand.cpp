@@ -83,10 +83,13 @@ public:
         const std::wstring path = kxbase::Decode_UTF8(m_input);
         kxio::QSNInfo::GetAllInfo(path);  // a file that does not open is not touched at all
         for (const Change& change : changes) {
-            if (!m_dryRun) change.make(path);
-            if (!session.quiet || m_dryRun)
-                WriteError(fmt::format("{}: {}{}\n", Printable(m_input), m_dryRun ? "would be changed: " : "",
-                                       Printable(change.what)));
+            const std::string line = fmt::format("{}: {}\n", Printable(m_input), Printable(change.what));
+            if (m_dryRun) {
+                WriteOutput(line);
+                continue;
+            }
+            change.make(path);
+            if (!session.quiet) WriteError(line);
         }
     }
 

@@ -28,10 +28,10 @@ void Prepare(const TemporaryFolder& folder, bool withScan) {
 void RunExample(const std::string& line) {
     const TemporaryFolder folder;
     ASSERT_NO_FATAL_FAILURE(Prepare(folder, line.find("qsn import") == std::string::npos));
-    const std::vector<std::string> before = folder.Names();
+    const auto before = folder.Contents();
     const ProgramResult result = RunShellLine(line, {folder.Path(), {}, false});
     EXPECT_EQ(result.exitCode, 0) << line << "\n" << result.err;
-    EXPECT_TRUE(!result.out.empty() || folder.Names() != before) << line << " did nothing";
+    EXPECT_TRUE(!result.out.empty() || folder.Contents() != before) << line << " did nothing";
 }
 
 /// Lines of the text that begin, after blanks, with "qsn ".
