@@ -11,10 +11,10 @@ namespace kxio {
 
 namespace {
 
-// What the tables may hold in all components together: always a few million entries, more where the file is
+// What the tables may hold in all components together: a few thousand entries always, more where the file is
 // long enough that a fair part of them can be filled (a stored patch takes 60 bytes at least).
-constexpr uint64_t kFreeEntries = uint64_t{1} << 22;
-constexpr uint64_t kEntriesPerByte = 4;
+constexpr uint64_t kFreeEntries = uint64_t{1} << 16;
+constexpr uint64_t kEntriesPerByte = 1;
 
 }  // namespace
 

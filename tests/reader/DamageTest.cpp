@@ -39,7 +39,7 @@ TEST(Damage, FileCutAtEveryLength) {
         const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
         const kxtest::AllocationWatch watch;
         ASSERT_EQ(ReadEverything(cut).opened, length >= needed) << "cut at " << length;
-        ASSERT_LT(watch.Largest(), 64 * kMegabyte) << "cut at " << length;
+        ASSERT_LT(watch.Largest(), 8 * kMegabyte) << "cut at " << length;
     }
 }
 
@@ -56,7 +56,7 @@ TEST_P(DamagedBits, InEveryByteEndInValuesOrAnException) {
         const Outcome outcome = ReadEverything(bytes);
         opened += outcome.opened ? 1 : 0;
         ASSERT_TRUE(outcome.consistent) << "byte " << at;
-        ASSERT_LT(watch.Largest(), 100 * kMegabyte) << "byte " << at;
+        ASSERT_LT(watch.Largest(), 8 * kMegabyte) << "byte " << at;
     }
     EXPECT_GT(opened, 0);
     EXPECT_LT(opened, static_cast<int>(whole.size()));
