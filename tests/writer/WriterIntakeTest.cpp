@@ -142,7 +142,6 @@ TEST(WriterIntake, OrientationsOtherThanOneAreRowByRow) {
 
 TEST(WriterIntake, PointCountAddsToWhatWasSet) {
     Session s;
-    s.writer.SetPointcount(5);  // creation starts at 0
     s.writer.CreateNew(&s.stream, MakeGrid(8, 4, 4, 4));
     Flat<float> range(kxbase::Range, std::vector<float>(16, 1.0F), &Snappy());
     s.writer.AddPatch({&range}, 0, 0);
@@ -152,6 +151,13 @@ TEST(WriterIntake, PointCountAddsToWhatWasSet) {
     const walker::File file = s.End();
     EXPECT_EQ(file.scan.points, 1032U);
     EXPECT_EQ(s.statistics.at("PointCount"), 1032U);
+}
+
+TEST(WriterIntake, CreationSetsThePointCountToZero) {
+    Session s;
+    s.writer.SetPointcount(5);
+    s.writer.CreateNew(&s.stream, MakeGrid(4, 4, 4, 4));
+    EXPECT_EQ(s.End().scan.points, 0U);
 }
 
 TEST(WriterIntake, WithoutTopologyEveryPositiveValueCounts) {
@@ -221,6 +227,36 @@ TEST(WriterIntake, EncodedPatchOfSizeZeroLeavesAZeroEntry) {
     t.writer.AddPatch({&alone}, 0, 0);
     EXPECT_EQ(t.End().lookup.count(18), 0U);
     EXPECT_EQ(t.statistics.count("Class"), 0U);
+}
+
+TEST(WriterIntake, TableOfAKnownGridListsEveryPatchAlsoTheLastHoles) {
+    Session s;
+    s.writer.CreateNew(&s.stream, MakeGrid(12, 4, 4, 4));
+    Flat<float> range(kxbase::Range, std::vector<float>(16, 1.0F), &Snappy());
+    kxio::EncodedPatchDescriptor nothing(kxbase::Range, 4);
+    s.writer.AddPatch({&range}, 0);
+    s.writer.AddPatch({&nothing}, 1);
+    s.writer.AddPatch({&nothing}, 2);
+    const auto entries = s.End().lookup.at(1);
+    ASSERT_EQ(entries.size(), 3U);
+    EXPECT_EQ(entries[1], (walker::Entry{0, 0}));
+    EXPECT_EQ(entries[2], (walker::Entry{0, 0}));
+}
+
+TEST(WriterIntake, EmptyPatchWithoutValueSizeHasValuesOfOneByte) {
+    Session s;
+    s.writer.CreateNew(&s.stream, MakeGrid(8, 4, 4, 4));
+    kxio::EmptyPatchDescriptor empty(kxbase::Component12, 0);
+    s.writer.AddPatch({&empty}, 0, 0);
+    // The same for a component of which only empty chunks of no known size are to be made at the end.
+    kxio::EncodedPatchDescriptor nothing(kxbase::Component13, 0);
+    s.writer.AddPatch({&nothing}, 0, 0);
+    const walker::File file = s.End();
+    for (const auto& [component, index] : {std::pair{12U, 0U}, {12U, 1U}, {13U, 1U}}) {
+        const walker::Decoded zeros = walker::Decode(file.Slice(file.lookup.at(component).at(index)));
+        EXPECT_EQ(zeros.elementBytes, 1U);
+        EXPECT_EQ(zeros.values, Bytes(16, 0));
+    }
 }
 
 TEST(WriterIntake, ThousandsOfMissingPatchesShareOneChunkPerComponent) {

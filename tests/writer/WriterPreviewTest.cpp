@@ -278,6 +278,19 @@ TEST(WriterThumbnail, ColourIsPreferredToGrey) {
     EXPECT_LT(picture.rgb[1], 20);
 }
 
+TEST(WriterThumbnail, IsMadeOfTheImageAsItIsWhateverAnEncodedPatchTells) {
+    kxbase::InMemoryStream stream;
+    kxio::QSNScanWriter writer;
+    writer.CreateNew(&stream, MakeGrid(8, 4, 4, 4));
+    Flat<uint8_t> grey(kxbase::Luminance8, std::vector<uint8_t>(16, 100), &Snappy());
+    writer.AddPatch({&grey}, 0, 0);
+    writer.AddPatch({&grey}, 0, 1);
+    kxio::EncodedPatchDescriptor encoded(kxbase::Luminance8, 4);
+    writer.AddPatch({&encoded}, 0, 1);
+    writer.EndCreation();
+    EXPECT_NEAR(Picture(Walk(stream.GetBytes()).jpeg).Mean(0, 0, 100, 100), 100, 3);
+}
+
 TEST(WriterThumbnail, BlankWithoutColourAndGrey) {
     kxbase::InMemoryStream stream;
     kxio::QSNScanWriter writer;
