@@ -29,7 +29,7 @@ public:
     kxbase::IOutFileStream& Stream() { return m_stream; }
 
     /// Bytes that Reserve guarantees.
-    static constexpr size_t kReserve = 1024;
+    static constexpr size_t kReserve = 2048;
 
 private:
     static constexpr size_t kBytes = size_t{1} << 20;

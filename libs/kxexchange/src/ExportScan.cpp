@@ -41,6 +41,13 @@ void CheckOptions(const ExportOptions& options) {
     throw kxbase::KXBadInputException("Export option is not acceptable", context);
 }
 
+template <class Exception>
+[[noreturn]] void Refuse(const std::string& detail) {
+    kxbase::ErrorContext context;
+    context.detail = detail;
+    throw Exception("Scan cannot be exported", context);
+}
+
 // Two digits more than the range step in metres has.
 int DefaultDecimals(double rangeScale) {
     if (!(rangeScale > 0)) return kLeastDecimals;
@@ -60,6 +67,13 @@ LayoutMessage FindLayout(const kxio::QSNScanReader& reader, std::vector<std::str
     if (misfit)
         warnings.push_back("The stored layout does not fit the grid; cells are in the grid's own order");
     return GridCells::PlainLayout(grid);
+}
+
+void CheckRegistration(const kxbase::RegistrationInformation& registration) {
+    const double* const values = registration.Values();
+    const double* const end = values + kxbase::RegistrationInformation::ValueCount;
+    if (std::all_of(values, end, [](double value) { return std::isfinite(value); })) return;
+    Refuse<kxbase::KXBadInputException>("the registration holds values that are no numbers");
 }
 
 void Transform(const kxbase::RegistrationInformation& registration, std::vector<Cell>& cells) {
@@ -104,11 +118,11 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
                         ExportFormat format, const ExportOptions& options, ProgressSink* progress) {
     CheckOptions(options);
     const kxio::ScanProperties& properties = reader.GetScanInformation();
+    if (properties.grid.PatchCount64() == 0) Refuse<kxbase::KXBadInputException>("the scan has no grid");
     for (const auto component : {kxbase::Range, kxbase::VerticalAngle, kxbase::HorizontalAngle}) {
         if (reader.IsComponentAvailable(component)) continue;
-        kxbase::ErrorContext context;
-        context.detail = "the scan has no " + kxbase::ComponentToString(component);
-        throw kxbase::KXComponentNotInFileException("Scan cannot be exported", context);
+        Refuse<kxbase::KXComponentNotInFileException>("the scan has no " +
+                                                      kxbase::ComponentToString(component));
     }
 
     ExportReport report;
@@ -116,6 +130,7 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
     report.registrationApplied =
         options.registration == RegistrationUse::Apply ||
         (options.registration == RegistrationUse::Default && format != ExportFormat::Ptx);
+    if (report.registrationApplied || format == ExportFormat::Ptx) CheckRegistration(properties.registration);
     LayoutMessage message = FindLayout(reader, report.warnings);
 
     ScanDescription description;
@@ -169,8 +184,14 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
             sink->WriteColumns(cells, columns);
             report.cells += cells.size();
             if (progress && !progress->Update(report.cells, description.points, sink->BytesWritten())) {
-                throw CancelledException("Export was cancelled");
+                kxbase::ErrorContext context;
+                context.file = PathText(outPath);
+                throw CancelledException("Export was cancelled", context);
             }
+        }
+        if (grid.UnusableReturns() != 0) {
+            report.warnings.push_back(std::to_string(grid.UnusableReturns()) +
+                                      " returns have no usable position; they are left out");
         }
         sink->Finish();
         stream.Close();

@@ -13,6 +13,10 @@ namespace {
 constexpr double kMetresPerMillimetre = 1e-3;
 // Fewer cells are done before other threads have woken up.
 constexpr size_t kWorthThreads = 4096;
+// Cells in memory at a time, but for a single longer column.
+constexpr uint64_t kMostBlockCells = uint64_t{1} << 23;
+// Bytes that one stored byte of any codec can stand for.
+constexpr uint64_t kMostExpansion = 1032;
 
 // A message without an intensity mapping over a file that has intensities: they are a share of the whole.
 constexpr IntensityMapping kUnit{IntensityMapping::Kind::Unit, 0, 1.0 / 65535};
@@ -44,7 +48,34 @@ GridCells::GridCells(const kxio::QSNScanReader& reader, LayoutMessage message, u
     if (m_message.intensity.kind == IntensityMapping::Kind::None) m_message.intensity = kUnit;
 }
 
+// The grid's size is a claim of the header. Before memory follows it, the chunks of these columns must say
+// the same, and be long enough that they can hold so much.
+void GridCells::CheckClaims(uint64_t first, uint64_t columns) const {
+    const auto entries = m_access.PatchEntries(kxbase::Range);
+    const uint64_t perRow = m_grid.PatchesPerRow();
+    for (uint64_t column = first / m_grid.patchWidth; column * m_grid.patchWidth < first + columns;
+         ++column) {
+        for (uint32_t row = 0; row < m_grid.PatchesPerColumn(); ++row) {
+            const uint64_t index = perRow * row + column;
+            const auto header = m_access.ReadChunkHeader(kxbase::Range, row, static_cast<uint32_t>(column));
+            const uint64_t cells = uint64_t{header.width} * header.height;
+            const uint64_t needed =
+                uint64_t{m_grid.ColumnsInPatch(static_cast<uint32_t>(column))} * m_grid.RowsInPatch(row);
+            if (index < entries.size() && cells >= needed &&
+                header.decodedBytes / kMostExpansion <= entries[static_cast<size_t>(index)].byteCount) {
+                continue;
+            }
+            kxbase::ErrorContext context;
+            context.record = "patch " + std::to_string(index);
+            context.detail =
+                "found a chunk of " + std::to_string(cells) + " values, expected " + std::to_string(needed);
+            throw kxbase::KXUnreadablePatchException("Patch cannot be decoded", context);
+        }
+    }
+}
+
 void GridCells::ReadBlock(uint64_t first, uint64_t columns, Block& block) const {
+    CheckClaims(first, columns);
     const auto count = static_cast<size_t>(columns * m_grid.rows);
     const auto read = [&](kxbase::ComponentType component, auto& values) {
         using Value = typename std::remove_reference_t<decltype(values)>::value_type;
@@ -61,7 +92,9 @@ void GridCells::ReadBlock(uint64_t first, uint64_t columns, Block& block) const 
 }
 
 // The cells of one source column that lie in a block, from its column `inBlock` of `columns`.
-void GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const {
+// Returns how many returns are unusable.
+uint64_t GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const {
+    uint64_t unusable = 0;
     for (const RowSegment& segment : m_message.layout.segments) {
         if (segment.far != far) continue;
         Cell* cell = cells + segment.firstRow;
@@ -80,6 +113,12 @@ void GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t col
             cell->x = flat * std::cos(horizontal);
             cell->y = flat * std::sin(horizontal);
             cell->z = range * std::cos(vertical);
+            if (!(std::isfinite(cell->x) && std::isfinite(cell->y) && std::isfinite(cell->z))) {
+                *cell = {};
+                cell->intensity = m_emptyIntensity;
+                ++unusable;
+                continue;
+            }
             cell->valid = true;
             if (m_intensity16) {
                 cell->intensity = m_message.intensity.Restore(block.luminance16[at]);
@@ -95,6 +134,7 @@ void GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t col
             }
         }
     }
+    return unusable;
 }
 
 uint64_t GridCells::Read(std::vector<Cell>& cells) {
@@ -106,23 +146,24 @@ uint64_t GridCells::Read(std::vector<Cell>& cells) {
     // Up to the end of the column of patches that the next source column lies in.
     const uint64_t near = layout.NearColumn(m_nextColumn);
     const uint64_t patchFirst = near / m_grid.patchWidth * m_grid.patchWidth;
-    const uint64_t first = layout.columnsReversed ? patchFirst : near;
-    const uint64_t end = layout.columnsReversed
-                             ? near + 1
-                             : std::min<uint64_t>(patchFirst + m_grid.patchWidth, layout.columns);
-    const uint64_t columns = end - first;
+    const uint64_t patchEnd = std::min<uint64_t>(patchFirst + m_grid.patchWidth, layout.columns);
+    const uint64_t columns = std::min(layout.columnsReversed ? near + 1 - patchFirst : patchEnd - near,
+                                      std::max<uint64_t>(1, kMostBlockCells / m_grid.rows));
+    const uint64_t first = layout.columnsReversed ? near + 1 - columns : near;
     ReadBlock(first, columns, m_near);
     if (layout.Folded()) ReadBlock(layout.farColumn + first, columns, m_far);
     cells.resize(static_cast<size_t>(columns * layout.rows));
     const auto count = static_cast<int64_t>(columns);
     const int threads = m_options.threads == 0 ? omp_get_max_threads() : static_cast<int>(m_options.threads);
-#pragma omp parallel for schedule(static) num_threads(threads) if (cells.size() >= kWorthThreads)
+    uint64_t unusable = 0;
+#pragma omp parallel for schedule(static) num_threads(threads) reduction(+ : unusable) if (cells.size() >= kWorthThreads)
     for (int64_t i = 0; i < count; ++i) {
         const auto inBlock = static_cast<size_t>(layout.columnsReversed ? count - 1 - i : i);
         Cell* const column = cells.data() + static_cast<size_t>(i) * static_cast<size_t>(layout.rows);
-        ToCells(m_near, false, inBlock, static_cast<size_t>(columns), column);
-        if (layout.Folded()) ToCells(m_far, true, inBlock, static_cast<size_t>(columns), column);
+        unusable += ToCells(m_near, false, inBlock, static_cast<size_t>(columns), column);
+        if (layout.Folded()) unusable += ToCells(m_far, true, inBlock, static_cast<size_t>(columns), column);
     }
+    m_unusable += unusable;
     m_nextColumn += columns;
     return columns;
 }

@@ -25,9 +25,11 @@ public:
     bool HasColor() const { return m_color; }
     const GridLayout& Layout() const { return m_message.layout; }
 
-    /// Reads the next source columns, as many as lie in one column of patches, column after column.
-    /// \return columns read; 0 at the end
+    /// Reads the next source columns, as many as lie in one column of patches (fewer of very tall grids),
+    /// column after column. \return columns read; 0 at the end
     uint64_t Read(std::vector<Cell>& cells);
+    /// Returns so far whose position is no number; they are given as cells without a return.
+    uint64_t UnusableReturns() const { return m_unusable; }
 
 private:
     /// Values of `columns` grid columns from `first` on, all rows, row by row.
@@ -37,8 +39,9 @@ private:
         std::vector<uint8_t> luminance8;
         std::vector<kxio::Rgb8> color;
     };
+    void CheckClaims(uint64_t first, uint64_t columns) const;
     void ReadBlock(uint64_t first, uint64_t columns, Block& block) const;
-    void ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const;
+    uint64_t ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const;
 
     kxio::ScanAccess m_access;
     kxbase::GridTopology m_grid;
@@ -49,6 +52,7 @@ private:
     bool m_color;
     double m_emptyIntensity;
     uint64_t m_nextColumn = 0;  // of the source
+    uint64_t m_unusable = 0;
     Block m_near, m_far;
 };
 

@@ -6,6 +6,7 @@
 #include <numbers>
 
 #include "LineFit.h"
+#include "SweepFold.h"
 
 namespace kxexchange {
 
@@ -17,69 +18,35 @@ constexpr double kPi = std::numbers::pi;
 constexpr double kLeastStep = 1e-6;
 // A grid that would go round more often than this is no sweep: its cells are in no angular order.
 constexpr double kMostTurns = 2.02;
-// A fold needs more rows than this behind it (a sweep that merely overshoots the zenith is not folded) ...
-constexpr size_t kLeastFoldRows = 2;
-constexpr double kLeastFoldShare = 0.01;
-// ... rows that agree across the columns, and an angle that grows along them, nearly in a line.
-constexpr double kLeastAgreement = 0.9;
-constexpr double kMostRowResidual = 0.15;
-constexpr double kMostSweep = 2 * kPi + 0.1;
-
-// Rows between two crossings of the vertical axis, on one side of it.
-struct Stretch {
-    size_t first = 0;
-    size_t count = 0;
-    bool far = false;
-    bool towardsZenith = false;  // the vertical angle falls along the rows
-    double top = 0;              // least vertical angle
-};
-
-// Rows that overshoot the axis go on in the rows of the stretch before them.
-void Join(Stretch& kept, const Stretch& overshoot, double step, bool atTop) {
-    kept.count += overshoot.count;
-    if (atTop) kept.top -= step * static_cast<double>(overshoot.count);
-}
 
 double DefaultStep(size_t columns, size_t rows) {
     return std::min(2 * kPi / static_cast<double>(std::max<size_t>(columns, 4)),
                     kPi / static_cast<double>(std::max<size_t>(rows, 2)));
 }
 
-// Cuts the rows where the sweep's angle passes a multiple of pi: even ones are the zenith, odd the nadir.
-std::vector<Stretch> CutAtAxis(const std::vector<Sample>& rows, const Line& line) {
-    std::vector<Stretch> stretches;
-    const size_t count = rows.size();
-    // Angle of each row, of the line where no return says otherwise; made to grow, so that noise at the
-    // axis cuts once.
-    std::vector<double> angle(count);
-    double shift = 0;
-    size_t known = 0;
-    for (size_t i = 0; i < count; ++i) {
-        if (rows[i].weight > 0) {
-            shift += rows[i].value - line.At(static_cast<double>(i));
-            ++known;
-        }
+bool IsStep(double step) {
+    return step >= kLeastStep && step <= kPi;
+}
+
+// A point of a line, at the weighted middle of its samples.
+struct Anchor {
+    double position = 0;
+    double value = 0;
+    bool known = false;
+};
+
+Anchor AnchorOf(const std::vector<Sample>& samples, const Line& line) {
+    double weight = 0;
+    Anchor anchor;
+    for (const Sample& sample : samples) {
+        weight += sample.weight;
+        anchor.position += sample.weight * sample.position;
     }
-    if (known != 0) shift /= static_cast<double>(known);
-    for (size_t i = 0; i < count; ++i) {
-        angle[i] = rows[i].weight > 0 ? rows[i].value : line.At(static_cast<double>(i)) + shift;
-    }
-    std::sort(angle.begin(), angle.end());
-    for (size_t i = 0; i < count; ++i) {
-        const double side = std::floor(angle[i] / kPi);
-        if (i == 0 || side != std::floor(angle[i - 1] / kPi)) {
-            Stretch stretch;
-            stretch.first = i;
-            // Between 0 and pi (even sides) the vertical angle is the sweep's own and grows.
-            stretch.far = stretch.towardsZenith = std::fmod(std::abs(side), 2) == 1;
-            stretches.push_back(stretch);
-        }
-        Stretch& last = stretches.back();
-        ++last.count;
-        const double vertical = std::abs(WrapAngle(angle[i]));
-        last.top = last.count == 1 ? vertical : std::min(last.top, vertical);
-    }
-    return stretches;
+    if (!(weight > 0)) return {};
+    anchor.position /= weight;
+    anchor.value = line.At(anchor.position);
+    anchor.known = true;
+    return anchor;
 }
 
 }  // namespace
@@ -151,164 +118,107 @@ void GridFit::AddPlane(ColumnSums& sums) {
     }
 }
 
-FittedGrid GridFit::Finish() const {
-    const size_t columns = m_columns.size();
-    const size_t rows = m_rows.size();
-    FittedGrid grid;
-    grid.layout.columns = columns;
-    grid.layout.rows = rows;
-    if (columns == 0 || rows == 0) {
-        grid.columnStep = grid.rowStep = DefaultStep(columns, rows);
-        grid.layout.gridRows = rows;
-        return grid;
-    }
-
-    // Does the sweep pass over the axis?
-    std::vector<Sample> sweep(rows);
+// Whether the sweep passes over the axis, and where.
+std::optional<FoldedRows> GridFit::Fold() const {
+    std::vector<Sample> sweep(m_rows.size());
     double returns = 0, agreement = 0;
-    for (size_t i = 0; i < rows; ++i) {
+    for (size_t i = 0; i < sweep.size(); ++i) {
         const RowSums& sums = m_rows[i];
         sweep[i] = {static_cast<double>(i), std::atan2(sums.planeSine, sums.planeCosine), sums.planeCount};
         returns += sums.planeCount;
         agreement += std::hypot(sums.planeSine, sums.planeCosine);
     }
-    UnwrapAngles(sweep);
-    const Line sweepLine = FitLine(sweep);
-    std::vector<Stretch> stretches;
-    if (sweepLine.determined && sweepLine.slope > 0 &&
-        sweepLine.slope * static_cast<double>(rows - 1) <= kMostSweep &&
-        agreement >= kLeastAgreement * returns && LineResidual(sweep, sweepLine) <= kMostRowResidual) {
-        stretches = CutAtAxis(sweep, sweepLine);
-        // Stretches of a few rows at either end join their neighbour: those cells merely overshoot.
-        const size_t least =
-            std::max(kLeastFoldRows, static_cast<size_t>(kLeastFoldShare * static_cast<double>(rows)));
-        while (stretches.size() > 1 && stretches.front().count <= least) {
-            Join(stretches[1], stretches[0], sweepLine.slope, !stretches[1].towardsZenith);
-            stretches[1].first = stretches[0].first;
-            stretches.erase(stretches.begin());
-        }
-        while (stretches.size() > 1 && stretches.back().count <= least) {
-            Stretch& kept = stretches[stretches.size() - 2];
-            Join(kept, stretches.back(), sweepLine.slope, kept.towardsZenith);
-            stretches.pop_back();
+    if (!(returns > 0)) return std::nullopt;
+    return FoldSweep(std::move(sweep), agreement / returns);
+}
+
+// Without a fold all rows go one way: downwards, from wherever they begin.
+void GridFit::LayRows(GridLayout& layout) const {
+    if (std::optional<FoldedRows> folded = Fold()) {
+        layout.segments = std::move(folded->segments);
+        layout.gridRows = folded->gridRows;
+        return;
+    }
+    const size_t rows = m_rows.size();
+    const Line line = FitLine(Verticals({{0, rows, false, 0, false}}));
+    // Sources list rows from the lowest elevation up, if nothing shows otherwise.
+    const bool descending = !line.determined || line.slope <= 0;
+    layout.segments = {{0, rows, false, descending ? rows - 1 : 0, descending}};
+    layout.gridRows = rows;
+}
+
+// The rows' mean vertical angles at their places in the grid.
+std::vector<Sample> GridFit::Verticals(const std::vector<RowSegment>& segments) const {
+    std::vector<Sample> verticals;
+    verticals.reserve(m_rows.size());
+    for (const RowSegment& segment : segments) {
+        for (uint64_t i = 0; i < segment.count; ++i) {
+            const RowSums& row = m_rows[static_cast<size_t>(segment.firstRow + i)];
+            const uint64_t gridRow = segment.descending ? segment.gridRow - i : segment.gridRow + i;
+            verticals.push_back({static_cast<double>(gridRow), std::atan2(row.sine, row.cosine), row.count});
         }
     }
-    const bool folded = stretches.size() > 1;
+    return verticals;
+}
 
-    // Columns.
-    std::vector<Sample> azimuths(columns);
-    for (size_t i = 0; i < columns; ++i) {
-        const double x = folded ? m_columns[i].planeX : m_columns[i].directionX;
-        const double y = folded ? m_columns[i].planeY : m_columns[i].directionY;
+// The columns' directions, unwrapped.
+std::vector<Sample> GridFit::Azimuths(bool folded) const {
+    std::vector<Sample> azimuths(m_columns.size());
+    for (size_t i = 0; i < azimuths.size(); ++i) {
+        const ColumnSums& sums = m_columns[i];
+        const double x = folded ? sums.planeX : sums.directionX;
+        const double y = folded ? sums.planeY : sums.directionY;
         azimuths[i] = {static_cast<double>(i), std::atan2(y, x), std::hypot(x, y)};
     }
     UnwrapAngles(azimuths);
+    return azimuths;
+}
+
+FittedGrid GridFit::Finish() const {
+    const size_t columns = m_columns.size();
+    const size_t rows = m_rows.size();
+    const double defaultStep = DefaultStep(columns, rows);
+    FittedGrid grid;
+    GridLayout& layout = grid.layout;
+    layout.columns = columns;
+    layout.rows = layout.gridRows = rows;
+    grid.columnStep = grid.rowStep = defaultStep;
+    if (columns == 0 || rows == 0) return grid;
+
+    LayRows(layout);
+    const bool folded = layout.segments.size() > 1;
+    const std::vector<Sample> verticals = Verticals(layout.segments);
+    const Line rowLine = FitLine(verticals);
+    const std::vector<Sample> azimuths = Azimuths(folded);
     const Line columnLine = FitLine(azimuths);
 
-    // Rows, as vertical angles at places along the grid.
-    std::vector<Sample> verticals;
-    verticals.reserve(rows);
+    const double width = std::abs(columnLine.slope) * static_cast<double>(columns);
+    const bool rowsFit = rowLine.determined && IsStep(rowLine.slope);
+    const bool columnsFit =
+        columnLine.determined && IsStep(std::abs(columnLine.slope)) && width <= kMostTurns * 2 * kPi;
+    if (rowsFit) grid.rowStep = rowLine.slope;
+    if (columnsFit) grid.columnStep = std::abs(columnLine.slope);
+    // One column, or one row, has square cells.
+    if (!columnsFit && rowsFit && columns == 1) grid.columnStep = grid.rowStep;
+    if (!rowsFit && columnsFit && rows == 1) grid.rowStep = grid.columnStep;
+
+    // The lines are held at the middle of the returns, whatever the steps became.
+    const Anchor rowAnchor = AnchorOf(verticals, rowLine);
+    grid.rowStart =
+        rowAnchor.known ? rowAnchor.value - grid.rowStep * rowAnchor.position : 0.5 * grid.rowStep;
+
+    layout.columnsReversed = columnsFit && columnLine.slope > 0;
     if (folded) {
-        const double least =
-            std::min_element(stretches.begin(), stretches.end(), [](const auto& a, const auto& b) {
-                return a.top < b.top;
-            })->top;
-        const double step = std::max(sweepLine.slope, kLeastStep);
-        // In each block the stretches follow each other downwards without sharing rows.
-        std::vector<size_t> order(stretches.size());
-        for (size_t i = 0; i < order.size(); ++i)
-            order[i] = i;
-        std::sort(order.begin(), order.end(),
-                  [&](size_t a, size_t b) { return stretches[a].top < stretches[b].top; });
-        uint64_t ends[2] = {0, 0};
-        std::vector<uint64_t> tops(stretches.size());
-        for (const size_t i : order) {
-            const Stretch& stretch = stretches[i];
-            const auto offset = static_cast<uint64_t>(std::llround((stretch.top - least) / step));
-            tops[i] = std::max(std::min<uint64_t>(offset, rows), ends[stretch.far]);
-            ends[stretch.far] = tops[i] + stretch.count;
-        }
-        grid.layout.gridRows = std::max(ends[0], ends[1]);
-        for (size_t i = 0; i < stretches.size(); ++i) {
-            const Stretch& stretch = stretches[i];
-            RowSegment segment;
-            segment.firstRow = stretch.first;
-            segment.count = stretch.count;
-            segment.far = stretch.far;
-            segment.descending = stretch.towardsZenith;
-            segment.gridRow = segment.descending ? tops[i] + stretch.count - 1 : tops[i];
-            grid.layout.segments.push_back(segment);
-        }
-    } else {
-        for (size_t i = 0; i < rows; ++i) {
-            verticals.push_back(
-                {static_cast<double>(i), std::atan2(m_rows[i].sine, m_rows[i].cosine), m_rows[i].count});
-        }
-        const Line line = FitLine(verticals);
-        // Sources list rows from the lowest elevation up, if nothing shows otherwise.
-        const bool descending = !line.determined || line.slope <= 0;
-        grid.layout.gridRows = rows;
-        grid.layout.segments.push_back({0, rows, false, descending ? rows - 1 : 0, descending});
-        verticals.clear();
+        const auto halfTurn = static_cast<uint64_t>(std::llround(kPi / grid.columnStep));
+        layout.farColumn = std::clamp<uint64_t>(halfTurn, columns, 2 * static_cast<uint64_t>(columns));
     }
-    for (const RowSegment& segment : grid.layout.segments) {
-        for (uint64_t i = 0; i < segment.count; ++i) {
-            const auto row = static_cast<size_t>(segment.firstRow + i);
-            const uint64_t gridRow = segment.descending ? segment.gridRow - i : segment.gridRow + i;
-            verticals.push_back({static_cast<double>(gridRow),
-                                 std::atan2(m_rows[row].sine, m_rows[row].cosine), m_rows[row].count});
-        }
-    }
-    const Line rowLine = FitLine(verticals);
-
-    const double defaultStep = DefaultStep(columns, rows);
-    double rowStep = rowLine.determined ? rowLine.slope : 0;
-    const bool rowsFit = rowStep >= kLeastStep && rowStep <= kPi;
-    if (!rowsFit) rowStep = defaultStep;
-    double columnStep = columnLine.determined ? std::abs(columnLine.slope) : 0;
-    const bool columnsFit = columnStep >= kLeastStep && columnStep <= kPi &&
-                            columnStep * static_cast<double>(columns) <= kMostTurns * 2 * kPi;
-    if (!columnsFit) columnStep = rowsFit && columns == 1 ? rowStep : defaultStep;
-    if (!rowsFit && columnsFit && rows == 1) rowStep = columnStep;
-
-    // The line through the rows is kept at their middle, whatever the step.
-    double anyWeight = 0;
-    double middleRow = 0;
-    for (const Sample& sample : verticals) {
-        anyWeight += sample.weight;
-        middleRow += sample.weight * sample.position;
-    }
-    if (anyWeight > 0) {
-        middleRow /= anyWeight;
-        grid.rowStart = rowLine.At(middleRow) - rowStep * middleRow;
-    } else {
-        grid.rowStart = 0.5 * rowStep;
-    }
-    grid.rowStep = rowStep;
-
-    grid.layout.columnsReversed = columnsFit && columnLine.slope > 0;
-    grid.columnStep = columnStep;
-    if (folded) {
-        const auto halfTurn = static_cast<uint64_t>(std::llround(kPi / columnStep));
-        grid.layout.farColumn = std::clamp<uint64_t>(halfTurn, columns, 2 * static_cast<uint64_t>(columns));
-    }
-    double middleColumn = 0;
-    double columnWeight = 0;
-    for (const Sample& sample : azimuths) {
-        columnWeight += sample.weight;
-        middleColumn += sample.weight * sample.position;
-    }
-    double azimuth = 0;
-    if (columnWeight > 0) {
-        middleColumn /= columnWeight;
-        azimuth = columnLine.At(middleColumn);
-        if (grid.layout.columnsReversed) middleColumn = static_cast<double>(columns - 1) - middleColumn;
-    } else {
-        middleColumn = 0.5 * static_cast<double>(columns - 1);
-    }
+    const Anchor columnAnchor = AnchorOf(azimuths, columnLine);
+    const double last = static_cast<double>(columns - 1);
+    double middle = columnAnchor.known ? columnAnchor.position : 0.5 * last;
+    if (layout.columnsReversed) middle = last - middle;
+    grid.columnStart = columnAnchor.value + grid.columnStep * middle;
     // Of all turns, the one whose angles are smallest: single precision is finest there.
-    grid.columnStart = azimuth + columnStep * middleColumn;
-    const double halfWidth = 0.5 * columnStep * static_cast<double>(grid.layout.GridColumns() - 1);
+    const double halfWidth = 0.5 * grid.columnStep * static_cast<double>(layout.GridColumns() - 1);
     grid.columnStart = WrapAngle(grid.columnStart - halfWidth) + halfWidth;
     return grid;
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <limits>
 #include <string_view>
 
@@ -93,7 +94,7 @@ bool ReadIntensity(std::string_view text, IntensityMapping& mapping) {
     if (!offset || !scale || offset->size() != 1 || scale->size() != 1 || !(scale->front() > 0)) return false;
     mapping.offset = offset->front();
     mapping.scale = scale->front();
-    return true;
+    return std::isfinite(mapping.offset + 65535 * mapping.scale);
 }
 
 std::string IntensityText(const IntensityMapping& mapping) {

@@ -41,6 +41,26 @@ void CheckScale(const char* field, double scale, double least, double greatest, 
     }
 }
 
+// The preview-sizing rule reduces both sides by one step, so a grid of a single row or column keeps its full
+// length. The previews stay in memory until the file is complete; such a side is reduced on its own.
+void SetPreviewSize(kxbase::GridTopology& grid) {
+    constexpr double kFactor = 2;
+    constexpr uint64_t kMostPixels = uint64_t{1} << 22;
+    grid.UpdatePreview(kFactor);
+    const uint64_t pixels = uint64_t{grid.previewWidth} * grid.previewHeight;
+    if (pixels <= kMostPixels) return;
+    const auto step = static_cast<uint32_t>(pixels / kMostPixels + 1);
+    const auto reduce = [step](uint32_t cells, uint32_t& side, float& ratio) {
+        side = std::max<uint32_t>(1, side / step);
+        ratio = static_cast<float>(cells) / static_cast<float>(side);
+    };
+    if (grid.previewWidth > grid.previewHeight) {
+        reduce(grid.columns, grid.previewWidth, grid.columnRatio);
+    } else {
+        reduce(grid.rows, grid.previewHeight, grid.rowRatio);
+    }
+}
+
 }  // namespace
 
 void CheckOptions(const ImportOptions& options) {
@@ -109,7 +129,7 @@ kxbase::GridTopology MakeTopology(const FittedGrid& fitted, const ImportOptions&
     grid.columns = static_cast<uint32_t>(fitted.layout.GridColumns());
     grid.rows = static_cast<uint32_t>(fitted.layout.gridRows);
     SetPatchSize(grid, options.patchWidth, options.patchHeight);
-    grid.UpdatePreview(2.0);
+    SetPreviewSize(grid);
     grid.UpdateHalfSteps();
     return grid;
 }

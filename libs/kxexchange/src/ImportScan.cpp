@@ -241,7 +241,7 @@ void Import::AddPatches(PatchColumn& column) {
 
 void Import::WriteProperties() {
     m_writer->SetRegistration(m_description.pose);
-    const std::string name = PathText(std::filesystem::path(m_source.Name()).filename());
+    const std::string name = PathText(TextPath(m_source.Name()).filename());
     m_writer->AddMessage(
         kxbase::Decode_UTF8("Imported from " + name + ", scan " + std::to_string(m_scanIndex + 1)));
     m_writer->AddMessage(kxbase::Decode_UTF8(m_message.Format()));

@@ -36,6 +36,10 @@ std::string PathText(const std::filesystem::path& path) {
     return {text.begin(), text.end()};
 }
 
+std::filesystem::path TextPath(const std::string& text) {
+    return std::filesystem::path(std::u8string(text.begin(), text.end()));
+}
+
 std::wstring WidePath(const std::filesystem::path& path) {
     return kxbase::Decode_UTF8(PathText(path));
 }

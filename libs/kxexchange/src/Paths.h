@@ -9,6 +9,9 @@ namespace kxexchange {
 /// UTF-8 of a path.
 std::string PathText(const std::filesystem::path& path);
 
+/// The path of a UTF-8 text.
+std::filesystem::path TextPath(const std::string& text);
+
 /// A path as the streams want it.
 std::wstring WidePath(const std::filesystem::path& path);
 

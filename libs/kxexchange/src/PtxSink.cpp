@@ -61,7 +61,7 @@ char* PtxSink::AppendCoordinates(char* out, const Cell& cell) const {
 }
 
 void PtxSink::WriteColumns(std::span<const Cell> cells, uint64_t /*columns*/) {
-    static_assert(ByteSink::kReserve >= 4 * 64);
+    static_assert(ByteSink::kReserve >= kMaxCellBytes);
     for (const Cell& cell : cells) {
         char* out = m_bytes.Reserve();
         if (cell.valid) {

@@ -11,6 +11,7 @@ void XyzSink::Begin(const ScanDescription& description) {
 }
 
 void XyzSink::WriteColumns(std::span<const Cell> cells, uint64_t /*columns*/) {
+    static_assert(ByteSink::kReserve >= kMaxCellBytes);
     for (const Cell& cell : cells) {
         if (!cell.valid) continue;
         char* out = m_bytes.Reserve();

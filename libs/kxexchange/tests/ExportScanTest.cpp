@@ -14,6 +14,7 @@
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
 #include "kxio/ScanAccess.h"
+#include "support/AllocationWatch.h"
 
 namespace kxexchange::testing {
 namespace {
@@ -30,13 +31,16 @@ public:
     std::vector<std::wstring> messages;
     kxbase::RegistrationInformation registration;
     bool withRange = true;
+    kxbase::GridTopology grid;
 
-    void Write(const std::filesystem::path& path) {
-        kxbase::GridTopology grid;
+    OneScan() {
         grid.columns = grid.patchWidth = 2;
         grid.rows = grid.patchHeight = 3;
         grid.columnStartAngle = 1.5707964F;
         grid.columnAngularStep = grid.rowAngularStep = 1.5707964F;
+    }
+
+    void Write(const std::filesystem::path& path) {
         kxcodecs::SnappyChunkCodec codec;
         kxio::QSNScanWriter writer;
         writer.CreateNew(path.wstring(), grid);
@@ -322,6 +326,82 @@ TEST(ExportScan, DamagedPatchesEndItAndLeaveNothingBehind) {
                  kxbase::KXUnreadablePatchException);
     EXPECT_EQ(Entries(folder), (std::vector<std::string>{"a.qsn", "b.qsn", "out.ptx"}));
     EXPECT_EQ(ReadFile(folder / "out.ptx"), "older");
+}
+
+TEST(ExportScan, PositionsThatAreNoNumbersAreLeftOutWithAWarning) {
+    OneScan scan;
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float infinity = std::numeric_limits<float>::infinity();
+    scan.range = {1000, nan, 2000, infinity, -5, 4000};
+    scan.vertical[0] = nan;
+    scan.horizontal[2] = infinity;
+    ExportReport report;
+    EXPECT_EQ(Exported(scan, ExportFormat::Xyz, {}, &report), "0.000000 0.000000 -4.000000\n");
+    EXPECT_EQ(report.points, 1U);
+    EXPECT_EQ(report.warnings,
+              (std::vector<std::string>{"3 returns have no usable position; they are left out"}));
+}
+
+TEST(ExportScan, ARegistrationOfNoNumbersIsRefusedWhereItMatters) {
+    OneScan scan;
+    double values[12] = {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, std::numeric_limits<double>::infinity()};
+    scan.registration = kxbase::RegistrationInformation::FromValues(values);
+    const TempFolder folder;
+    scan.Write(folder / "a.qsn");
+    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Ptx),
+                 kxbase::KXBadInputException);
+    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Xyz),
+                 kxbase::KXBadInputException);
+    ExportOptions options;
+    options.registration = RegistrationUse::Keep;
+    EXPECT_EQ(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Xyz, options).points, 4U);
+}
+
+TEST(ExportScan, TheLongestNumbersFitTheirLines) {
+    OneScan scan;
+    double values[12] = {-1e308, -1e308, -1e308, -1e308, -1e308, -1e308, 1, 1, 1, 0, 0, 0};
+    scan.registration = kxbase::RegistrationInformation::FromValues(values);
+    ExportOptions options;
+    options.registration = RegistrationUse::Apply;
+    options.decimals = 12;
+    scan.range[2] = 1e3F;
+    scan.color.assign(6, {255, 255, 255});
+    for (const ExportFormat format : {ExportFormat::Ptx, ExportFormat::Xyz}) {
+        EXPECT_GT(Exported(scan, format, options).size(), 3U * 309U);
+    }
+}
+
+TEST(ExportScan, TheGridsClaimsAllocateNothing) {
+    OneScan scan;
+    scan.grid.columns = scan.grid.patchWidth = 1;
+    scan.grid.rows = scan.grid.patchHeight = 0x7fffffff;
+    scan.grid.previewWidth = scan.grid.previewHeight = 1;
+    scan.grid.columnRatio = 1;
+    scan.grid.rowRatio = 0x1p31F;
+    const TempFolder folder;
+    scan.Write(folder / "a.qsn");
+    const kxio::QSNScanReader reader((folder / "a.qsn").wstring());
+    const kxtest::AllocationWatch watch;
+    try {
+        ExportScan(reader, folder / "out", ExportFormat::Ptx);
+        FAIL();
+    } catch (const kxbase::KXUnreadablePatchException& e) {
+        EXPECT_EQ(e.Context().detail, "found a chunk of 6 values, expected 2147483647");
+    }
+    EXPECT_LT(watch.Largest(), size_t{4} << 20);
+    EXPECT_EQ(Entries(folder), (std::vector<std::string>{"a.qsn"}));
+}
+
+TEST(ExportScan, AScanWithoutGridCannotBeExported) {
+    const TempFolder folder;
+    {
+        kxio::QSNScanWriter writer;
+        writer.CreateNew((folder / "a.qsn").wstring());
+        writer.EndCreation();
+    }
+    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Ptx),
+                 kxbase::KXBadInputException);
+    EXPECT_EQ(Entries(folder), (std::vector<std::string>{"a.qsn"}));
 }
 
 class StopAt final : public ProgressSink {

@@ -524,6 +524,29 @@ TEST(PatchSize, FollowsTheGridWhereTheGridIsSmaller) {
     }
 }
 
+TEST(PreviewSize, OfALongThinGridIsBoundedToo) {
+    FittedGrid fitted;
+    fitted.columnStep = fitted.rowStep = 0.01;
+    fitted.layout.columns = 1;
+    fitted.layout.rows = fitted.layout.gridRows = 100000000;
+    kxbase::GridTopology grid = MakeTopology(fitted, {});
+    EXPECT_EQ(grid.previewWidth, 1U);
+    EXPECT_LE(grid.previewHeight, 1U << 22);
+    EXPECT_GT(grid.previewHeight, 1U << 21);
+    EXPECT_NEAR(grid.rowRatio * static_cast<float>(grid.previewHeight), 1e8F, 100);
+    std::swap(fitted.layout.columns, fitted.layout.gridRows);
+    fitted.layout.rows = 1;
+    grid = MakeTopology(fitted, {});
+    EXPECT_EQ(grid.previewHeight, 1U);
+    EXPECT_LE(grid.previewWidth, 1U << 22);
+    // Ordinary grids follow the rule alone.
+    fitted.layout.columns = 10000;
+    fitted.layout.gridRows = 5000;
+    grid = MakeTopology(fitted, {});
+    EXPECT_EQ(grid.previewWidth, 2000U);
+    EXPECT_EQ(grid.previewHeight, 1000U);
+}
+
 // Feeds a sweep to an assembler and notes how many columns of patches were begun at the same time.
 size_t MostOpenColumns(const Sweep& sweep, uint32_t patchSide) {
     const std::vector<Cell> cells = MakeSweep(sweep);

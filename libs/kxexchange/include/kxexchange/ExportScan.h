@@ -74,7 +74,9 @@ struct ExportReport {
 /// \throws CancelledException  `progress` said so
 /// \throws kxbase::KXComponentNotInFileException  the scan has no range or angles
 /// \throws kxbase::KXUnreadablePatchException     the stored bytes are damaged
-/// \throws kxbase::KXBadInputException            an option is not acceptable; nothing was written
+/// \throws kxbase::KXBadInputException            an option is not acceptable, or the scan has no grid or a
+///                                                registration of values that are no numbers; nothing was
+///                                                written
 /// \throws kxbase::KXFileNotOpenException, kxbase::KXWritingException  the output failed
 KXEXCHANGE_EXPORT ExportReport ExportScan(const kxio::QSNScanReader& reader,
                                           const std::filesystem::path& outPath, ExportFormat format,

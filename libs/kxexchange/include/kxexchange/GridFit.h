@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -10,6 +11,9 @@
 #include "kxexchange/ScanSource.h"
 
 namespace kxexchange {
+
+struct FoldedRows;
+struct Sample;
 
 /// A regular angular grid and how a source's cells are laid into it. Angles in radians.
 struct FittedGrid {
@@ -49,6 +53,10 @@ private:
         double count = 0, planeCount = 0;
     };
     void AddPlane(ColumnSums& sums);
+    std::optional<FoldedRows> Fold() const;
+    void LayRows(GridLayout& layout) const;
+    std::vector<Sample> Verticals(const std::vector<RowSegment>& segments) const;
+    std::vector<Sample> Azimuths(bool folded) const;
 
     std::vector<ColumnSums> m_columns;
     std::vector<RowSums> m_rows;
