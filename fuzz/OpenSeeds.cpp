@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "kxio/QSNScanWriter.h"
 #include "support/TinyScan.h"
 
 namespace {
@@ -17,6 +18,31 @@ ScanFileBuilder BareScan(uint32_t component, const Bytes& chunk) {
     ScanFileBuilder file(4, 3, 4, 3);
     file.Chunk(component, 0, 0, chunk);
     return file;
+}
+
+// As the writer makes it: one patch of three, the others empty, a histogram.
+Bytes WrittenScan() {
+    kxbase::InMemoryStream stream;
+    kxbase::GridTopology grid;
+    grid.columns = 9;
+    grid.rows = 3;
+    grid.patchWidth = 4;
+    grid.patchHeight = 4;
+    kxcodecs::ZLibChunkCodec codec;
+    std::vector<float> ranges(16, 2.5F);
+    std::vector<uint8_t> intensities(16, 7);
+    kxio::FlatPatchDescriptor range(kxbase::Range, 4, kxio::RowMajor, 0.1, &codec);
+    range.data = reinterpret_cast<unsigned char*>(ranges.data());
+    range.size = ranges.size();
+    kxio::FlatPatchDescriptor intensity(kxbase::Luminance8, 1, kxio::RowMajor, 1.0, &codec);
+    intensity.data = intensities.data();
+    intensity.size = intensities.size();
+    kxio::QSNScanWriter writer;
+    writer.CreateNew(&stream, grid);
+    writer.AddPatch({&range, &intensity}, 0, 1);
+    writer.AddMessage(L"written");
+    writer.EndCreation();
+    return stream.GetBytes();
 }
 
 }  // namespace
@@ -37,6 +63,7 @@ int main(int argc, char** argv) {
     };
 
     const Bytes tiny = TinyScan().Build();
+    write("written", WrittenScan());
     write("tiny", tiny);
     write("tiny-cut-in-tail", Bytes(tiny.begin(), tiny.end() - 40));
     Bytes noTable = tiny;

@@ -227,6 +227,7 @@ public:
 private:
     void RequireComponent(kxbase::ComponentType component) const;
     void RequireElementBytes(kxbase::ComponentType component, uint32_t elementBytes) const;
+    void RequireCells(const PatchRect& rect, uint32_t elementBytes, uint64_t outBytes) const;
     template <class T>
     ReadReport Read(kxbase::ComponentType component, const PatchRect& rect, std::span<T> out,
                     const ReadOptions& options) const {

@@ -117,13 +117,36 @@ void ScanAccess::RequireComponent(ComponentType component) const {
 }
 
 void ScanAccess::RequireElementBytes(ComponentType component, uint32_t elementBytes) const {
-    ErrorContext context = m_reader->FileContext();
-    const std::string name = kxbase::ComponentToString(component);
     const uint32_t stored = ElementBytes(component);
-    if (elementBytes == 0 || (stored != 0 && stored != elementBytes)) {
-        context.detail = "component " + name + " has elements of " + std::to_string(stored) + " bytes, " +
-                         std::to_string(elementBytes) + " were asked for";
-        throw kxbase::KXBadInputException("Wrong element size", context);
+    if (elementBytes != 0 && (stored == 0 || stored == elementBytes)) return;
+    ErrorContext context = m_reader->FileContext();
+    context.detail = "component " + kxbase::ComponentToString(component) + " has elements of " +
+                     std::to_string(stored) + " bytes, " + std::to_string(elementBytes) + " were asked for";
+    throw kxbase::KXBadInputException("Wrong element size", context);
+}
+
+// Checks that the cells lie in the grid, that the output has room for exactly them, and that there are
+// patches.
+void ScanAccess::RequireCells(const PatchRect& rect, uint32_t elementBytes, uint64_t outBytes) const {
+    const kxbase::GridTopology& grid = Grid();
+    if (uint64_t{rect.firstRow} + rect.rows > grid.rows ||
+        uint64_t{rect.firstColumn} + rect.columns > grid.columns) {
+        ErrorContext context = m_reader->FileContext();
+        context.detail = "rows from " + std::to_string(rect.firstRow) + ", columns from " +
+                         std::to_string(rect.firstColumn) + ", " + Sides(rect.rows, rect.columns) +
+                         " cells; the grid has " + Sides(grid.rows, grid.columns);
+        throw kxbase::KXIndexOutOfBoundsException("Cells out of range", context);
+    }
+    if (outBytes % elementBytes != 0 || outBytes / elementBytes != rect.CellCount()) {
+        ErrorContext context = m_reader->FileContext();
+        context.detail = std::to_string(outBytes) + " bytes given for " + Sides(rect.rows, rect.columns) +
+                         " elements of " + std::to_string(elementBytes) + " bytes";
+        throw kxbase::KXBadInputException("Wrong output size", context);
+    }
+    if (rect.CellCount() != 0 && grid.PatchCount64() == 0) {
+        ErrorContext context = m_reader->FileContext();
+        context.detail = "the grid has cells but no patches";
+        throw kxbase::KXUnreadablePatchException("Index 0 is outside bounds", context);
     }
 }
 
@@ -131,25 +154,9 @@ ReadReport ScanAccess::ReadRectBytes(ComponentType component, const PatchRect& r
                                      std::span<unsigned char> out, const ReadOptions& options) const {
     RequireComponent(component);
     RequireElementBytes(component, elementBytes);
-    const kxbase::GridTopology& grid = Grid();
-    ErrorContext context = m_reader->FileContext();
-    if (uint64_t{rect.firstRow} + rect.rows > grid.rows ||
-        uint64_t{rect.firstColumn} + rect.columns > grid.columns) {
-        context.detail = "rows from " + std::to_string(rect.firstRow) + ", columns from " +
-                         std::to_string(rect.firstColumn) + ", " + Sides(rect.rows, rect.columns) +
-                         " cells; the grid has " + Sides(grid.rows, grid.columns);
-        throw kxbase::KXIndexOutOfBoundsException("Cells out of range", context);
-    }
-    if (out.size() % elementBytes != 0 || out.size() / elementBytes != rect.CellCount()) {
-        context.detail = std::to_string(out.size()) + " bytes given for " + Sides(rect.rows, rect.columns) +
-                         " elements of " + std::to_string(elementBytes) + " bytes";
-        throw kxbase::KXBadInputException("Wrong output size", context);
-    }
+    RequireCells(rect, elementBytes, out.size());
     if (rect.CellCount() == 0) return {};
-    if (grid.PatchCount64() == 0) {
-        context.detail = "the grid has cells but no patches";
-        throw kxbase::KXUnreadablePatchException("Index 0 is outside bounds", context);
-    }
+    const kxbase::GridTopology& grid = Grid();
 
     const uint32_t firstPatchRow = rect.firstRow / grid.patchHeight;
     const uint32_t firstPatchColumn = rect.firstColumn / grid.patchWidth;
