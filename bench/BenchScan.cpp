@@ -50,6 +50,7 @@ void BenchScan::CollectStreams() {
     m_components = access.Components();
     libdeflate_decompressor* unpacker = libdeflate_alloc_decompressor();
     for (const kxbase::ComponentType component : m_components) {
+        if (component == kxbase::Range) m_firstRangeStream = m_streams.size();
         m_valueBytes += m_cells * access.ElementBytes(component);
         for (uint32_t patch = 0; patch < grid.PatchCount(); ++patch) {
             std::vector<unsigned char> chunk;

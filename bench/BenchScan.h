@@ -25,9 +25,12 @@ public:
     const std::vector<kxbase::ComponentType>& Components() const { return m_components; }
     /// Bytes of all components decoded.
     uint64_t ValueBytes() const { return m_valueBytes; }
-    /// All chunks of all components, without their headers: zlib streams. And what they unpack to.
+    /// All chunks of all components, component after component, without their headers: zlib streams. And
+    /// what they unpack to.
     const std::vector<std::vector<unsigned char>>& ZlibStreams() const { return m_streams; }
     const std::vector<std::vector<unsigned char>>& UnpackedStreams() const { return m_unpacked; }
+    /// Index of the first stream of component 1, or of the first stream at all.
+    uint64_t FirstRangeStream(bool ofAll) const { return ofAll ? 0 : m_firstRangeStream; }
     uint64_t UnpackedBytes() const { return m_unpackedBytes; }
     uint64_t StreamBytes() const { return m_streamBytes; }
 
@@ -47,6 +50,7 @@ private:
     uint64_t m_valueBytes = 0;
     uint64_t m_unpackedBytes = 0;
     uint64_t m_streamBytes = 0;
+    uint64_t m_firstRangeStream = 0;
     std::vector<kxbase::ComponentType> m_components;
     std::vector<std::vector<unsigned char>> m_streams;
     std::vector<std::vector<unsigned char>> m_unpacked;

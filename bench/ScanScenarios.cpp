@@ -49,7 +49,7 @@ void Open(benchmark::State& state) {
         benchmark::DoNotOptimize(reader.GetPatchNumber());
     }
 }
-BENCHMARK(Open)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(Open)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void ReadAll(benchmark::State& state) {
     const BenchScan& scan = BenchScan::Get();
@@ -100,6 +100,6 @@ void OneRandomPatch(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<int64_t>(cells * sizeof(float)));
 }
-BENCHMARK(OneRandomPatch)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(OneRandomPatch)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
