@@ -87,6 +87,13 @@ const CommandDescription kCommands[] = {
       {"qsn histogram --component intensity16 --json scan.qsn", "for programs"}},
      false,
      MakeHistogramCommand},
+    {"recover",
+     "Save what survives of a damaged .qsn file",
+     {{"qsn recover broken.qsn saved.qsn", "a whole file again, with empty patches where data is lost"},
+      {"qsn recover --json broken.qsn saved.qsn", "what was found, lost and made anew, for programs"},
+      {"qsn recover broken.qsn --ascii points.txt", "the points alone, as text"}},
+     true,
+     MakeRecoverCommand},
 };
 
 constexpr unsigned kMostThreads = 1024;

@@ -17,6 +17,7 @@ std::unique_ptr<Command> MakeLocateCommand();
 std::unique_ptr<Command> MakeLodCommand();
 std::unique_ptr<Command> MakePartsCommand();
 std::unique_ptr<Command> MakePreviewCommand();
+std::unique_ptr<Command> MakeRecoverCommand();
 std::unique_ptr<Command> MakeThumbnailCommand();
 
 }  // namespace qsn

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <iosfwd>
 #include <map>
 #include <string>
 #include <vector>
@@ -34,6 +36,20 @@ public:
     /// By patch row, patch column and component.
     using PatchMap = std::map<uint32_t, std::map<uint32_t, std::map<kxbase::ComponentType, ChunkAddress>>>;
 
+    /// What a text export did.
+    struct AsciiReport {
+        uint64_t points = 0;       ///< lines written
+        uint64_t chunksFound = 0;  ///< in the whole file, of all components
+        uint64_t chunksLost = 0;   ///< of the exported components, that do not decode
+        uint64_t rowsMissing = 0;  ///< patch rows without any chunk
+    };
+    struct AsciiOptions {
+        /// Where the messages go; null: nowhere.
+        std::ostream* messages = nullptr;
+        /// Called after each patch row. What it throws ends the export; the text is then incomplete.
+        std::function<void(uint32_t rowsDone, uint32_t rows)> rowDone;
+    };
+
     /// Loads and analyses a file. One that cannot be opened counts as empty: nothing is found in it.
     /// \throws KXUnreadablePatchException "Patch cannot be decoded": the first range chunk, in the order of
     ///         the map, does not decode, so that the patch size stays unknown
@@ -59,6 +75,8 @@ public:
     /// \throws KXWritingException "Cannot write file"
     /// \throws KXException "Patch row too large": one patch row decodes to more than 2^28 values
     void ExportAscii(const std::wstring& path);
+    /// The same with messages and progress as the caller wants them.
+    AsciiReport ExportAscii(const std::wstring& path, const AsciiOptions& options);
 
     /// Fills `properties` from the one scan header record in the file. False, with `properties` as they
     /// were, when there is none or more than one.
@@ -90,8 +108,8 @@ public:
 protected:
     /// A recovery of bytes that are in memory already. \throws as the construction from a path
     explicit QSNFileRecovery(std::vector<unsigned char> bytes);
-    /// As `ExportAscii(path)`, into a stream.
-    void ExportAscii(kxbase::IOutFileStream& out);
+    /// As `ExportAscii(path, options)`, into a stream.
+    AsciiReport ExportAscii(kxbase::IOutFileStream& out, const AsciiOptions& options);
     /// Searches all bytes for chunk records and raises the largest row and column.
     PatchMap AnalysePatches();
     /// The chunk's bytes; empty when they are not all there.
@@ -101,8 +119,9 @@ protected:
 
 private:
     struct Strip;
+    struct Export;
 
-    Strip BuildStrip(uint32_t row, kxbase::ComponentType component, uint64_t& valuesLeft);
+    Strip BuildStrip(uint32_t row, kxbase::ComponentType component, Export& state);
 
     PatchMap m_patches;
     uint32_t m_largestColumn = 0;

@@ -85,8 +85,8 @@ struct RecoveryOptions {
 ///     empty;
 ///   - grid and properties are those of the scan header when it survived and fits the chunks. Otherwise the
 ///     size of the grid follows from patch numbers, decoded sizes and the lookup table, and the angles are
-///     fitted to the cells of components 2 and 3; columns and rows are then whole patches, unless a preview
-///     tells their number;
+///     fitted to the cells of components 2 and 3; the grid then ends where a preview tells, or else with the
+///     last column and row that hold a value;
 ///   - point count, limits, previews, histograms and, unless the old one survived, the thumbnail are computed
 ///     from the decoded patches, as when the scan was first written (values taken row by row). Histograms of
 ///     a file that had none stay absent;

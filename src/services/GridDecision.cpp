@@ -207,12 +207,12 @@ GridDecision DecideGrid(const std::optional<kxbase::GridTopology>& header, const
     };
     const Direction horizontal{header ? grid.columns : 0, grid.patchWidth, acrossFound, across,
                                believable(acrossFound, downFound)};
-    bool sizeDerived = false;
-    grid.columns = horizontal.Decide(sizeDerived);
+    grid.columns = horizontal.Decide(decision.columnsAreWholePatches);
     const uint64_t acrossDecided = std::max<uint64_t>(1, grid.PatchesPerRow());
     const Direction vertical{header ? grid.rows : 0, grid.patchHeight, downFound, down,
                              believable(downFound, acrossDecided)};
-    grid.rows = vertical.Decide(sizeDerived);
+    grid.rows = vertical.Decide(decision.rowsAreWholePatches);
+    const bool sizeDerived = decision.columnsAreWholePatches || decision.rowsAreWholePatches;
     if (header && sizeDerived) {
         decision.notes.push_back("grid of " + Size(header->columns, header->rows) +
                                  " cells of the scan header does not fit the chunks; " +
@@ -229,6 +229,7 @@ GridDecision DecideGrid(const std::optional<kxbase::GridTopology>& header, const
             if (!fits) continue;
             grid.columns = preview.width;
             grid.rows = preview.height;
+            decision.columnsAreWholePatches = decision.rowsAreWholePatches = false;
             decision.notes.push_back("columns and rows taken from the preview: " +
                                      Size(preview.width, preview.height));
             break;

@@ -17,7 +17,10 @@ struct GridDecision {
     kxbase::GridTopology grid;
     /// Patches are one cell wide and high but hold more values: a scan that was written without a grid.
     bool withoutGrid = false;
-    bool sizeFromHeader = false;     ///< columns, rows and patch size are those of the scan header
+    bool sizeFromHeader = false;  ///< columns, rows and patch size are those of the scan header
+    /// Columns (rows) are as many whole patches as there are: the last of them may reach beyond the scan.
+    bool columnsAreWholePatches = false;
+    bool rowsAreWholePatches = false;
     bool anglesFromHeader = false;   ///< start angles and steps are those of the scan header
     std::vector<std::string> notes;  ///< what was put right or derived, for people
 };

@@ -176,6 +176,17 @@ struct QSNFileRecovery::Strip {
     }
 };
 
+/// An export under way.
+struct QSNFileRecovery::Export {
+    std::ostream* messages;
+    AsciiReport report;
+    uint64_t valuesLeft = 0;  // of the present patch row
+
+    void Print(const std::string& line) const {
+        if (messages != nullptr) *messages << line + "\n";
+    }
+};
+
 QSNFileRecovery::QSNFileRecovery(const std::wstring& path) try : QSNFileRecovery(LoadFile(path)) {
 } catch (kxbase::KXException& e) {
     ErrorContext context;
@@ -239,24 +250,24 @@ uint32_t QSNFileRecovery::GetPatchSize() {
     return 0;
 }
 
-QSNFileRecovery::Strip QSNFileRecovery::BuildStrip(uint32_t row, ComponentType component,
-                                                   uint64_t& valuesLeft) {
+QSNFileRecovery::Strip QSNFileRecovery::BuildStrip(uint32_t row, ComponentType component, Export& state) {
     Strip strip;
     const auto columns = m_patches.find(row);
     if (columns == m_patches.end()) {
-        std::cout << "Missing row: " + std::to_string(row) + "\n";
+        state.Print("Missing row: " + std::to_string(row));
         return strip;
     }
     for (const auto& [column, components] : columns->second) {
         if (components.size() != 4) {
-            std::cout << "Beep Col size: " + std::to_string(components.size()) + "\n";
+            state.Print("Beep Col size: " + std::to_string(components.size()));
         }
         const auto address = components.find(component);
         if (address == components.end() || address->second.dataSize == 0) continue;
         ChunkHeaderInfo header;
         std::vector<unsigned char> values;
         if (DecodeValues(GetCompressedChunk(address->second), header, values) != DecodeStatus::Decoded) {
-            std::cout << "Cannot decompress: \n";
+            state.Print("Cannot decompress: ");
+            ++state.report.chunksLost;
             continue;
         }
         // Patches of the largest column have no place: the strip ends before them.
@@ -264,13 +275,13 @@ QSNFileRecovery::Strip QSNFileRecovery::BuildStrip(uint32_t row, ComponentType c
         const uint64_t elementBytes = header.ElementBytes();
         const uint64_t cells =
             std::min(values.size() / elementBytes, uint64_t{m_patchSide} * uint64_t{m_patchSide});
-        if (cells > valuesLeft) {
+        if (cells > state.valuesLeft) {
             ErrorContext context;
             context.record = "patch row " + std::to_string(row);
             context.detail = "its patches decode to more than " + std::to_string(kMaxStripValues) + " values";
             throw kxbase::KXException("Patch row too large", context);
         }
-        valuesLeft -= cells;
+        state.valuesLeft -= cells;
         Strip::Patch& patch = strip.patches[column];
         if (component == ComponentType::Luminance16) {
             patch.intensities.reserve(cells);
@@ -288,28 +299,44 @@ QSNFileRecovery::Strip QSNFileRecovery::BuildStrip(uint32_t row, ComponentType c
 }
 
 void QSNFileRecovery::ExportAscii(const std::wstring& path) {
+    AsciiOptions options;
+    options.messages = &std::cout;
+    ExportAscii(path, options);
+}
+
+QSNFileRecovery::AsciiReport QSNFileRecovery::ExportAscii(const std::wstring& path,
+                                                          const AsciiOptions& options) {
     kxbase::kxOutFile out(path, kxbase::kxOutFile::CreateOrTruncate);
     if (!out.IsOpen()) {
         ErrorContext context;
         context.file = kxbase::Encode_UTF8(path);
         throw kxbase::KXFileNotOpenException("Cannot file not open", context);
     }
-    ExportAscii(out);
+    const AsciiReport report = ExportAscii(out, options);
     out.Close();
+    return report;
 }
 
-void QSNFileRecovery::ExportAscii(kxbase::IOutFileStream& out) {
+QSNFileRecovery::AsciiReport QSNFileRecovery::ExportAscii(kxbase::IOutFileStream& out,
+                                                          const AsciiOptions& options) {
+    Export state{options.messages, {}};
+    for (const auto& [row, columns] : m_patches) {
+        for (const auto& [column, components] : columns)
+            state.report.chunksFound += components.size();
+    }
     std::string text;
+    // Long rows are written in pieces: the same bytes in less memory.
     const auto flush = [&] {
         if (!text.empty()) out.Write(text.data(), text.size());
         text.clear();
     };
     for (uint32_t row = 0; row < m_largestRow; ++row) {
-        uint64_t valuesLeft = kMaxStripValues;
-        const Strip ranges = BuildStrip(row, ComponentType::Range, valuesLeft);
-        const Strip vertical = BuildStrip(row, ComponentType::VerticalAngle, valuesLeft);
-        const Strip horizontal = BuildStrip(row, ComponentType::HorizontalAngle, valuesLeft);
-        const Strip intensity = BuildStrip(row, ComponentType::Luminance16, valuesLeft);
+        if (!m_patches.contains(row)) ++state.report.rowsMissing;
+        state.valuesLeft = kMaxStripValues;
+        const Strip ranges = BuildStrip(row, ComponentType::Range, state);
+        const Strip vertical = BuildStrip(row, ComponentType::VerticalAngle, state);
+        const Strip horizontal = BuildStrip(row, ComponentType::HorizontalAngle, state);
+        const Strip intensity = BuildStrip(row, ComponentType::Luminance16, state);
         uint64_t mostCells = 0;
         for (const auto& [column, patch] : ranges.patches) {
             mostCells = std::max<uint64_t>(mostCells, patch.floats.size());
@@ -321,14 +348,17 @@ void QSNFileRecovery::ExportAscii(kxbase::IOutFileStream& out) {
                     if (!(patch.floats[cell] > 0)) continue;
                     AppendPoint(text, patch.floats[cell], horizontal.Float(column, cell),
                                 vertical.Float(column, cell), intensity.Intensity(column, cell));
+                    ++state.report.points;
                     if (text.size() >= kTextBlockBytes) flush();
                 }
             }
         }
         flush();
-        std::cout << std::to_string(row + 1) + "/" + std::to_string(m_largestRow) + "\n";
+        state.Print(std::to_string(row + 1) + "/" + std::to_string(m_largestRow));
+        if (options.rowDone) options.rowDone(row + 1, m_largestRow);
     }
-    std::cout.flush();
+    if (options.messages != nullptr) options.messages->flush();
+    return state.report;
 }
 
 bool QSNFileRecovery::TryToFindScanProperties(ScanProperties& properties) {

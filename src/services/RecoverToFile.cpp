@@ -34,12 +34,10 @@ kxbase::ErrorContext Context(const std::wstring& path, std::string detail) {
 class PartialFile {
 public:
     explicit PartialFile(const std::wstring& output)
-        : m_output(output),
-          m_path(output + L"." + kxbase::UUID::Generate().ToWString().substr(0, 8) + L".partial"),
-          m_file(std::make_unique<kxbase::kxOutFile>(m_path)) {
+        : m_output(output), m_path(PathBeside(output)), m_file(std::make_unique<kxbase::kxOutFile>(m_path)) {
         if (!m_file->IsOpen()) {
             throw kxbase::KXFileNotOpenException("Cannot file not open",
-                                                 Context(m_path, "cannot be opened for writing"));
+                                                 Context(output, "nothing can be written into its folder"));
         }
     }
     ~PartialFile() {
@@ -64,6 +62,13 @@ public:
     }
 
 private:
+    /// A hidden name of its own, short whatever the output is called.
+    static std::wstring PathBeside(const std::wstring& output) {
+        const std::wstring name = L"." + kxbase::UUID::Generate().ToWString() + L".partial";
+        const std::u8string path = (SystemPath(output).parent_path() / SystemPath(name)).u8string();
+        return kxbase::Decode_UTF8(std::string(path.begin(), path.end()));
+    }
+
     std::wstring m_output;
     std::wstring m_path;
     std::unique_ptr<kxbase::kxOutFile> m_file;  // none once the file has its name

@@ -10,6 +10,7 @@
 #include "kxbase/Exceptions.h"
 #include "kxbase/IInFileStream.h"
 #include "kxbase/UTF8.h"
+#include "kxcodecs/JPEGChunkCodec.h"
 #include "kxio/DataChunkHeader.h"
 
 namespace kxio {
@@ -100,6 +101,43 @@ void ScanRebuild::Gather() {
     m_decision = DecideGrid(header, *m_table, statistics, m_file.Size(), components.size());
     std::sort(m_candidates.begin(), m_candidates.end(), ComesBefore);
     CountFound();
+    if (!m_decision.withoutGrid) TrimGrid();
+}
+
+/// Where only whole patches are known, the grid ends with the last column and row that hold a value: writers
+/// fill up the last patches with zeros, and no cell of a scan has all its angles zero.
+void ScanRebuild::TrimGrid() {
+    kxbase::GridTopology& grid = m_decision.grid;
+    const uint32_t lastColumn = grid.PatchesPerRow() - 1;
+    const uint32_t lastRow = grid.PatchesPerColumn() - 1;
+    uint64_t columns = 0;  // of the last patches, that hold a value
+    uint64_t rows = 0;
+    const FoundChunk* before = nullptr;
+    for (const FoundChunk& chunk : m_candidates) {
+        const bool best = before == nullptr || PatchOf(*before) != PatchOf(chunk);
+        before = &chunk;
+        const bool right = m_decision.columnsAreWholePatches && chunk.column == lastColumn;
+        const bool bottom = m_decision.rowsAreWholePatches && chunk.row == lastRow;
+        kxcodecs::ChunkHeaderInfo header;
+        if (!best || (!right && !bottom) || !ReadValues(chunk, header)) continue;
+        // JPEG makes something of nothing.
+        if (header.codecId == kxcodecs::JPEGChunkCodec::kIdentifier) continue;
+        if (header.width != grid.patchWidth || header.height != grid.patchHeight) return;
+        const uint64_t elementBytes = header.ElementBytes();
+        for (uint64_t i = 0; i < m_values.size(); ++i) {
+            if (m_values[i] == 0) continue;
+            const uint64_t cell = i / elementBytes;
+            if (right) columns = std::max(columns, cell % grid.patchWidth + 1);
+            if (bottom) rows = std::max(rows, cell / grid.patchWidth + 1);
+        }
+    }
+    const kxbase::GridTopology whole = grid;
+    if (columns != 0) grid.columns = static_cast<uint32_t>(uint64_t{lastColumn} * grid.patchWidth + columns);
+    if (rows != 0) grid.rows = static_cast<uint32_t>(uint64_t{lastRow} * grid.patchHeight + rows);
+    if (grid.columns != whole.columns || grid.rows != whole.rows) {
+        m_decision.notes.push_back("the grid ends with the last column and row that hold a value: " +
+                                   std::to_string(grid.columns) + " x " + std::to_string(grid.rows));
+    }
 }
 
 /// The chunks that the lookup table names, at the place in the grid that it names.

@@ -33,9 +33,12 @@ private:
     void AddUnlistedChunks();
     void KeepCommonComponents();
     void CountFound();
+    void TrimGrid();
+    bool ReadValues(const FoundChunk& chunk, kxcodecs::ChunkHeaderInfo& header);
 
     // Writing.
     void Create();
+    bool MakesHistograms() const;
     void SetPreviewSize(kxbase::GridTopology& grid) const;
     void WritePatches();
     bool WritePatch(const FoundChunk& chunk);

@@ -66,8 +66,12 @@ void ScanRebuild::Create() {
     } else {
         m_writer.CreateNew(&m_out, grid);
     }
-    // A file whose tail is whole and holds no histogram was written without any.
-    m_writer.DisableHistogramComputation(m_salvaged.tailWhole && m_salvaged.histograms.empty());
+    m_writer.DisableHistogramComputation(!MakesHistograms());
+}
+
+/// A file whose tail is whole and holds no histogram was written without any.
+bool ScanRebuild::MakesHistograms() const {
+    return !m_salvaged.tailWhole || !m_salvaged.histograms.empty();
 }
 
 void ScanRebuild::WritePatches() {
@@ -115,24 +119,27 @@ bool ScanRebuild::MayBePreviewed(ComponentType component, uint64_t elementBytes)
     return true;
 }
 
-/// Copies one chunk when it is whole.
-bool ScanRebuild::WritePatch(const FoundChunk& chunk) {
-    const GridTopology& grid = m_decision.grid;
+/// Reads and decodes a chunk into `m_chunk` and `m_values`. False when it is not whole.
+bool ScanRebuild::ReadValues(const FoundChunk& chunk, ChunkHeaderInfo& header) {
     if (chunk.byteCount > m_readBudget) return false;
     if (!PlausibleCodecHeader(m_file, chunk.dataPosition, chunk.byteCount)) return false;
     m_readBudget -= chunk.byteCount;
     m_file.Read(chunk.dataPosition, chunk.byteCount, m_chunk);
+    const GridTopology& grid = m_decision.grid;
+    const uint64_t patchBytes = uint64_t{grid.patchWidth} * grid.patchHeight * kMostCellBytes;
+    const bool small = m_decision.withoutGrid || patchBytes < (1 << 20);
+    const uint64_t most = small ? QKXChunkCodec::kDefaultMaxDecodedBytes
+                                : std::min(patchBytes, QKXChunkCodec::kDefaultMaxDecodedBytes);
+    return m_chunk.size() == chunk.byteCount &&
+           QKXChunkCodec::DecodeChunk(m_chunk, header, m_values, most) == DecodeStatus::Decoded;
+}
+
+/// Copies one chunk when it is whole.
+bool ScanRebuild::WritePatch(const FoundChunk& chunk) {
+    const GridTopology& grid = m_decision.grid;
     const uint64_t patchCells = uint64_t{grid.patchWidth} * grid.patchHeight;
-    const uint64_t mostBytes = m_decision.withoutGrid || patchCells * kMostCellBytes < (1 << 20)
-                                   ? QKXChunkCodec::kDefaultMaxDecodedBytes
-                                   : patchCells * kMostCellBytes;
     ChunkHeaderInfo header;
-    if (m_chunk.size() != chunk.byteCount ||
-        QKXChunkCodec::DecodeChunk(m_chunk, header, m_values,
-                                   std::min(mostBytes, QKXChunkCodec::kDefaultMaxDecodedBytes)) !=
-            DecodeStatus::Decoded) {
-        return false;
-    }
+    if (!ReadValues(chunk, header)) return false;
     const uint64_t elementBytes = header.ElementBytes();
     kxcodecs::Dequantise(m_values, elementBytes, header.step);
 
@@ -284,6 +291,11 @@ void ScanRebuild::CompleteReport() {
     if (r.anglesFitted) r.rebuilt.push_back("angles of the grid");
     if (m_components.contains(kxbase::Range)) r.rebuilt.push_back("point count and limits");
     if (!m_decision.withoutGrid && !m_codecs.empty()) r.rebuilt.push_back("previews");
+    const bool counted = std::any_of(r.components.begin(), r.components.end(), [](const auto& c) {
+        return c.recovered != 0 && (c.component == kxbase::Luminance8 || c.component == kxbase::Luminance16 ||
+                                    c.component == kxbase::Class || c.component == kxbase::Segment);
+    });
+    if (counted && MakesHistograms()) r.rebuilt.push_back("histograms");
     if (!r.thumbnailKept) r.rebuilt.push_back("thumbnail");
     r.rebuilt.push_back("lookup tables");
 

@@ -14,7 +14,8 @@
 namespace qsn {
 namespace {
 
-/// What the examples take for granted: scan.ptx, scan.ptx.gz, several.ptx and, but for imports, scan.qsn.
+/// What the examples take for granted: scan.ptx, scan.ptx.gz, several.ptx and, but for imports, scan.qsn and
+/// broken.qsn, which is the former without its end.
 void Prepare(const TemporaryFolder& folder, bool withScan) {
     const std::string ptx = MakeSmallPtx();
     folder.Write("scan.ptx", ptx);
@@ -23,6 +24,8 @@ void Prepare(const TemporaryFolder& folder, bool withScan) {
     ASSERT_EQ(RunShellLine("gzip -c scan.ptx > scan.ptx.gz", here).exitCode, 0);
     if (!withScan) return;
     ASSERT_EQ(RunQsn({"import", "-q", "scan.ptx", "scan.qsn"}, here).exitCode, 0);
+    const std::string whole = folder.Read("scan.qsn");
+    folder.Write("broken.qsn", whole.substr(0, whole.size() - 300));
 }
 
 void RunExample(const std::string& line) {

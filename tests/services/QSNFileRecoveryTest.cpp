@@ -535,6 +535,36 @@ TEST(QSNFileRecovery, DecimalPointIsAPointInEveryLocale) {
     EXPECT_EQ(e.lines[0], "0.00000 0.00000 1.00000 7 7 7 7");
 }
 
+TEST(QSNFileRecovery, CallerTakesMessagesCountsAndProgress) {
+    FileBytes file = GridFile(4, 3);
+    file.AddChunk(6, 0, kR, Bytes(50, 1));
+    file.AddChunk(7, 0, kI, IntensityChunk(1));
+    const TemporaryFolder folder;
+    WriteBytes(folder / "scan.qsn", file.Get());
+    QSNFileRecovery recovery(folder / "scan.qsn");
+    const CapturedOutput output;
+    std::ostringstream messages;
+    std::vector<uint32_t> rows;
+    QSNFileRecovery::AsciiOptions options;
+    options.messages = &messages;
+    options.rowDone = [&](uint32_t done, uint32_t all) {
+        EXPECT_EQ(all, 7U);
+        rows.push_back(done);
+    };
+    const QSNFileRecovery::AsciiReport report = recovery.ExportAscii(folder / "points.txt", options);
+    EXPECT_EQ(rows, (std::vector<uint32_t>{1, 2, 3, 4, 5, 6, 7}));
+    EXPECT_EQ(report.points, 4U * 2 * 4);
+    EXPECT_EQ(report.points, Lines(ReadText(folder / "points.txt")).size());
+    EXPECT_EQ(report.chunksFound, 4U * 12 + 2);
+    EXPECT_EQ(report.chunksLost, 1U);
+    EXPECT_EQ(report.rowsMissing, 2U);
+    EXPECT_NE(messages.str().find("Missing row: 5\n"), std::string::npos);
+    EXPECT_EQ(output.Text(), "");
+    // Without a place for them the messages go nowhere.
+    EXPECT_EQ(recovery.ExportAscii(folder / "points.txt", {}).points, report.points);
+    EXPECT_EQ(output.Text(), "");
+}
+
 TEST(QSNFileRecovery, PathThatCannotBeWrittenIsAnError) {
     const TemporaryFolder folder;
     WriteBytes(folder / "scan.qsn", GridFile(2, 2).Get());

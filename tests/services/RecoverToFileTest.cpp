@@ -258,8 +258,8 @@ TEST(RecoverToFile, UnfinishedFileGetsAGridFromItsChunks) {
     EXPECT_TRUE(recovered.report.anglesFitted);
     EXPECT_EQ(grid.patchWidth, 16U);
     EXPECT_EQ(grid.patchHeight, 16U);
-    EXPECT_EQ(grid.columns, 5U * 16);  // whole patches: nothing tells where the last ones end
-    EXPECT_EQ(grid.rows, 4U * 16);
+    EXPECT_EQ(grid.columns, 77U);  // the last patches are filled up with zeros
+    EXPECT_EQ(grid.rows, 59U);
     EXPECT_NEAR(grid.columnStartAngle, SampleScan::kColumnStart, 1e-4F);
     EXPECT_NEAR(grid.rowStartAngle, SampleScan::kRowStart, 1e-4F);
     EXPECT_NEAR(grid.columnAngularStep, SampleScan::kStep, 1e-6F);
@@ -269,6 +269,18 @@ TEST(RecoverToFile, UnfinishedFileGetsAGridFromItsChunks) {
     const kxio::QSNScanReader reader(&before);
     EXPECT_EQ(recovered.reader.GetValidPointCount(), reader.GetValidPointCount());
     EXPECT_FALSE(recovered.reader.GetScanInformation().scanUUID.IsZero());
+}
+
+TEST(RecoverToFile, WithoutFillingZerosTheGridIsOfWholePatches) {
+    kxtest::ScanFileBuilder builder(7, 3, 4, 4);
+    for (const uint32_t column : {0U, 1U})
+        builder.Chunk(1, 0, column, kxtest::SnappyChunk(std::vector<float>(16, 5.0F), 4, 4));
+    const Recovered recovered(Unfinished(builder.Build()));
+    EXPECT_EQ(recovered.report.grid.columns, 8U);
+    EXPECT_EQ(recovered.report.grid.rows, 4U);
+    EXPECT_EQ(recovered.report.pointsSaved, 32U);
+    EXPECT_FALSE(recovered.report.anglesFitted);
+    EXPECT_TRUE(recovered.Warns("no horizontal angles"));
 }
 
 TEST(RecoverToFile, LostScanHeaderIsReplacedByTableAndPreview) {
@@ -415,7 +427,7 @@ TEST(RecoverToFile, RowNumberFarOffAllOthersIsLeftOut) {
     Bytes damaged = Unfinished(original);
     damaged[hit.record + 27] = 0x7f;
     const Recovered recovered(damaged);
-    EXPECT_EQ(recovered.report.grid.rows, 64U);
+    EXPECT_EQ(recovered.report.grid.rows, 59U);
     EXPECT_EQ(recovered.report.chunksRecovered, 125U);
     EXPECT_TRUE(recovered.Warns("row or column numbers"));
 }
