@@ -43,6 +43,7 @@ public:
         uint64_t chunksLost = 0;   ///< of the exported components, that do not decode
         uint64_t rowsMissing = 0;  ///< patch rows without any chunk
     };
+    /// How a text export tells what it does.
     struct AsciiOptions {
         /// Where the messages go; null: nowhere.
         std::ostream* messages = nullptr;
@@ -59,8 +60,8 @@ public:
     QSNFileRecovery& operator=(const QSNFileRecovery&);
     ~QSNFileRecovery();
 
-    /// Writes the salvaged points, one line each: x, y and z with five decimals in metres (the file's
-    /// ranges taken as millimetres), then the value of component 5 four times (0 where there is none).
+    /// Writes the salvaged points, one line each ("%.5f %.5f %.5f %u %u %u %u\n"): x, y and z in metres (the
+    /// file's ranges taken as millimetres), then the value of component 5 four times (0 where there is none).
     /// Lines come by patch row, inside it by grid row, then by column; cells without a range have none.
     ///
     /// The patches of the largest patch row and of the largest patch column that were found are not
