@@ -40,6 +40,18 @@ isPage {
         $0 = substr($0, 1, RSTART - 1) "](@" (file == "" ? page : file) "--" anchor ")" substr($0, RSTART + RLENGTH)
     }
     gsub(/\]\(@/, "](#")
+    # Files that are no pages (examples, licence) are not part of the reference: their name stays, the link goes.
+    while (match($0, /\[[^]\[]*\]\([A-Za-z.\/_]*\)/)) {
+        link = substr($0, RSTART, RLENGTH)
+        target = link; sub(/^[^]]*\]\(/, "", target); sub(/\)$/, "", target)
+        text = link; sub(/^\[/, "", text); sub(/\]\(.*/, "", text)
+        kept = target ~ /\.md$/ ? "@[" text "@(" target ")" : text
+        $0 = substr($0, 1, RSTART - 1) kept substr($0, RSTART + RLENGTH)
+    }
+    while (match($0, /@\[[^@]*@\(/)) {
+        text = substr($0, RSTART + 1, RLENGTH - 3)
+        $0 = substr($0, 1, RSTART - 1) text "](" substr($0, RSTART + RLENGTH)
+    }
     if ($0 ~ /^##+ /) {
         title = $0; sub(/^#+ /, "", title)
         $0 = $0 " {#" page "--" slug(title) "}"

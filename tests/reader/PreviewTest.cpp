@@ -118,6 +118,26 @@ TEST(Thumbnail, StoredJpegAndItsPixelsComeFromAllGetters) {
     EXPECT_EQ(getters.RgbMatches(true, 30, 20, 1800, 0), 3);
 }
 
+TEST(Thumbnail, StreamMayStandAnywhereBeforeTheCall) {
+    const Bytes jpeg = Jpeg(30, 20);
+    const Bytes file = SmallScan().Thumbnail(jpeg, 30, 20).Build();
+    kxbase::InMemoryStream stream(file);
+    for (const uint64_t position : {uint64_t{0}, uint64_t{1}, uint64_t{92}, uint64_t{file.size() / 2},
+                                    uint64_t{file.size()}, uint64_t{file.size() + 1000}}) {
+        SCOPED_TRACE(position);
+        Bytes out;
+        ASSERT_TRUE(stream.Seek(position));
+        EXPECT_TRUE(QSNScanReader::GetThumbnailJPEG(&stream, out));
+        EXPECT_EQ(out, jpeg);
+        unsigned width = 0;
+        unsigned height = 0;
+        ASSERT_TRUE(stream.Seek(position));
+        EXPECT_TRUE(QSNScanReader::GetThumbnailRGB(&stream, out, width, height));
+        EXPECT_EQ(width, 30U);
+        EXPECT_EQ(height, 20U);
+    }
+}
+
 TEST(Thumbnail, FileWithoutOneGivesThePlaceholder) {
     Getters getters(SmallScan().Build());
     EXPECT_EQ(getters.NoThumbnail(), 6);

@@ -43,6 +43,8 @@ TEST(Tail, FileWithoutItHasNothingOfIt) {
     EXPECT_TRUE(properties.messages.empty());
     EXPECT_TRUE(properties.warnings.empty());
     EXPECT_TRUE(properties.hqLinks.empty());
+    EXPECT_TRUE(properties.erLinks.empty());
+    EXPECT_TRUE(properties.hdrLinks.empty());
     EXPECT_TRUE(scan.reader.GetAvailableHistograms().empty());
     EXPECT_EQ(properties.scanUUID, kxbase::UUID());
     EXPECT_EQ(properties.parentUUID, kxbase::UUID());
@@ -207,6 +209,7 @@ TEST(TailHistogram, LastOfSeveralOfOneComponentWins) {
 
 TEST(TailHistogram, AbsentOneCannotBeUsed) {
     MemoryScan scan(BareScan().Build());
+    EXPECT_FALSE(scan.reader.IsHistogramAvailable(kxbase::Luminance8));
     EXPECT_EQ(Failure([&] { scan.reader.GetCompressedHistogram(kxbase::Luminance8); }),
               "KXComponentNotInFileException: Cannot use this component");
 }

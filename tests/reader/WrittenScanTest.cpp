@@ -10,6 +10,7 @@
 #include "SampleScans.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
+#include "kxio/DataChunkHeader.h"
 #include "kxio/HistogramHeader.h"
 #include "kxio/QSNScanWriter.h"
 #include "support/TemporaryFile.h"
@@ -158,6 +159,49 @@ TEST(WrittenScan, UnfinishedFileDoesNotOpen) {
     writer.AddPatch({&range}, 0, 1);
     OpenReader reader;
     EXPECT_EQ(Failure([&] { reader.Open(&stream); }), "KXHeaderReadingException: Invalid scan headers");
+}
+
+// Bytes of the whole chunks that a walk from byte 92 on finds, one record after the other.
+std::vector<uint64_t> WalkedChunks(const Bytes& bytes) {
+    kxbase::InMemoryStream in(bytes);
+    std::vector<uint64_t> chunks;
+    kxio::DataChunkHeader record;
+    in.Seek(92);
+    while (record.Read(&in) != 0 && record.byteCount <= in.GetSize() - in.Tell()) {
+        chunks.push_back(record.byteCount);
+        in.SeekForward(record.byteCount);
+    }
+    return chunks;
+}
+
+TEST(WrittenScan, UnfinishedFileIsWalkedChunkByChunk) {
+    kxbase::InMemoryStream stream;
+    kxcodecs::SnappyChunkCodec snappy;
+    std::vector<uint64_t> ends;
+    {
+        kxio::QSNScanWriter writer;
+        writer.CreateNew(&stream, Grid(12, 4, 4, 4));
+        for (const unsigned index : {2U, 0U, 1U}) {
+            std::vector<float> ranges(16, static_cast<float>(index + 1));
+            auto range = Flat(Range, ranges, snappy);
+            writer.AddPatch({&range}, index);
+            ends.push_back(stream.GetBytes().size());
+        }
+    }
+    const Bytes bytes = stream.GetBytes();
+    EXPECT_EQ(GetMainField(bytes, MainField::FirstChunk), 92U);
+    for (const size_t field : {MainField::ScanHeader, MainField::FirstExtendedHeader, MainField::ChunkDataEnd,
+                               MainField::Thumbnail, MainField::LookupTable, MainField::PreviewLookupTable,
+                               MainField::BoundingInformation})
+        EXPECT_EQ(GetMainField(bytes, field), 0U) << field;
+    EXPECT_EQ(OpenFailure(bytes), "KXHeaderReadingException: Invalid scan headers");
+    // Cut anywhere, every chunk that is whole is found.
+    for (size_t size = 92; size <= bytes.size(); ++size) {
+        const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
+        const auto whole = std::count_if(ends.begin(), ends.end(), [&](uint64_t end) { return end <= size; });
+        ASSERT_EQ(WalkedChunks(cut).size(), static_cast<size_t>(whole)) << size;
+        EXPECT_EQ(OpenFailure(cut), "KXHeaderReadingException: Invalid scan headers");
+    }
 }
 
 TEST(WrittenScan, WithoutItsTableGivesThePatchesThatCame) {

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <type_traits>
 
 #include "kxbase/Exceptions.h"
@@ -93,6 +94,31 @@ TEST_F(InfoOfAFile, AFileOfAnotherKindFailsInHeaderReadingAndStaysAsItIs) {
     EXPECT_EQ(ThrownBy<kxbase::KXHeaderReadingException>([&] { QSNInfo::AddMessage(path, L"m"); }),
               "Invalid main header");
     EXPECT_EQ(kxtest::LoadFile(kxbase::Encode_UTF8(path)), text);
+}
+
+// Handles of this process, where the system lists them.
+std::optional<std::ptrdiff_t> OpenHandles() {
+    std::error_code error;
+    const std::filesystem::directory_iterator handles("/proc/self/fd", error);
+    if (error) return std::nullopt;
+    return std::distance(begin(handles), end(handles));
+}
+
+TEST_F(InfoOfAFile, NoCallLeavesTheFileOpenWhetherItFailsOrNot) {
+    const auto before = OpenHandles();
+    if (!before) GTEST_SKIP() << "this system does not list the handles of a process";
+    const std::wstring other = kxtest::StoreFile(Wide(m_folder / "other.qsn"), Bytes(500, 'x'));
+    EXPECT_THROW(QSNInfo::GetAllInfo(other), kxbase::KXHeaderReadingException);
+    EXPECT_THROW(QSNInfo::AddMessage(other, L"m"), kxbase::KXHeaderReadingException);
+    EXPECT_THROW(QSNInfo::SetRegistrationInfo(other, {}), kxbase::KXHeaderReadingException);
+    auto old = SmallScan();
+    old.scanHeader = OldScanHeader(200);
+    EXPECT_THROW(QSNInfo::SetRegistrationInfo(Store(old.Build()), {}), kxbase::KXHeaderOperationException);
+    const std::wstring path = Store(SmallScan().Message("tail").Build());
+    QSNInfo::AddMessage(path, L"m");
+    QSNInfo::SetRegistrationInfo(path, SomeRegistration());
+    EXPECT_EQ(QSNInfo::GetMessages(path).size(), 2u);
+    EXPECT_EQ(OpenHandles(), before);
 }
 
 TEST_F(InfoOfAFile, AFirstChunkPositionOfZeroIsAnErrorOfOpening) {
