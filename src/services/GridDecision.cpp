@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <unordered_map>
 
 namespace kxio {
 
@@ -15,7 +14,7 @@ constexpr uint64_t kMostSamples = 100000;
 /// Cells of one patch; the writer makes an empty one in memory.
 constexpr uint64_t kMostPatchCells = uint64_t{1} << 28;
 /// Table entries allowed for beyond the file's size.
-constexpr uint64_t kSpareEntries = uint64_t{1} << 22;
+constexpr uint64_t kSpareEntries = uint64_t{1} << 20;
 
 /// How often each row (or column) of patches is in use. A patch that the table names counts a thousand times.
 using Uses = std::map<uint32_t, uint64_t>;
@@ -72,7 +71,15 @@ uint64_t RemoveStrayChunks(std::vector<FoundChunk>& chunks, const std::optional<
         };
         const auto stray = [&](const Place& place) { return !place.named && outside(place); };
         const auto few = static_cast<uint64_t>(std::count_if(places.begin(), places.end(), stray));
-        if (few <= kFewUses && few * 20 < places.size()) {
+        // The others fill the header's grid to its last row and column, or they are many.
+        bool lastRow = false;
+        bool lastColumn = false;
+        for (const Place& place : places) {
+            if (outside(place)) continue;
+            lastRow = lastRow || place.row + 1 == header->PatchesPerColumn();
+            lastColumn = lastColumn || place.column + 1 == header->PatchesPerRow();
+        }
+        if (few <= kFewUses && (few * 20 < places.size() || (lastRow && lastColumn))) {
             std::erase_if(places, stray);
             std::erase_if(chunks, [&](const FoundChunk& chunk) {
                 return chunk.trust != ChunkTrust::Listed && outside(chunk);
@@ -109,7 +116,6 @@ uint64_t RemoveStrayChunks(std::vector<FoundChunk>& chunks, const std::optional<
 
 ChunkStatistics MeasureChunks(FileWindow& file, const std::vector<FoundChunk>& chunks) {
     ChunkStatistics result;
-    std::unordered_map<uint64_t, uint64_t> sides;
     const uint64_t step = std::max<uint64_t>(1, chunks.size() / kMostSamples);
     for (uint64_t i = 0; i < chunks.size(); ++i) {
         const FoundChunk& chunk = chunks[i];
@@ -118,18 +124,18 @@ ChunkStatistics MeasureChunks(FileWindow& file, const std::vector<FoundChunk>& c
         ++result.chunks;
         if (i % step != 0) continue;
         if (const auto header = PlausibleCodecHeader(file, chunk.dataPosition, chunk.byteCount)) {
-            ++sides[uint64_t{header->width} << 32 | header->height];
+            ++result.sides[{header->width, header->height}];
         }
     }
     uint64_t most = 0;
-    uint64_t common = 0;
-    for (const auto& [side, uses] : sides) {
-        if (uses < most || (uses == most && side < common)) continue;
+    for (const auto& [side, uses] : result.sides) {
+        const auto [width, height] = side;
+        const bool larger = uint64_t{width} * height > uint64_t{result.width} * result.height;
+        if (uses < most || (uses == most && !larger)) continue;
         most = uses;
-        common = side;
+        result.width = width;
+        result.height = height;
     }
-    result.width = static_cast<uint32_t>(common >> 32);
-    result.height = static_cast<uint32_t>(common);
     return result;
 }
 
@@ -179,7 +185,8 @@ GridDecision DecideGrid(const std::optional<kxbase::GridTopology>& header, const
     bool derived = !header;
     const uint64_t patchCells = uint64_t{grid.patchWidth} * grid.patchHeight;
     const uint64_t chunkCells = uint64_t{chunks.width} * chunks.height;
-    const bool sidesAgree = grid.patchWidth == chunks.width && grid.patchHeight == chunks.height;
+    // One chunk is enough: damage does not hit upon the sides of any.
+    const bool sidesAgree = chunks.sides.contains({grid.patchWidth, grid.patchHeight});
     // Patches whose values were handed over as one row have as many cells.
     const bool cellsAgree = chunks.height == 1 && patchCells == chunkCells;
     if (header && chunkCells != 0 && !sidesAgree && !cellsAgree) {

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kxbase/GridTopology.h"
@@ -27,11 +29,13 @@ struct GridDecision {
 
 /// What the chunks tell by themselves.
 struct ChunkStatistics {
-    uint32_t width = 0;  ///< sides that most chunks have once decoded; 0 without any chunk
+    uint32_t width = 0;  ///< sides that most chunks have once decoded, of equals the largest; 0 without any
     uint32_t height = 0;
     uint32_t largestRow = 0;  ///< of the patches
     uint32_t largestColumn = 0;
     uint64_t chunks = 0;  ///< that were counted
+    /// How many chunks have these sides; of those that were looked at.
+    std::map<std::pair<uint32_t, uint32_t>, uint64_t> sides;
 };
 
 /// Takes chunks out of `chunks` whose row or column can only be damage: a few that lie outside a scan

@@ -283,6 +283,20 @@ TEST(RecoverToFile, WithoutFillingZerosTheGridIsOfWholePatches) {
     EXPECT_TRUE(recovered.Warns("no horizontal angles"));
 }
 
+TEST(RecoverToFile, ShortPatchesDoNotOverruleThePatchSize) {
+    // Most chunks are rows of six values; the scan header and one chunk know the patches.
+    kxtest::ScanFileBuilder builder(12, 3, 4, 3);
+    for (const uint32_t column : {0U, 1U, 2U})
+        builder.Chunk(1, 0, column, kxtest::SnappyChunk(std::vector<float>(6, 5.0F), 6, 1));
+    builder.Chunk(4, 0, 1, kxtest::SnappyChunk(std::vector<uint8_t>(12, 5), 4, 3));
+    const Bytes file = builder.Build();
+    const Recovered recovered(file);
+    EXPECT_EQ(recovered.report.gridSource, RecoveredGrid::ScanHeader);
+    EXPECT_EQ(recovered.report.grid.patchWidth, 4U);
+    for (const StoredChunk& chunk : ChunksOf(file))
+        EXPECT_TRUE(recovered.Holds(file, chunk));
+}
+
 TEST(RecoverToFile, LostScanHeaderIsReplacedByTableAndPreview) {
     const Bytes original = SampleScan().Write();
     Bytes damaged = original;
@@ -430,6 +444,20 @@ TEST(RecoverToFile, RowNumberFarOffAllOthersIsLeftOut) {
     EXPECT_EQ(recovered.report.grid.rows, 59U);
     EXPECT_EQ(recovered.report.chunksRecovered, 125U);
     EXPECT_TRUE(recovered.Warns("row or column numbers"));
+}
+
+TEST(RecoverToFile, ScanHeaderThatHoldsAllOtherChunksIsBelieved) {
+    const Bytes original = SampleScan().Write();
+    const auto chunks = ChunksOf(original);
+    const StoredChunk& hit = ChunkOf(chunks, kxbase::Range, 2, 3);
+    const kxio::MainFileHeader header = MainHeaderOf(original);
+    Bytes damaged = original;
+    damaged[hit.record + 24] = 30;  // row 30 of four; not so far off that it must be damage
+    Zero(damaged, header.lookupTablePosition, header.thumbnailHeaderPosition);
+    const Recovered recovered(damaged);
+    EXPECT_EQ(recovered.report.gridSource, RecoveredGrid::ScanHeader);
+    EXPECT_EQ(recovered.report.grid.rows, 59U);
+    EXPECT_EQ(recovered.report.chunksRecovered, 125U);
 }
 
 TEST(RecoverToFile, LastWholeChunkOfAPatchWins) {
