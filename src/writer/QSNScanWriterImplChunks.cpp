@@ -106,11 +106,11 @@ LookupEntry QSNScanWriterImpl::WriteSharedEmptyChunk(kxbase::ComponentType compo
     RequireCountable(pixelLength, "empty patch");
     RequireCountable(cells * pixelLength, "empty patch");
     const std::vector<unsigned char> zeros(static_cast<size_t>(cells * pixelLength));
-    BufferPool::Loan chunk(m_buffers);
-    EncodeOrSnappy(codec, zeros, grid.patchWidth, grid.patchHeight, *chunk);
-    DataChunkHeader header(static_cast<uint32_t>(chunk->size()), component,
+    std::vector<unsigned char> chunk;  // none of the pool's: its lock is not taken inside another
+    EncodeOrSnappy(codec, zeros, grid.patchWidth, grid.patchHeight, chunk);
+    DataChunkHeader header(static_cast<uint32_t>(chunk.size()), component,
                            DataChunkHeader::SharedEmptyPosition, DataChunkHeader::SharedEmptyPosition);
-    LookupEntry entry = AppendChunk(header, *chunk);
+    LookupEntry entry = AppendChunk(header, chunk);
     entry.index = DataChunkHeader::SharedEmptyPosition;
     m_statistics[kxbase::ComponentToString(component)] += 0;  // the component is listed, its bytes are not
     return entry;
