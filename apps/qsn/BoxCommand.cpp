@@ -2,62 +2,68 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
-#include <numbers>
+#include <algorithm>
+#include <optional>
 #include <string>
 
 #include "Commands.h"
 #include "Console.h"
-#include "Errors.h"
+#include "JsonOutput.h"
 #include "Numbers.h"
+#include "PatchOption.h"
 #include "TextLayout.h"
+#include "Units.h"
 #include "kxbase/UTF8.h"
 #include "kxio/QSNScanReader.h"
+#include "kxio/ScanAccess.h"
 
 namespace qsn {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using PolarPoint = kxbase::tBasePolarPoint<float>;
 using XYZPoint = kxbase::tBaseXYZPoint<float>;
 
-constexpr double kMetres = 1e-3;  // per unit of the file
-constexpr double kDegrees = 180 / std::numbers::pi;
+/// An axis-aligned box, metres.
+struct Box {
+    kxmath::Vector3 minimum;
+    kxmath::Vector3 maximum;
+};
 
-double Metres(float value) {
-    return kMetres * static_cast<double>(value);
+Json Point(const kxmath::Vector3& p) {
+    return Json::array({RoundedMetres(p.x), RoundedMetres(p.y), RoundedMetres(p.z)});
 }
-double Degrees(float radians) {
-    return kDegrees * static_cast<double>(radians);
+Json AsJson(const std::optional<Box>& box) {
+    if (!box) return nullptr;
+    return {{"minimumMetres", Point(box->minimum)}, {"maximumMetres", Point(box->maximum)}};
 }
-
-Json Corner(const PolarPoint& p) {
-    return {{"range", Metres(p.range)},
-            {"horizontal", static_cast<double>(p.horizontal)},
-            {"vertical", static_cast<double>(p.vertical)}};
+kxmath::Vector3 InMetres(const XYZPoint& p) {
+    return {Metres(p.x), Metres(p.y), Metres(p.z)};
 }
-Json Point(const XYZPoint& p) {
-    return Json::array({Metres(p.x), Metres(p.y), Metres(p.z)});
-}
-std::string PointText(const XYZPoint& p) {
-    return fmt::format("{:12.4f} {:12.4f} {:12.4f}", Metres(p.x), Metres(p.y), Metres(p.z));
+std::string PointText(const kxmath::Vector3& p) {
+    return fmt::format("{:>12} {:>12} {:>12} m", Fixed(p.x, 4), Fixed(p.y, 4), Fixed(p.z, 4));
 }
 
-void AddBox(TextLayout& text, const PolarPoint& start, const PolarPoint& end) {
-    text.Row("range", fmt::format("{:.4f} to {:.4f} m", Metres(start.range), Metres(end.range)));
-    text.Row("horizontal",
-             fmt::format("{:.5f} to {:.5f} deg", Degrees(start.horizontal), Degrees(end.horizontal)));
+/// Limits of 0 stand for a patch, or a scan, in which nothing was measured.
+bool HasReturns(const PolarPoint& start, const PolarPoint& end) {
+    return start.range > 0 && end.range >= start.range;
+}
+
+void AddPolarBox(TextLayout& text, const PolarPoint& start, const PolarPoint& end) {
+    text.Row("range", HasReturns(start, end) ? fmt::format("{} to {} m", Fixed(Metres(start.range), 4),
+                                                           Fixed(Metres(end.range), 4))
+                                             : std::string("no returns"));
+    text.Row("horizontal", fmt::format("{} to {} deg", Fixed(Degrees(start.horizontal), 5),
+                                       Fixed(Degrees(end.horizontal), 5)));
     text.Row("from the zenith",
-             fmt::format("{:.5f} to {:.5f} deg", Degrees(start.vertical), Degrees(end.vertical)));
+             fmt::format("{} to {} deg", Fixed(Degrees(start.vertical), 5), Fixed(Degrees(end.vertical), 5)));
 }
 
 class BoxCommand : public Command {
 public:
     void Define(CLI::App& app) override {
         app.add_option("FILE", m_input, "The .qsn file to read")->required()->type_name("");
-        app.add_option("--patch", m_patch, "Row and column of one patch, from 0, instead of\nthe whole scan")
-            ->type_name("R,C");
+        app.add_option("--patch", m_patch, kPatchOptionHelp)->type_name("R,C");
         app.add_flag("--json", m_json, "JSON of the schema qsn.bbox, version 1");
     }
 
@@ -71,62 +77,91 @@ private:
         PolarPoint start;
         PolarPoint end;
         reader.GetScanBoundingBox(start, end);
-        const auto box = reader.GetScanEstimatedBoundingBox();
+        const std::optional<Box> local = BoxOfReturns(reader, {});
+        const std::optional<Box> registered =
+            BoxOfReturns(reader, reader.GetScanInformation().registration.ToFrame());
         if (m_json) {
-            return Dump({{"schema", "qsn.bbox"},
-                         {"version", 1},
-                         {"file", m_input},
-                         {"start", Corner(start)},
-                         {"end", Corner(end)},
-                         {"minimum", Point(box.min)},
-                         {"maximum", Point(box.max)}});
+            Json json = Document(start, end, {});
+            json["local"] = AsJson(local);
+            json["registered"] = AsJson(registered);
+            json["verticesMetres"] = nullptr;
+            return JsonText(json);
         }
         TextLayout text;
-        text.Section("Whole scan, scanner's frame");
-        AddBox(text, start, end);
-        text.Row("x, y, z from", PointText(box.min) + " m");
-        text.Row("x, y, z to", PointText(box.max) + " m");
+        text.Section("Whole scan");
+        AddPolarBox(text, start, end);
+        for (const auto& [title, box] : {std::pair("Box in the scanner's frame", local),
+                                         std::pair("Box in the project's frame", registered)}) {
+            if (!box) continue;
+            text.Section(title);
+            text.Row("x, y, z from", PointText(box->minimum));
+            text.Row("x, y, z to", PointText(box->maximum));
+        }
         return text.ToString();
     }
 
     std::string OfPatch(const kxio::QSNScanReader& reader) const {
-        const size_t comma = m_patch.find(',');
-        const auto row = ParseCount(std::string_view(m_patch).substr(0, comma));
-        const auto column = comma == std::string::npos
-                                ? std::nullopt
-                                : ParseCount(std::string_view(m_patch).substr(comma + 1));
-        if (!row || !column) throw UsageError(fmt::format("--patch {}: expected row,column", m_patch));
-        const kxbase::GridTopology& grid = reader.GetScanInformation().grid;
-        if (*row >= grid.PatchesPerColumn() || *column >= grid.PatchesPerRow())
-            throw UsageError(fmt::format("--patch {}: the scan has {} rows and {} columns of patches",
-                                         m_patch, grid.PatchesPerColumn(), grid.PatchesPerRow()));
+        const auto [row, column] = ParsePatch(m_patch, reader.GetScanInformation().grid);
         PolarPoint start;
         PolarPoint end;
-        reader.GetBoundingBox(*row, *column, start, end);
-        const std::vector<XYZPoint> vertices = reader.GetPatchVertices(*row, *column);
+        reader.GetBoundingBox(row, column, start, end);
+        std::vector<XYZPoint> vertices;
+        if (HasReturns(start, end)) vertices = reader.GetPatchVertices(row, column);
         if (m_json) {
-            Json points = Json::array();
+            Json json = Document(start, end, std::pair(row, column));
+            json["local"] = nullptr;
+            json["registered"] = nullptr;
+            json["verticesMetres"] = nullptr;
             for (const XYZPoint& vertex : vertices)
-                points.push_back(Point(vertex));
-            return Dump({{"schema", "qsn.bbox"},
-                         {"version", 1},
-                         {"file", m_input},
-                         {"patchRow", *row},
-                         {"patchColumn", *column},
-                         {"start", Corner(start)},
-                         {"end", Corner(end)},
-                         {"vertices", points}});
+                json["verticesMetres"].push_back(Point(InMetres(vertex)));
+            return JsonText(json);
         }
         TextLayout text;
-        text.Section(fmt::format("Patch {}, {}, scanner's frame", *row, *column));
-        AddBox(text, start, end);
+        text.Section(fmt::format("Patch at row {}, column {}", row, column));
+        AddPolarBox(text, start, end);
+        if (!vertices.empty()) text.Section("Corners of its box in the scanner's frame");
         for (size_t i = 0; i < vertices.size(); ++i)
-            text.Row(fmt::format("vertex {}", i + 1), PointText(vertices[i]) + " m");
+            text.Row(fmt::format("{}", i + 1), PointText(InMetres(vertices[i])));
         return text.ToString();
     }
 
-    static std::string Dump(const Json& json) {
-        return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    Json Document(const PolarPoint& start, const PolarPoint& end,
+                  const std::optional<std::pair<uint32_t, uint32_t>>& patch) const {
+        Json json = JsonDocument("qsn.bbox", 1, m_input);
+        json["patchRow"] = patch ? Json(patch->first) : Json(nullptr);
+        json["patchColumn"] = patch ? Json(patch->second) : Json(nullptr);
+        const bool hasReturns = HasReturns(start, end);
+        json["hasReturns"] = hasReturns;
+        for (const auto& [key, corner] : {std::pair("start", start), std::pair("end", end)}) {
+            json[key] = PolarPointKeys(corner);
+            if (!hasReturns) json[key]["rangeMetres"] = nullptr;
+        }
+        return json;
+    }
+
+    /// The box around the corners of all patches with returns; nothing without any.
+    /// \param frame  takes the scanner's coordinates to those of the box
+    static std::optional<Box> BoxOfReturns(const kxio::QSNScanReader& reader, const kxmath::Frame& frame) {
+        std::optional<Box> box;
+        // No patch beyond the record's limits has any; the grid alone may claim patches without end.
+        const auto limits = kxio::ScanAccess(reader).ReadLimits();
+        const uint64_t count =
+            std::min<uint64_t>(reader.GetPatchNumber(), limits ? limits->patches.size() : 0);
+        for (uint32_t i = 0; i < count; ++i) {
+            PolarPoint start;
+            PolarPoint end;
+            reader.GetBoundingBox(kxbase::QSNIndex{i, 0}, start, end);
+            if (!HasReturns(start, end)) continue;
+            for (const XYZPoint& vertex : reader.GetPatchVertices(kxbase::QSNIndex{i, 0})) {
+                const kxmath::Vector3 p = frame.Transform(InMetres(vertex));
+                if (!box) box = Box{p, p};
+                box->minimum = {std::min(box->minimum.x, p.x), std::min(box->minimum.y, p.y),
+                                std::min(box->minimum.z, p.z)};
+                box->maximum = {std::max(box->maximum.x, p.x), std::max(box->maximum.y, p.y),
+                                std::max(box->maximum.z, p.z)};
+            }
+        }
+        return box;
     }
 
     std::string m_input;

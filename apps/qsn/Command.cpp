@@ -2,6 +2,7 @@
 #include "Command.h"
 
 #include <fmt/format.h>
+#include <omp.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -47,8 +48,9 @@ const CommandDescription kCommands[] = {
     {"edit",
      "Append texts and links, set pose and flags",
      {{"qsn edit --message \"checked\" scan.qsn", "one more message at the end of the file"},
-      {"qsn edit --registration 0,1,0,-1,0,0,0,0,1,10,20,0 --dry-run scan.qsn",
-       "only say what would be done"}},
+      {"qsn edit --registration 0,1,0,-1,0,0,0,0,1,10,20,0 scan.qsn",
+       "a quarter turn to the left, standing at 10, 20, 0"},
+      {"qsn edit --speckle off --warning \"moved\" --dry-run scan.qsn", "only say what would be done"}},
      false,
      MakeEditCommand},
     {"parts",
@@ -60,13 +62,15 @@ const CommandDescription kCommands[] = {
     {"thumbnail",
      "Fetch or replace the thumbnail",
      {{"qsn thumbnail scan.qsn scan.jpg", "the stored image, byte for byte"},
-      {"qsn thumbnail scan.qsn scan.png", "the same as PNG"}},
+      {"qsn thumbnail scan.qsn scan.png", "the same as PNG"},
+      {"qsn thumbnail --set photo.jpg scan.qsn", "another image instead"}},
      true,
      MakeThumbnailCommand},
     {"locate",
      "Find the cell of a point or a direction",
      {{"qsn locate --cell 3,5 scan.qsn", "what this cell stores"},
-      {"qsn locate --direction 40,90 --json scan.qsn", "the closest return to a direction, for programs"}},
+      {"qsn locate --direction 40,90 --json scan.qsn", "the nearest return to a direction, for programs"},
+      {"qsn locate --registered --point 11.61,21.21,3.2 scan.qsn", "a point of the project"}},
      false,
      MakeLocateCommand},
     {"bbox",
@@ -77,14 +81,17 @@ const CommandDescription kCommands[] = {
      MakeBoxCommand},
     {"lod",
      "Write a reduced level of detail",
-     {{"qsn lod --level 1 scan.qsn strip.png", "the first row of reduced patches"},
-      {"qsn lod --level 0 --column 0 --component intensity scan.qsn patch.raw", "one patch as it is"}},
+     {{"qsn lod --level 2 scan.qsn small.png", "the whole grid, a quarter as wide and as high"},
+      {"qsn lod --level 1 --row 0 --component color scan.qsn strip.png", "the topmost reduced patches"},
+      {"qsn lod --level 0 --row 0 --column 0 --component intensity scan.qsn patch.raw",
+       "one patch as it is, 16-bit values without a header"}},
      true,
      MakeLodCommand},
     {"histogram",
      "Tell how often each value of a component occurs",
      {{"qsn histogram scan.qsn", "the first component that has a histogram"},
-      {"qsn histogram --component intensity16 --json scan.qsn", "for programs"}},
+      {"qsn histogram --component intensity16 --json scan.qsn", "for programs"},
+      {"qsn histogram --patch 0,0 scan.qsn", "of one patch"}},
      false,
      MakeHistogramCommand},
     {"recover",
@@ -162,6 +169,8 @@ public:
         }
         for (Entry& entry : m_entries) {
             if (!entry.app->parsed()) continue;
+            // For those parts of the library that take no count of threads.
+            omp_set_num_threads(static_cast<int>(m_session.threads));
             entry.command->Run(m_session);
             FlushOutput();
         }

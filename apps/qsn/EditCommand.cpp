@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <array>
+#include <cmath>
 #include <functional>
 #include <string>
 #include <vector>
@@ -13,8 +13,11 @@
 #include "Numbers.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/UTF8.h"
+#include "kxbase/kxInFile.h"
+#include "kxbase/kxOutFile.h"
 #include "kxio/QSNFileRecovery.h"
 #include "kxio/QSNInfo.h"
+#include "kxio/ScanAccess.h"
 
 namespace qsn {
 
@@ -22,7 +25,8 @@ namespace {
 
 /// One change: what is said about it, and the call that makes it.
 struct Change {
-    std::string what;
+    std::string plan;  ///< "append the message ..."
+    std::string done;  ///< "appended the message ..."
     std::function<void(const std::wstring& path)> make;
 };
 
@@ -35,98 +39,155 @@ kxbase::UUID ParseIdentifier(const std::string& option, const std::string& text)
     }
 }
 
+/// Whether the axes are those of a rotation, as far as a printed matrix has digits.
+bool IsRotation(const kxmath::Frame& frame) {
+    constexpr double kTolerance = 1e-3;
+    const kxmath::Vector3 x = frame.GetXAxis();
+    const kxmath::Vector3 y = frame.GetYAxis();
+    const kxmath::Vector3 z = frame.GetZAxis();
+    const kxmath::Vector3 off = kxmath::Cross(x, y) - z;
+    return std::abs(kxmath::Dot(x, x) - 1) < kTolerance && std::abs(kxmath::Dot(y, y) - 1) < kTolerance &&
+           std::abs(kxmath::Dot(x, y)) < kTolerance && kxmath::Dot(off, off) < kTolerance * kTolerance;
+}
+
 /// "identity", or twelve numbers: X axis, Y axis, Z axis, translation in metres.
 kxbase::RegistrationInformation ParseRegistration(const std::string& text) {
     if (text == "identity") return {};
-    std::array<double, kxbase::RegistrationInformation::ValueCount> values{};
-    size_t count = 0;
-    for (size_t start = 0; start <= text.size() && count <= values.size();) {
-        const size_t end = std::min(text.find(',', start), text.size());
-        const auto number = ParseNumber(text.substr(start, end - start));
-        if (!number || count == values.size()) {
-            count = 0;
-            break;
-        }
-        values[count++] = *number;
-        start = end + 1;
-    }
-    if (count != values.size())
+    const auto values = ParseNumbers(text, kxbase::RegistrationInformation::ValueCount);
+    if (!values)
         throw UsageError(
-            fmt::format("--registration {}: expected identity or twelve numbers with commas between "
-                        "them: X axis, Y axis, Z axis, translation",
+            fmt::format("--registration {}: expected identity, or twelve numbers with commas between them: "
+                        "X axis, Y axis, Z axis, translation",
                         text));
-    return kxbase::RegistrationInformation::FromValues(values.data());
+    const auto registration = kxbase::RegistrationInformation::FromValues(values->data());
+    if (!IsRotation(registration.ToFrame()))
+        throw UsageError(fmt::format(
+            "--registration {}: the axes must have length 1, stand at right angles and be right-handed",
+            text));
+    return registration;
+}
+
+/// The twelve numbers as --registration takes them, to the last bit.
+std::string RegistrationText(const kxbase::RegistrationInformation& registration) {
+    std::string text;
+    for (unsigned i = 0; i < kxbase::RegistrationInformation::ValueCount; ++i)
+        text += fmt::format("{}{}", i == 0 ? "" : ",", registration.Values()[i]);
+    return text;
+}
+
+/// Appended records are found by walking from the first one: another byte between the last and the end of
+/// the file would hide them.
+void RequireChainToTheEnd(const std::string& input, const kxio::ScanAccess& access) {
+    uint64_t position = access.GetMainHeader().firstExtendedHeaderPosition;
+    if (position == 0)
+        throw Failure(fmt::format(
+            "{}: the file has no chain of extended records; nobody would find what is appended", input));
+    kxbase::kxInFile in(kxbase::Decode_UTF8(input));
+    kxio::ExtendedHeader record;
+    while (in.Seek(position) && record.Read(&in) != 0)
+        position += record.HeaderSize();
+    if (position != access.GetFileSize())
+        throw Failure(
+            fmt::format("{}: the chain of extended records ends at byte {}, the file at byte {}; nobody "
+                        "would find what is "
+                        "appended",
+                        input, position, access.GetFileSize()));
 }
 
 class EditCommand : public Command {
 public:
     void Define(CLI::App& app) override {
-        app.add_option("FILE", m_input, "The .qsn file to change")->required()->type_name("");
-        AddTexts(app, "--message", m_messages, "Append a message");
-        AddTexts(app, "--warning", m_warnings, "Append a warning");
-        AddTexts(app, "--hq-link", m_hqLinks, "Append a link to a high-quality file", "UUID");
-        AddTexts(app, "--er-link", m_erLinks, "Append a link to an ER file", "UUID");
-        AddTexts(app, "--hdr-link", m_hdrLinks, "Append a link to an HDR file", "UUID");
+        m_app = &app;
+        app.add_option("FILE", m_input, "The .qsn file to change, in place")->required()->type_name("");
+        AddTexts(app, "--message", m_messages, "Append a message", "TEXT");
+        AddTexts(app, "--warning", m_warnings, "Append a warning", "TEXT");
+        AddTexts(app, "--hq-link", m_hqLinks, "Append a link to a high-quality scan", "UUID");
+        AddTexts(app, "--er-link", m_erLinks, "Append a link to an ER scan", "UUID");
+        AddTexts(app, "--hdr-link", m_hdrLinks, "Append a link to an HDR scan", "UUID");
         app.add_option("--registration", m_registration,
-                       "identity, or 12 numbers: X, Y and Z axis,\n"
-                       "then the translation in metres")
+                       "Overwrite the registration: identity, or 12\n"
+                       "numbers: X, Y and Z axis in the project, then\n"
+                       "the translation in metres")
             ->type_name("X,X,X,...");
         app.add_option("--speckle", m_speckle, "Set or clear the speckle flag: on or off")
             ->type_name("on|off");
-        app.add_flag("--dry-run", m_dryRun, "Check and say what would be done, change nothing");
+        app.add_flag("--dry-run", m_dryRun, "Check, say what would be done, change nothing");
     }
 
     void Run(const Session& session) override {
         const std::vector<Change> changes = Plan();
         if (changes.empty())
-            throw UsageError("nothing to change: name at least one --message, --warning or other");
+            throw UsageError(
+                "nothing to change: expected --message, --warning, a link, --registration or "
+                "--speckle");
+        const kxio::ScanProperties before = RequirePossible();
+        // Enough to take the change back.
+        if (!m_registration.empty() && (m_dryRun || !session.quiet))
+            Report(m_dryRun, "the registration is " + RegistrationText(before.registration));
         const std::wstring path = kxbase::Decode_UTF8(m_input);
-        kxio::QSNInfo::GetAllInfo(path);  // a file that does not open is not touched at all
         for (const Change& change : changes) {
-            const std::string line = fmt::format("{}: {}\n", Printable(m_input), Printable(change.what));
             if (m_dryRun) {
-                WriteOutput(line);
+                Report(true, "would " + change.plan);
                 continue;
             }
             change.make(path);
-            if (!session.quiet) WriteError(line);
+            if (!session.quiet) Report(false, change.done);
         }
     }
 
 private:
     static void AddTexts(CLI::App& app, const char* name, std::vector<std::string>& texts, const char* help,
-                         const char* type = "TEXT") {
-        app.add_option(name, texts, help)->type_name(type)->take_all()->type_size(1)->allow_extra_args(false);
+                         const char* type) {
+        // Appended, never replaced: all that stands in the file stays.
+        app.add_option(name, texts, std::string(help) + "; may be\nrepeated, those in the file stay")
+            ->type_name(type)
+            ->type_size(1)
+            ->allow_extra_args(false);
     }
 
-    /// All options are read before the first change is made.
+    /// A plan is what --dry-run is asked for: data.
+    void Report(bool asData, const std::string& text) const {
+        const std::string line = fmt::format("{}: {}\n", Printable(m_input), Printable(text));
+        asData ? WriteOutput(line) : WriteError(line);
+    }
+
+    /// `--message --dry-run` is a text that was forgotten.
+    void RequireTexts(const char* option, const std::vector<std::string>& texts) const {
+        for (const std::string& text : texts) {
+            if (text.empty()) throw UsageError(fmt::format("{}: the text is empty", option));
+            if (text.starts_with('-') && m_app->get_option_no_throw(text) != nullptr)
+                throw UsageError(fmt::format("{}: {} is an option, not a text", option, text));
+        }
+    }
+
+    /// All options are read before the file is touched.
     std::vector<Change> Plan() const {
         using kxio::QSNInfo;
         std::vector<Change> changes;
-        const auto addLinks = [&changes](const char* option, const char* kind,
-                                         const std::vector<std::string>& texts,
-                                         void (*add)(const std::wstring&, const kxbase::UUID&)) {
+        const auto addTexts = [&](const char* option, const char* kind, const std::vector<std::string>& texts,
+                                  void (*add)(const std::wstring&, const std::wstring&)) {
+            RequireTexts(option, texts);
+            for (const std::string& text : texts)
+                changes.push_back(
+                    {fmt::format("append the {} \"{}\"", kind, text),
+                     fmt::format("appended the {} \"{}\"", kind, text),
+                     [text, add](const std::wstring& path) { add(path, kxbase::Decode_UTF8(text)); }});
+        };
+        const auto addLinks = [&](const char* option, const char* kind, const std::vector<std::string>& texts,
+                                  void (*add)(const std::wstring&, const kxbase::UUID&)) {
             for (const std::string& text : texts) {
                 const kxbase::UUID id = ParseIdentifier(option, text);
-                changes.push_back(
-                    {fmt::format("{} link {} appended", kind, kxbase::Encode_UTF8(id.ToWString())),
-                     [id, add](const std::wstring& path) { add(path, id); }});
+                const std::string shown = kxbase::Encode_UTF8(id.ToWString());
+                changes.push_back({fmt::format("append the {} link {}", kind, shown),
+                                   fmt::format("appended the {} link {}", kind, shown),
+                                   [id, add](const std::wstring& path) { add(path, id); }});
             }
         };
-        for (const std::string& text : m_messages)
-            changes.push_back(
-                {fmt::format("message \"{}\" appended", text),
-                 [text](const std::wstring& path) { QSNInfo::AddMessage(path, kxbase::Decode_UTF8(text)); }});
-        for (const std::string& text : m_warnings)
-            changes.push_back(
-                {fmt::format("warning \"{}\" appended", text),
-                 [text](const std::wstring& path) { QSNInfo::AddWarning(path, kxbase::Decode_UTF8(text)); }});
-        addLinks("--hq-link", "HQ", m_hqLinks, QSNInfo::AddHQLink);
-        addLinks("--er-link", "ER", m_erLinks, QSNInfo::AddERLink);
-        addLinks("--hdr-link", "HDR", m_hdrLinks, QSNInfo::AddHDRLink);
         if (!m_registration.empty()) {
             const auto registration = ParseRegistration(m_registration);
-            changes.push_back({"registration overwritten", [registration](const std::wstring& path) {
+            const std::string shown = RegistrationText(registration);
+            changes.push_back({"set the registration to " + shown, "set the registration to " + shown,
+                               [registration](const std::wstring& path) {
                                    QSNInfo::SetRegistrationInfo(path, registration);
                                }});
         }
@@ -134,15 +195,48 @@ private:
             if (m_speckle != "on" && m_speckle != "off")
                 throw UsageError(fmt::format("--speckle {}: expected on or off", m_speckle));
             const bool on = m_speckle == "on";
-            changes.push_back(
-                {on ? "speckle flag set" : "speckle flag cleared", [on](const std::wstring& path) {
-                     on ? kxio::QSNFileRecovery::SetSpekleBit(path)
-                        : kxio::QSNFileRecovery::ClearSpekleBit(path);
-                 }});
+            changes.push_back({on ? "set the speckle flag" : "clear the speckle flag",
+                               on ? "set the speckle flag" : "cleared the speckle flag",
+                               [on](const std::wstring& path) {
+                                   on ? kxio::QSNFileRecovery::SetSpekleBit(path)
+                                      : kxio::QSNFileRecovery::ClearSpekleBit(path);
+                               }});
         }
+        addTexts("--message", "message", m_messages, QSNInfo::AddMessage);
+        addTexts("--warning", "warning", m_warnings, QSNInfo::AddWarning);
+        addLinks("--hq-link", "HQ", m_hqLinks, QSNInfo::AddHQLink);
+        addLinks("--er-link", "ER", m_erLinks, QSNInfo::AddERLink);
+        addLinks("--hdr-link", "HDR", m_hdrLinks, QSNInfo::AddHDRLink);
         return changes;
     }
 
+    /// Either all changes can be made, or none is begun.
+    /// \returns what the file says now
+    kxio::ScanProperties RequirePossible() const {
+        const std::wstring path = kxbase::Decode_UTF8(m_input);
+        const kxio::ScanProperties properties = kxio::QSNInfo::GetAllInfo(path);
+        const kxio::QSNScanReader reader(path, 0);
+        const kxio::ScanAccess access(reader);
+        const kxio::ScanHeader& header = access.GetScanHeader();
+        constexpr uint32_t kRegistrationEnd =
+            kxio::ScanHeader::RegistrationOffset + kxio::ScanHeader::RegistrationSize;
+        constexpr uint32_t kFirstVersionWithRegistration = 210;
+        if (!m_registration.empty() &&
+            (header.GetVersion() < kFirstVersionWithRegistration || header.GetDataSize() < kRegistrationEnd))
+            throw Failure(fmt::format("{}: its scan header, version {}, has no registration that can be set",
+                                      m_input, header.GetVersion()));
+        if (!m_speckle.empty() && header.GetSpeckleOffset() == 0)
+            throw Failure(fmt::format("{}: its scan header, version {}, has no speckle flag", m_input,
+                                      header.GetVersion()));
+        if (!m_messages.empty() || !m_warnings.empty() || !m_hqLinks.empty() || !m_erLinks.empty() ||
+            !m_hdrLinks.empty())
+            RequireChainToTheEnd(m_input, access);
+        if (!kxbase::kxOutFile(path, kxbase::kxOutFile::KeepContent).IsOpen())
+            throw Failure(m_input + ": it cannot be opened for writing");
+        return properties;
+    }
+
+    CLI::App* m_app = nullptr;
     std::string m_input;
     std::vector<std::string> m_messages;
     std::vector<std::string> m_warnings;

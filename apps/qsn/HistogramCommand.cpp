@@ -3,7 +3,6 @@
 
 #include <CLI/CLI.hpp>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
@@ -11,7 +10,9 @@
 #include "ComponentNames.h"
 #include "Console.h"
 #include "Errors.h"
+#include "JsonOutput.h"
 #include "Numbers.h"
+#include "PatchOption.h"
 #include "TextLayout.h"
 #include "kxbase/UTF8.h"
 #include "kxio/HistogramHeader.h"
@@ -22,7 +23,6 @@ namespace qsn {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using Counts = std::map<uint64_t, uint64_t>;
 
 /// All values of one patch, or of the whole scan, with how often they occur.
@@ -63,27 +63,27 @@ public:
                        "intensity8, intensity16, class or segment\n"
                        "(default: the first that has a histogram)")
             ->type_name("NAME");
-        app.add_option("--patch", m_patch, "Linear index of one patch, from 0, instead of\nthe whole scan")
-            ->type_name("N");
+        app.add_option("--patch", m_patch, kPatchOptionHelp)->type_name("R,C");
         app.add_flag("--json", m_json, "JSON of the schema qsn.histogram, version 1");
     }
 
     void Run(const Session&) override {
-        std::optional<uint32_t> patch;
-        if (!m_patch.empty() && !(patch = ParseCount(m_patch)))
-            throw UsageError(fmt::format("--patch {}: expected a patch index", m_patch));
+        std::optional<kxbase::ComponentType> asked;
+        if (!m_component.empty()) asked = ParseComponent(m_component);
         const kxio::QSNScanReader reader(kxbase::Decode_UTF8(m_input), 0);
         const kxio::ScanAccess access(reader);
-        if (patch && *patch >= access.Grid().PatchCount64())
-            throw UsageError(
-                fmt::format("--patch {}: the scan has {} patches", m_patch, access.Grid().PatchCount64()));
-        const kxbase::ComponentType component =
-            m_component.empty() ? FirstOf(reader) : ParseComponent(m_component);
+        if (!m_patch.empty()) m_place = ParsePatch(m_patch, access.Grid());
+        const kxbase::ComponentType component = asked ? *asked : FirstOf(reader);
         if (!reader.IsHistogramAvailable(component))
             throw Failure(
                 fmt::format("{}: no histogram of component {}", m_input, ComponentShortName(component)));
+        std::optional<uint32_t> patch;
+        if (m_place) patch = access.Grid().PatchesPerRow() * m_place->first + m_place->second;
         const Counts counts = ReadCounts(access, component, patch);
-        WriteOutput(m_json ? AsJson(component, counts, patch) : AsText(component, counts));
+        uint64_t total = 0;
+        for (const auto& [value, count] : counts)
+            total += count;
+        WriteOutput(m_json ? AsJson(component, counts, total) : AsText(component, counts, total));
     }
 
 private:
@@ -93,43 +93,37 @@ private:
         return available.front();
     }
 
-    std::string AsJson(kxbase::ComponentType component, const Counts& counts,
-                       std::optional<uint32_t> patch) const {
-        Json values = Json::array();
-        uint64_t total = 0;
-        for (const auto& [value, count] : counts) {
-            values.push_back({{"value", value}, {"count", count}});
-            total += count;
-        }
-        const Json json{{"schema", "qsn.histogram"},
-                        {"version", 1},
-                        {"file", m_input},
-                        {"component", ComponentShortName(component)},
-                        {"patch", patch ? Json(*patch) : Json(nullptr)},
-                        {"total", total},
-                        {"values", values}};
-        return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    std::string AsJson(kxbase::ComponentType component, const Counts& counts, uint64_t total) const {
+        Json json = JsonDocument("qsn.histogram", 1, m_input);
+        json["component"] = ComponentShortName(component);
+        json["patchRow"] = m_place ? Json(m_place->first) : Json(nullptr);
+        json["patchColumn"] = m_place ? Json(m_place->second) : Json(nullptr);
+        json["total"] = total;
+        json["values"] = Json::array();
+        for (const auto& [value, count] : counts)
+            json["values"].push_back({{"value", value}, {"count", count}});
+        return JsonText(json);
     }
 
-    static std::string AsText(kxbase::ComponentType component, const Counts& counts) {
-        uint64_t total = 0;
-        for (const auto& [value, count] : counts)
-            total += count;
+    std::string AsText(kxbase::ComponentType component, const Counts& counts, uint64_t total) const {
+        TextLayout text;
+        text.Section(fmt::format(
+            "{}{}: {} values, {} cells", ComponentShortName(component),
+            m_place ? fmt::format(" of the patch at row {}, column {}", m_place->first, m_place->second) : "",
+            Grouped(counts.size()), Grouped(total)));
         std::vector<std::vector<std::string>> lines{{"value", "count", "share"}};
         for (const auto& [value, count] : counts)
             lines.push_back(
                 {std::to_string(value), Grouped(count),
                  fmt::format("{:.3f} %", 100 * static_cast<double>(count) / static_cast<double>(total))});
-        TextLayout text;
-        text.Section(fmt::format("{}: {} values, {} cells", ComponentShortName(component),
-                                 Grouped(counts.size()), Grouped(total)));
-        text.Table(lines, {true, true, true});
+        if (lines.size() > 1) text.Table(lines, {true, true, true});
         return text.ToString();
     }
 
     std::string m_input;
     std::string m_component;
     std::string m_patch;
+    std::optional<std::pair<uint32_t, uint32_t>> m_place;  ///< of the patch
     bool m_json = false;
 };
 

@@ -1,31 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include <fmt/format.h>
-
 #include <list>
-#include <nlohmann/json.hpp>
-#include <numbers>
 
 #include "ComponentNames.h"
-#include "Numbers.h"
+#include "JsonOutput.h"
 #include "ScanInfo.h"
 #include "kxbase/UTF8.h"
 
 namespace qsn {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-/// A float with the digits that it needs, not those of its double.
-Json Short(float value) {
-    const auto number = ParseNumber(fmt::format("{}", value));
-    return number ? Json(*number) : Json(nullptr);
-}
-
-Json Degrees(double radians) {
-    // Ten decimals are a ten-billionth of a degree: noise of the conversion stays out.
-    return Json(std::round(radians * 180 / std::numbers::pi * 1e10) / 1e10);
-}
 
 Json Text(const std::wstring& text) {
     return kxbase::Encode_UTF8(text);
@@ -66,11 +49,11 @@ Json Registration(const kxbase::RegistrationInformation& registration) {
 }
 
 Json Direction(float start, float step, float halfStep) {
-    return {{"startRadians", Short(start)},
-            {"startDegrees", Degrees(static_cast<double>(start))},
-            {"stepRadians", Short(step)},
-            {"stepDegrees", Degrees(static_cast<double>(step))},
-            {"halfStepRadians", Short(halfStep)}};
+    return {{"startRadians", ShortNumber(start)},
+            {"startDegrees", RoundedDegrees(static_cast<double>(start))},
+            {"stepRadians", ShortNumber(step)},
+            {"stepDegrees", RoundedDegrees(static_cast<double>(step))},
+            {"halfStepRadians", ShortNumber(halfStep)}};
 }
 
 Json Grid(const kxbase::GridTopology& grid) {
@@ -86,8 +69,8 @@ Json Grid(const kxbase::GridTopology& grid) {
             {"vertical", Direction(grid.rowStartAngle, grid.rowAngularStep, grid.rowHalfStep)},
             {"previewWidth", grid.previewWidth},
             {"previewHeight", grid.previewHeight},
-            {"columnsPerPreviewColumn", Short(grid.columnRatio)},
-            {"rowsPerPreviewRow", Short(grid.rowRatio)}};
+            {"columnsPerPreviewColumn", ShortNumber(grid.columnRatio)},
+            {"rowsPerPreviewRow", ShortNumber(grid.rowRatio)}};
 }
 
 Json Component(const ComponentInfo& component) {
@@ -135,8 +118,8 @@ std::string InfoAsJson(const ScanInfo& info) {
     json["grid"] = Grid(p.grid);
     json["limits"] = nullptr;
     if (info.minimumRange && info.maximumRange)
-        json["limits"] = {{"minimumRange", Short(*info.minimumRange)},
-                          {"maximumRange", Short(*info.maximumRange)}};
+        json["limits"] = {{"minimumRange", ShortNumber(*info.minimumRange)},
+                          {"maximumRange", ShortNumber(*info.maximumRange)}};
     json["registration"] = Registration(p.registration);
     json["registration"]["modified"] = info.registrationModified;
     json["preregistration"] = nullptr;
@@ -148,14 +131,14 @@ std::string InfoAsJson(const ScanInfo& info) {
     }
     json["tilt"] = {{"kind", p.tilt.kind},
                     {"firstRadians", p.tilt.angles.first},
-                    {"firstDegrees", Degrees(p.tilt.angles.first)},
+                    {"firstDegrees", RoundedDegrees(p.tilt.angles.first)},
                     {"secondRadians", p.tilt.angles.second},
-                    {"secondDegrees", Degrees(p.tilt.angles.second)}};
+                    {"secondDegrees", RoundedDegrees(p.tilt.angles.second)}};
     json["flags"] = {{"speckleCorrectionNeeded", p.speckleCorrectionNeeded},
                      {"locked3D", p.locked3D},
                      {"projectionMode", p.projectionMode},
                      {"framingMode", static_cast<uint32_t>(p.framingMode)},
-                     {"spatialSamplingDistance", Short(p.spatialSamplingDistance)},
+                     {"spatialSamplingDistance", ShortNumber(p.spatialSamplingDistance)},
                      {"previewSamplingRatioIssue", info.previewSamplingRatioIssue},
                      {"furtherWords", p.furtherWords},
                      {"words260", p.words260}};
@@ -172,8 +155,7 @@ std::string InfoAsJson(const ScanInfo& info) {
     json["warnings"] = Texts(p.warnings);
     json["links"] = {
         {"hq", Identifiers(p.hqLinks)}, {"er", Identifiers(p.erLinks)}, {"hdr", Identifiers(p.hdrLinks)}};
-    // File texts are valid UTF-8 already; the path was checked with the arguments.
-    return json.dump(2) + "\n";
+    return JsonText(json);
 }
 
 }  // namespace qsn

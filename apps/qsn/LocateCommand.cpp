@@ -2,18 +2,19 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <array>
+#include <algorithm>
 #include <cmath>
-#include <nlohmann/json.hpp>
-#include <numbers>
 #include <optional>
 #include <string>
 
 #include "Commands.h"
+#include "ComponentNames.h"
 #include "Console.h"
 #include "Errors.h"
+#include "JsonOutput.h"
 #include "Numbers.h"
 #include "TextLayout.h"
+#include "Units.h"
 #include "kxbase/UTF8.h"
 #include "kxio/CoordConverter3D.h"
 
@@ -21,68 +22,126 @@ namespace qsn {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using kxbase::QSNCoordinates;
+using kxmath::Vector3;
 using PolarPoint = kxbase::tBasePolarPoint<float>;
 using XYZPoint = kxbase::tBaseXYZPoint<float>;
 
-constexpr double kMetres = 1e-3;  // per unit of the file
-constexpr double kDegrees = 180 / std::numbers::pi;
-
-/// `count` numbers with commas between them.
-template <size_t count>
-std::array<double, count> ParseNumbers(const char* option, const std::string& text) {
-    std::array<double, count> numbers{};
-    size_t start = 0;
-    for (size_t i = 0; i < count; ++i) {
-        const size_t end = i + 1 < count ? text.find(',', start) : text.size();
-        const auto number =
-            end == std::string::npos ? std::nullopt : ParseNumber(text.substr(start, end - start));
-        if (!number)
-            throw UsageError(
-                fmt::format("{} {}: expected {} numbers with commas between them", option, text, count));
-        numbers[i] = *number;
-        start = end + 1;
-    }
-    return numbers;
-}
+/// What is looked for: one of these.
+struct Query {
+    std::optional<Vector3> point;                        ///< metres
+    std::optional<std::pair<double, double>> direction;  ///< horizontal, from the zenith; degrees
+    std::optional<std::pair<uint32_t, uint32_t>> cell;   ///< row, column
+};
 
 /// A cell, what it stores, and how it was found.
 struct Located {
     QSNCoordinates cell;
     PolarPoint stored;
-    std::optional<bool> exact;           ///< the cell stores the very point asked for
-    std::optional<double> distance;      ///< metres between the point asked for and the stored one
-    std::optional<double> offDirection;  ///< degrees between the direction asked for and the stored one
+    std::optional<bool> exact;           ///< for a point: the cell stores this very one
+    std::optional<double> distance;      ///< for a point: from it to the stored one, metres
+    std::optional<double> offDirection;  ///< for a direction: from it to the stored one, radians
 };
+
+double Length(const Vector3& v) {
+    return std::sqrt(kxmath::Dot(v, v));
+}
+
+Vector3 ToMetres(const PolarPoint& polar) {
+    const double r = Metres(polar.range);
+    const auto h = static_cast<double>(polar.horizontal);
+    const auto v = static_cast<double>(polar.vertical);
+    return {r * std::sin(v) * std::cos(h), r * std::sin(v) * std::sin(h), r * std::cos(v)};
+}
 
 class LocateCommand : public Command {
 public:
     void Define(CLI::App& app) override {
         app.add_option("FILE", m_input, "The .qsn file to read")->required()->type_name("");
-        app.add_option("--point", m_point, "A point in metres, in the scanner's own frame")
+        app.add_option("--point", m_point,
+                       "A point, metres: the cell that stores it, or\n"
+                       "else the nearest return in its direction")
             ->type_name("X,Y,Z");
-        app.add_flag("--registered", m_registered, "The point is in the project's frame");
         app.add_option("--direction", m_direction,
-                       "Horizontal angle and angle from the zenith, in\n"
-                       "degrees, in the scanner's own frame")
+                       "Horizontal angle (from x towards y) and angle\n"
+                       "from the zenith, degrees: the nearest return")
             ->type_name("H,V");
-        app.add_option("--cell", m_cell, "Row and column of a grid cell, from 0")->type_name("R,C");
+        app.add_option("--cell", m_cell,
+                       "Row and column of the grid, from 0: what this\n"
+                       "cell stores")
+            ->type_name("R,C");
+        app.add_flag("--registered", m_registered,
+                     "The point or direction is in the project's\n"
+                     "frame, not in the scanner's own");
         app.add_flag("--json", m_json, "JSON of the schema qsn.locate, version 1");
     }
 
     void Run(const Session&) override {
         if (!m_point.empty() + !m_direction.empty() + !m_cell.empty() != 1)
             throw UsageError("expected one of --point, --direction and --cell");
-        if (m_registered && m_point.empty()) throw UsageError("--registered goes with --point");
+        if (m_registered && !m_cell.empty())
+            throw UsageError("--registered goes with --point and --direction");
+        const Query query = ParseQuery();
         const kxio::CoordConverter3D converter(kxbase::Decode_UTF8(m_input));
-        const Located located = !m_point.empty()       ? AtPoint(converter)
-                                : !m_direction.empty() ? AtDirection(converter)
-                                                       : AtCell(converter);
+        RequireComponents(converter);
+        const Located located = Find(converter, query);
         WriteOutput(m_json ? AsJson(converter, located) : AsText(converter, located));
     }
 
 private:
+    void RequireComponents(const kxio::CoordConverter3D& converter) const {
+        for (const auto component : {kxbase::Range, kxbase::VerticalAngle, kxbase::HorizontalAngle}) {
+            if (!converter.IsComponentAvailable(component))
+                throw Failure(fmt::format("{}: the file has no component {}; its cells have no place",
+                                          m_input, ComponentShortName(component)));
+        }
+    }
+
+    Query ParseQuery() const {
+        Query query;
+        if (!m_point.empty()) {
+            const auto numbers = ParseNumbers(m_point, 3);
+            if (!numbers)
+                throw UsageError(fmt::format("--point {}: expected x,y,z, three numbers in metres", m_point));
+            query.point = Vector3{(*numbers)[0], (*numbers)[1], (*numbers)[2]};
+        } else if (!m_direction.empty()) {
+            const auto angles = ParseNumbers(m_direction, 2);
+            if (!angles || (*angles)[1] < 0 || (*angles)[1] > 180)
+                throw UsageError(fmt::format(
+                    "--direction {}: expected the horizontal angle and, from 0 to 180, the angle from the "
+                    "zenith",
+                    m_direction));
+            query.direction = std::pair((*angles)[0], (*angles)[1]);
+        } else {
+            query.cell = ParsePlace(m_cell);
+            if (!query.cell) throw UsageError(fmt::format("--cell {}: expected row,column", m_cell));
+        }
+        return query;
+    }
+
+    Located Find(const kxio::CoordConverter3D& converter, const Query& query) const {
+        try {
+            if (query.point) return AtPoint(converter, *query.point);
+            if (query.direction)
+                return AtDirection(converter, query.direction->first, query.direction->second);
+            return AtCell(converter, query.cell->first, query.cell->second);
+        } catch (kxbase::KXBadInputException& problem) {
+            problem.AddContext({m_input, {}, {}, {}, {}});
+            throw;
+        }
+    }
+
+    /// A point of the frame that --registered names, in the scanner's.
+    Vector3 ToLocal(const kxmath::Frame& registration, const Vector3& given) const {
+        if (!m_registered) return given;
+        const Vector3 local = registration.InverseTransform(given);
+        const double error = Length(registration.Transform(local) - given);
+        if (!(error <= 1e-6 * (1 + Length(given))))
+            throw Failure(fmt::format("{}: the registration is no rotation with a shift and cannot be undone",
+                                      m_input));
+        return local;
+    }
+
     static QSNCoordinates CellOf(const kxio::CoordConverter3D& converter,
                                  const kxbase::QSNIndexCoordinates& index) {
         const kxbase::GridTopology& grid = converter.GetScanInformation().grid;
@@ -93,13 +152,14 @@ private:
                 static_cast<int32_t>(index.index % grid.patchWidth)};
     }
 
-    Located AtPoint(const kxio::CoordConverter3D& converter) const {
-        const auto [x, y, z] = ParseNumbers<3>("--point", m_point);
-        kxmath::Vector3 local{x, y, z};
-        if (m_registered)
-            local = converter.GetScanInformation().registration.ToFrame().InverseTransform(local);
-        const XYZPoint point(static_cast<float>(local.x / kMetres), static_cast<float>(local.y / kMetres),
-                             static_cast<float>(local.z / kMetres));
+    Located AtPoint(const kxio::CoordConverter3D& converter, const Vector3& given) const {
+        const Vector3 local = ToLocal(converter.GetScanInformation().registration.ToFrame(), given);
+        const auto inUnits = [](double metres) { return static_cast<float>(metres / kMetresPerUnit); };
+        const XYZPoint point(inUnits(local.x), inUnits(local.y), inUnits(local.z));
+        const PolarPoint polar(point);
+        if (!(polar.range > 0))
+            throw UsageError(fmt::format(
+                "--point {}: this is the scanner's own place, no direction leads there", m_point));
         Located located;
         kxbase::QSNIndexCoordinates index;
         try {
@@ -107,57 +167,51 @@ private:
             located.exact = true;
         } catch (const kxbase::KXBadInputException&) {
             // No cell stores this very point: the nearest return in its direction is the answer.
-            const PolarPoint polar(point);
             index = converter.GetClosestValidQSNCoordinate({polar.horizontal, polar.vertical});
             located.exact = false;
         }
         located.cell = CellOf(converter, index);
         located.stored = converter.GetPoint(located.cell);
-        const kxmath::Vector3 difference = Metres(located.stored) - local;
-        located.distance = std::sqrt(kxmath::Dot(difference, difference));
+        located.distance = Length(ToMetres(located.stored) - local);
         return located;
     }
 
-    Located AtDirection(const kxio::CoordConverter3D& converter) const {
-        const auto [h, v] = ParseNumbers<2>("--direction", m_direction);
-        const kxbase::Angles direction{static_cast<float>(h / kDegrees), static_cast<float>(v / kDegrees)};
+    Located AtDirection(const kxio::CoordConverter3D& converter, double horizontal, double vertical) const {
+        const double h = horizontal / kDegreesPerRadian;
+        const double v = vertical / kDegreesPerRadian;
+        Vector3 wanted{std::sin(v) * std::cos(h), std::sin(v) * std::sin(h), std::cos(v)};
+        const kxmath::Frame registration = converter.GetScanInformation().registration.ToFrame();
+        // A direction is the way from one place of the project to another.
+        if (m_registered) wanted = ToLocal(registration, registration.GetOrigin() + wanted);
+        const PolarPoint polar(XYZPoint(static_cast<float>(wanted.x), static_cast<float>(wanted.y),
+                                        static_cast<float>(wanted.z)));
         Located located;
-        located.cell = CellOf(converter, converter.GetClosestValidQSNCoordinate(direction));
+        located.cell =
+            CellOf(converter, converter.GetClosestValidQSNCoordinate({polar.horizontal, polar.vertical}));
         located.stored = converter.GetPoint(located.cell);
-        const XYZPoint a(PolarPoint(1, direction.horizontal, direction.vertical));
-        const XYZPoint b(PolarPoint(1, located.stored.horizontal, located.stored.vertical));
-        const double chord = std::hypot(static_cast<double>(a.x - b.x), static_cast<double>(a.y - b.y),
-                                        static_cast<double>(a.z - b.z));
-        located.offDirection = 2 * std::asin(std::min(1.0, chord / 2)) * kDegrees;
+        const Vector3 stored = ToMetres({1000, located.stored.horizontal, located.stored.vertical});
+        located.offDirection = 2 * std::asin(std::min(1.0, Length(stored - wanted) / 2));
         return located;
     }
 
-    Located AtCell(const kxio::CoordConverter3D& converter) const {
+    Located AtCell(const kxio::CoordConverter3D& converter, uint32_t row, uint32_t column) const {
         const kxbase::GridTopology& grid = converter.GetScanInformation().grid;
-        const size_t comma = m_cell.find(',');
-        const auto row = ParseCount(std::string_view(m_cell).substr(0, comma));
-        const auto column = comma == std::string::npos
-                                ? std::nullopt
-                                : ParseCount(std::string_view(m_cell).substr(comma + 1));
-        if (!row || !column) throw UsageError(fmt::format("--cell {}: expected row,column", m_cell));
-        if (*row >= grid.rows || *column >= grid.columns)
+        if (row >= grid.rows || column >= grid.columns)
             throw UsageError(fmt::format("--cell {}: the grid has {} rows and {} columns", m_cell, grid.rows,
                                          grid.columns));
         Located located;
-        located.cell = {
-            static_cast<int32_t>(*row / grid.patchHeight), static_cast<int32_t>(*column / grid.patchWidth),
-            static_cast<int32_t>(*row % grid.patchHeight), static_cast<int32_t>(*column % grid.patchWidth)};
-        located.stored = converter.GetPoint(located.cell);
+        if (grid.patchWidth != 0 && grid.patchHeight != 0) {
+            located.cell = {
+                static_cast<int32_t>(row / grid.patchHeight), static_cast<int32_t>(column / grid.patchWidth),
+                static_cast<int32_t>(row % grid.patchHeight), static_cast<int32_t>(column % grid.patchWidth)};
+            located.stored = converter.GetPoint(located.cell);
+        } else {
+            located.stored = PolarPoint::Invalid();
+        }
         if (located.stored == PolarPoint::Invalid())
             throw Failure(
-                fmt::format("{}: the patch of row {}, column {} cannot be read", m_input, *row, *column));
+                fmt::format("{}: the patch of row {}, column {} cannot be read", m_input, row, column));
         return located;
-    }
-
-    static kxmath::Vector3 Metres(const PolarPoint& polar) {
-        const XYZPoint p(polar);
-        return {kMetres * static_cast<double>(p.x), kMetres * static_cast<double>(p.y),
-                kMetres * static_cast<double>(p.z)};
     }
 
     struct Place {
@@ -172,62 +226,67 @@ private:
     }
 
     std::string AsJson(const kxio::CoordConverter3D& converter, const Located& located) const {
+        const auto point = [](const Vector3& p) {
+            return Json::array({RoundedMetres(p.x), RoundedMetres(p.y), RoundedMetres(p.z)});
+        };
         const Place place = PlaceOf(converter.GetScanInformation().grid, located.cell);
-        const kxmath::Vector3 local = Metres(located.stored);
-        const kxmath::Vector3 world = converter.GetScanInformation().registration.ToFrame().Transform(local);
-        Json json{{"schema", "qsn.locate"},
-                  {"version", 1},
-                  {"file", m_input},
-                  {"row", place.row},
-                  {"column", place.column},
-                  {"patchRow", located.cell.patchRow},
-                  {"patchColumn", located.cell.patchColumn},
-                  {"patchIndex", place.patchIndex},
-                  {"rowInPatch", located.cell.row},
-                  {"columnInPatch", located.cell.column},
-                  {"indexInPatch", place.indexInPatch},
-                  {"hasReturn", located.stored.range > 0},
-                  {"range", kMetres * static_cast<double>(located.stored.range)},
-                  {"horizontal", static_cast<double>(located.stored.horizontal)},
-                  {"vertical", static_cast<double>(located.stored.vertical)},
-                  {"local", Json::array({local.x, local.y, local.z})},
-                  {"registered", Json::array({world.x, world.y, world.z})}};
-        if (located.exact) json["exact"] = *located.exact;
-        if (located.distance) json["distance"] = *located.distance;
-        if (located.offDirection) json["offDirectionDegrees"] = *located.offDirection;
-        return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+        const bool hasReturn = located.stored.range > 0;
+        Json json = JsonDocument("qsn.locate", 1, m_input);
+        json.update({{"row", place.row},
+                     {"column", place.column},
+                     {"patchRow", located.cell.patchRow},
+                     {"patchColumn", located.cell.patchColumn},
+                     {"patchIndex", place.patchIndex},
+                     {"rowInPatch", located.cell.row},
+                     {"columnInPatch", located.cell.column},
+                     {"indexInPatch", place.indexInPatch},
+                     {"hasReturn", hasReturn}});
+        json.update(PolarPointKeys(located.stored));
+        json["localMetres"] = nullptr;
+        json["registeredMetres"] = nullptr;
+        if (hasReturn) {
+            const Vector3 local = ToMetres(located.stored);
+            json["localMetres"] = point(local);
+            json["registeredMetres"] =
+                point(converter.GetScanInformation().registration.ToFrame().Transform(local));
+        } else {
+            json["rangeMetres"] = nullptr;
+        }
+        json["exact"] = located.exact ? Json(*located.exact) : Json(nullptr);
+        json["distanceMetres"] = located.distance ? RoundedMetres(*located.distance) : Json(nullptr);
+        json["offDirectionDegrees"] =
+            located.offDirection ? RoundedDegrees(*located.offDirection) : Json(nullptr);
+        return JsonText(json);
     }
 
-    static std::string AsText(const kxio::CoordConverter3D& converter, const Located& located) {
+    std::string AsText(const kxio::CoordConverter3D& converter, const Located& located) const {
         const Place place = PlaceOf(converter.GetScanInformation().grid, located.cell);
-        const kxmath::Vector3 local = Metres(located.stored);
-        const kxmath::Vector3 world = converter.GetScanInformation().registration.ToFrame().Transform(local);
-        const auto point = [](const kxmath::Vector3& p) {
-            return fmt::format("{:.4f} {:.4f} {:.4f} m", p.x, p.y, p.z);
+        const auto point = [](const Vector3& p) {
+            return fmt::format("{} {} {} m", Fixed(p.x, 4), Fixed(p.y, 4), Fixed(p.z, 4));
         };
         TextLayout text;
-        text.Section(fmt::format("Row {}, column {}", place.row, place.column));
+        text.Section(fmt::format("Cell at row {}, column {}", place.row, place.column));
         text.Row("patch", fmt::format("row {}, column {} (index {})", located.cell.patchRow,
                                       located.cell.patchColumn, place.patchIndex));
         text.Row("in the patch", fmt::format("row {}, column {} (index {})", located.cell.row,
                                              located.cell.column, place.indexInPatch));
-        text.Row("range", located.stored.range > 0
-                              ? fmt::format("{:.4f} m", kMetres * static_cast<double>(located.stored.range))
-                              : std::string("no return"));
-        text.Row("horizontal",
-                 fmt::format("{:.5f} deg", kDegrees * static_cast<double>(located.stored.horizontal)));
-        text.Row("from the zenith",
-                 fmt::format("{:.5f} deg", kDegrees * static_cast<double>(located.stored.vertical)));
+        text.Row("range", located.stored.range > 0 ? Fixed(Metres(located.stored.range), 4) + " m"
+                                                   : std::string("no return"));
+        text.Row("horizontal", Fixed(Degrees(located.stored.horizontal), 5) + " deg");
+        text.Row("from the zenith", Fixed(Degrees(located.stored.vertical), 5) + " deg");
         if (located.stored.range > 0) {
+            const Vector3 local = ToMetres(located.stored);
             text.Row("scanner's frame", point(local));
-            text.Row("project's frame", point(world));
+            text.Row("project's frame",
+                     point(converter.GetScanInformation().registration.ToFrame().Transform(local)));
         }
         if (located.exact)
             text.Row("the point asked for",
-                     fmt::format("{}, {:.4f} m away", *located.exact ? "this very one" : "not stored",
-                                 *located.distance));
+                     *located.exact ? std::string("is stored here")
+                                    : fmt::format("is {} m from this, the nearest return in its direction",
+                                                  Fixed(*located.distance, 4)));
         if (located.offDirection)
-            text.Row("off the direction", fmt::format("{:.5f} deg", *located.offDirection));
+            text.Row("off the direction", Fixed(*located.offDirection * kDegreesPerRadian, 5) + " deg");
         return text.ToString();
     }
 

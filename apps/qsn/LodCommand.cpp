@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,15 +15,12 @@
 #include "Console.h"
 #include "Errors.h"
 #include "Interrupt.h"
-#include "Numbers.h"
 #include "OutputFile.h"
 #include "PngFile.h"
 #include "ValuePainting.h"
 #include "kxbase/UTF8.h"
-#include "kxbase/kxOutFile.h"
-#include "kxcodecs/QKXChunkCodec.h"
-#include "kxcodecs/Quantise.h"
 #include "kxio/QSNScanReader.h"
+#include "kxio/ScanAccess.h"
 
 namespace qsn {
 
@@ -34,24 +32,60 @@ struct Image {
     uint32_t height = 0;
     uint32_t elementBytes = 0;
     std::vector<unsigned char> bytes;
+    kxio::ReadReport report;  ///< of the full detail only: reduced detail leaves out what cannot be had
 };
 
 constexpr uint64_t kMostBytes = uint64_t{1} << 30;
+constexpr uint64_t kMostElements = uint64_t{1} << 27;
 
 /// `cells` at a reduction to every 2^level-th one.
 uint32_t Reduced(uint32_t cells, unsigned level) {
     return static_cast<uint32_t>((uint64_t{cells} + (uint64_t{1} << level) - 1) >> level);
 }
 
+/// A stretch of reduced patches along rows or columns, and the cells of the reduced grid that it covers.
+struct Stretch {
+    uint32_t first = 0;  ///< patch
+    uint32_t end = 0;    ///< behind the last patch
+    uint32_t cells = 0;
+};
+
+/// \param only  this patch; all without it
+/// \throws UsageError when there is no such patch
+Stretch StretchOf(const char* option, std::optional<uint32_t> only, uint32_t patches, uint32_t patchCells,
+                  uint32_t cells, unsigned level) {
+    const uint32_t count = Reduced(patches, level);
+    if (only && *only >= count)
+        throw UsageError(
+            fmt::format("{} {}: at level {} the scan has {} of them", option, *only, level, count));
+    Stretch stretch{only.value_or(0), only ? *only + 1 : count, 0};
+    const uint64_t all = Reduced(cells, level);
+    const auto edge = [&](uint32_t patch) { return std::min(uint64_t{patch} * patchCells, all); };
+    stretch.cells = static_cast<uint32_t>(edge(stretch.end) - edge(stretch.first));
+    return stretch;
+}
+
+Image EmptyImage(const Stretch& rows, const Stretch& columns, uint32_t elementBytes) {
+    Image image{columns.cells, rows.cells, elementBytes, {}, {}};
+    const uint64_t elements = uint64_t{image.width} * image.height;
+    if (elements > std::min(kMostElements, kMostBytes / std::max(1U, elementBytes)))
+        throw Failure(
+            fmt::format("{} x {} elements are too many; take a higher --level, one --row or one --column too",
+                        image.width, image.height));
+    image.bytes.resize(elements * elementBytes);
+    return image;
+}
+
 /// Puts the part of a patch that lies inside `image` into its place.
-void Place(const std::vector<unsigned char>& patch, const kxcodecs::ChunkHeaderInfo& header,
-           uint32_t firstColumn, Image& image) {
-    const uint32_t columns = std::min(header.width, image.width - std::min(image.width, firstColumn));
-    const uint32_t rows = std::min(header.height, image.height);
+void Place(const kxio::PreviewImage<unsigned char>& patch, uint64_t firstRow, uint64_t firstColumn,
+           Image& image) {
+    if (firstRow >= image.height || firstColumn >= image.width) return;
+    const uint64_t columns = std::min<uint64_t>(patch.width, image.width - firstColumn);
+    const uint64_t rows = std::min<uint64_t>(patch.height, image.height - firstRow);
     const size_t element = image.elementBytes;
-    for (uint32_t row = 0; row < rows; ++row) {
-        std::memcpy(image.bytes.data() + (size_t{row} * image.width + firstColumn) * element,
-                    patch.data() + size_t{row} * header.width * element, columns * element);
+    for (uint64_t row = 0; row < rows; ++row) {
+        std::memcpy(image.bytes.data() + ((firstRow + row) * image.width + firstColumn) * element,
+                    patch.values.data() + row * patch.width * element, columns * element);
     }
 }
 
@@ -70,15 +104,10 @@ Values ValuesOf(const Image& image) {
     return values;
 }
 
+/// One number per pixel; those of a colour only tell that it is one.
 Values ReadValues(const Image& image, kxbase::ComponentType component) {
-    Values values;
     switch (component) {
         case kxbase::Range:
-            values = ValuesOf<float>(image);
-            for (double& value : values) {
-                if (!(value > 0)) value = std::numeric_limits<double>::quiet_NaN();
-            }
-            return values;
         case kxbase::VerticalAngle:
         case kxbase::HorizontalAngle:
             return ValuesOf<float>(image);
@@ -86,24 +115,30 @@ Values ReadValues(const Image& image, kxbase::ComponentType component) {
             return ValuesOf<uint8_t>(image);
         case kxbase::Luminance16:
             return ValuesOf<uint16_t>(image);
+        case kxbase::Color:
+            return Values(size_t{image.width} * image.height);
         default:
             throw UsageError(
                 fmt::format("component {} has no picture; write it as .raw", ComponentShortName(component)));
     }
 }
 
-Picture Draw(const Image& image, kxbase::ComponentType component) {
+/// \param ranges  of the same cells; those without a return stay transparent
+Picture Draw(const Image& image, kxbase::ComponentType component, const std::optional<Image>& ranges) {
+    Values values = ReadValues(image, component);
+    for (size_t i = 0; ranges && i < values.size(); ++i) {
+        if (!(ElementOf<float>(*ranges, i) > 0)) values[i] = std::numeric_limits<double>::quiet_NaN();
+    }
     Picture picture(image.width, image.height);
     if (component == kxbase::Color) {
-        for (uint32_t y = 0; y < image.height; ++y) {
-            for (uint32_t x = 0; x < image.width; ++x) {
-                const unsigned char* p = image.bytes.data() + (size_t{y} * image.width + x) * 3;
-                picture.At(x, y) = {p[0], p[1], p[2], 255};
-            }
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (values[i] != values[i]) continue;
+            const auto color = ElementOf<kxio::Rgb8>(image, i);
+            picture.At(static_cast<uint32_t>(i % image.width), static_cast<uint32_t>(i / image.width)) = {
+                color.red, color.green, color.blue, 255};
         }
         return picture;
     }
-    const Values values = ReadValues(image, component);
     const ValueSpan span = MiddleSpan(values);
     const bool grey = component == kxbase::Luminance8 || component == kxbase::Luminance16;
     PaintValues(picture, image.width, image.height, values,
@@ -116,110 +151,99 @@ public:
     void Define(CLI::App& app) override {
         app.add_option("FILE", m_input, "The .qsn file to read")->required()->type_name("");
         app.add_option("OUT", m_output,
-                       "The .png picture to write, or .raw: the elements,\nrow by row, little-endian")
+                       "The .png picture to write, or .raw: the elements\n"
+                       "row by row, in the byte order of the machine")
             ->required()
             ->type_name("");
-        app.add_option("--component", m_component, "What to take, by name or number (default: range)")
+        app.add_option("--component", m_component,
+                       "What to take, by name or number as for preview\n"
+                       "(default: range)")
             ->type_name("NAME");
         app.add_option("--level", m_level, "Every 2^N-th cell both ways (default: 1)")
             ->check(CLI::Range(0U, 30U).description(""))
             ->type_name("N");
-        app.add_option("--row", m_row, "Row of reduced patches to take as one strip\n(default: 0)")
+        app.add_option("--row", m_row,
+                       "Only this row of reduced patches, from 0\n"
+                       "(default: the whole grid)")
             ->type_name("R");
-        app.add_option("--column", m_column, "Take only this reduced patch of the row")->type_name("C");
+        app.add_option("--column", m_column, "Only this column of reduced patches, from 0")->type_name("C");
     }
 
     void Run(const Session& session) override {
         const kxbase::ComponentType component =
             m_component.empty() ? kxbase::Range : ParseComponent(m_component);
-        const bool raw = m_output.ends_with(".raw");
-        if (!raw && !m_output.ends_with(".png"))
+        const bool raw = HasEnding(m_output, ".raw");
+        if (!raw && !HasEnding(m_output, ".png"))
             throw UsageError(fmt::format("{}: unknown ending; expected .png or .raw", m_output));
         OutputFile output(m_output, session.force, {m_input});
         const kxio::QSNScanReader reader(kxbase::Decode_UTF8(m_input), 0);
+        const kxio::ScanAccess access(reader);
         unsigned level = m_level;
-        const Image image = Fetch(reader, component, level);
+        const Image image = Fetch(access, component, level, session.threads);
         if (raw) {
-            kxbase::kxOutFile out(kxbase::Decode_UTF8(output.PartialPath()));
-            if (!out.IsOpen()) throw Failure(m_output + ": cannot be written");
-            out.Write(image.bytes.data(), image.bytes.size());
-            out.Close();
+            output.Write(image.bytes);
         } else {
-            WritePng(output.PartialPath(), Draw(image, component));
+            std::optional<Image> ranges;
+            if (component == kxbase::Range)
+                ranges = image;
+            else if (access.Has(kxbase::Range))
+                ranges = Fetch(access, kxbase::Range, level, session.threads);
+            const Picture picture = Draw(image, component, ranges);
+            output.Guard([&] { WritePng(output.PartialPath(), picture); });
         }
+        CheckInterrupt();
         output.Commit();
         if (!session.quiet)
             WriteError(fmt::format("{} -> {}\n  {}, level {}{}, {} x {} elements of {} bytes\n",
                                    Printable(m_input), Printable(m_output), ComponentShortName(component),
                                    level, level == m_level ? "" : " (the highest that this scan has)",
                                    image.width, image.height, image.elementBytes));
+        if (image.report.damaged > 0)
+            throw Failure(fmt::format("{}: {} patches could not be read and are left empty", m_input,
+                                      image.report.damaged));
     }
 
 private:
     /// \param level  in: wanted; out: used
-    Image Fetch(const kxio::QSNScanReader& reader, kxbase::ComponentType component, unsigned& level) const {
-        const kxbase::GridTopology& grid = reader.GetScanInformation().grid;
-        std::vector<unsigned char> values;
-        kxcodecs::ChunkHeaderInfo header = FetchPatch(reader, component, 0, level, values, true);
-        const uint32_t perRow = Reduced(grid.PatchesPerRow(), level);
-        const uint32_t perColumn = Reduced(grid.PatchesPerColumn(), level);
-        if (m_row >= perColumn || (m_column && *m_column >= perRow))
-            throw UsageError(
-                fmt::format("level {} has {} rows and {} columns of patches", level, perColumn, perRow));
-
-        const uint32_t first = m_column.value_or(0);
-        const uint32_t end = m_column ? *m_column + 1 : perRow;
-        const uint64_t columns = Reduced(grid.columns, level);
-        const uint64_t rows = Reduced(grid.rows, level);
-        Image image;
-        image.elementBytes = static_cast<uint32_t>(header.ElementBytes());
-        image.width = static_cast<uint32_t>(std::min(uint64_t{end} * grid.patchWidth, columns) -
-                                            std::min(uint64_t{first} * grid.patchWidth, columns));
-        image.height = static_cast<uint32_t>(std::min((uint64_t{m_row} + 1) * grid.patchHeight, rows) -
-                                             std::min(uint64_t{m_row} * grid.patchHeight, rows));
-        const uint64_t elements = uint64_t{image.width} * image.height;
-        if (elements > kMostBytes / std::max(1U, image.elementBytes))
-            throw Failure(
-                fmt::format("a strip of {} x {} elements is too large; take a higher --level or one --column",
-                            image.width, image.height));
-        image.bytes.resize(elements * image.elementBytes);
-        for (uint32_t column = first; column < end; ++column) {
-            CheckInterrupt();
-            header = FetchPatch(reader, component, column, level, values, false);
-            if (header.ElementBytes() != image.elementBytes) continue;  // stays zero
-            Place(values, header, (column - first) * grid.patchWidth, image);
+    Image Fetch(const kxio::ScanAccess& access, kxbase::ComponentType component, unsigned& level,
+                unsigned threads) const {
+        const uint32_t elementBytes = access.ElementBytes(component);
+        kxio::PreviewImage<unsigned char> patch;
+        const uint32_t firstRow = m_row.value_or(0);
+        const uint32_t firstColumn = m_column.value_or(0);
+        // The first patch tells the level that the scan has.
+        if (level > 0)
+            patch = access.ReadReducedPatchBytes(component, firstRow, firstColumn, elementBytes, level);
+        const kxbase::GridTopology& grid = access.Grid();
+        const Stretch rows =
+            StretchOf("--row", m_row, grid.PatchesPerColumn(), grid.patchHeight, grid.rows, level);
+        const Stretch columns =
+            StretchOf("--column", m_column, grid.PatchesPerRow(), grid.patchWidth, grid.columns, level);
+        Image image = EmptyImage(rows, columns, elementBytes);
+        if (level == 0) {
+            const kxio::PatchRect rect{rows.first * grid.patchHeight, columns.first * grid.patchWidth,
+                                       rows.cells, columns.cells};
+            image.report = access.ReadRectBytes(component, rect, elementBytes, image.bytes,
+                                                {kxio::MissingPatches::ZeroUnreadable, threads});
+            return image;
+        }
+        for (uint32_t row = rows.first; row < rows.end; ++row) {
+            for (uint32_t column = columns.first; column < columns.end; ++column) {
+                CheckInterrupt();
+                if (row != rows.first || column != columns.first)
+                    patch = access.ReadReducedPatchBytes(component, row, column, elementBytes, level);
+                Place(patch, uint64_t{row - rows.first} * grid.patchHeight,
+                      uint64_t{column - columns.first} * grid.patchWidth, image);
+            }
         }
         return image;
-    }
-
-    /// One decoded patch. A stored patch that the file does not hold is left empty, as at every other level.
-    kxcodecs::ChunkHeaderInfo FetchPatch(const kxio::QSNScanReader& reader, kxbase::ComponentType component,
-                                         uint32_t column, unsigned& level, std::vector<unsigned char>& values,
-                                         bool mustExist) const {
-        std::vector<unsigned char> chunk;
-        kxcodecs::ChunkHeaderInfo header;
-        try {
-            reader.GetPatchCompressed(m_row, column, chunk, component, level, false);
-        } catch (const kxbase::KXUnreadablePatchException&) {
-            if (mustExist) throw;
-            return header;
-        }
-        if (kxcodecs::QKXChunkCodec::DecodeChunk(chunk, header, values) != kxcodecs::DecodeStatus::Decoded) {
-            if (mustExist)
-                throw kxbase::KXUnreadablePatchException(
-                    "Patch cannot be decoded",
-                    {m_input, fmt::format("patch ({}, {})", m_row, column), {}, {}, {}});
-            return {};
-        }
-        kxcodecs::Dequantise(values, header.ElementBytes(), header.step);
-        return header;
     }
 
     std::string m_input;
     std::string m_output;
     std::string m_component;
     unsigned m_level = 1;
-    uint32_t m_row = 0;
+    std::optional<uint32_t> m_row;
     std::optional<uint32_t> m_column;
 };
 

@@ -20,6 +20,12 @@ std::optional<T> ParseWhole(std::string_view text) {
     return value;
 }
 
+std::string_view WithoutBlanks(std::string_view text) {
+    const size_t first = text.find_first_not_of(' ');
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
 /// Three figures at most, without a fraction of zeros.
 std::string ThreeFigures(double number) {
     if (number < 10) return fmt::format("{:.2f}", number);
@@ -71,6 +77,34 @@ std::optional<double> ParseNumber(std::string_view text) {
 
 std::optional<uint32_t> ParseCount(std::string_view text) {
     return ParseWhole<uint32_t>(text);
+}
+
+std::optional<std::vector<double>> ParseNumbers(std::string_view text, size_t count) {
+    std::vector<double> numbers;
+    for (size_t start = 0; start <= text.size();) {
+        const size_t end = std::min(text.find(',', start), text.size());
+        const auto number = ParseNumber(WithoutBlanks(text.substr(start, end - start)));
+        if (!number || !std::isfinite(*number) || numbers.size() == count) return std::nullopt;
+        numbers.push_back(*number);
+        start = end + 1;
+    }
+    if (numbers.size() != count) return std::nullopt;
+    return numbers;
+}
+
+std::optional<std::pair<uint32_t, uint32_t>> ParsePlace(std::string_view text) {
+    const size_t comma = text.find(',');
+    if (comma == std::string_view::npos) return std::nullopt;
+    const auto row = ParseCount(WithoutBlanks(text.substr(0, comma)));
+    const auto column = ParseCount(WithoutBlanks(text.substr(comma + 1)));
+    if (!row || !column) return std::nullopt;
+    return std::pair(*row, *column);
+}
+
+std::string Fixed(double value, int decimals) {
+    std::string text = fmt::format("{:.{}f}", value, decimals);
+    if (text.starts_with('-') && text.find_first_not_of("-0.") == std::string::npos) text.erase(0, 1);
+    return text;
 }
 
 std::optional<std::pair<uint32_t, uint32_t>> ParseSize(std::string_view text) {

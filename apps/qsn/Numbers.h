@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace qsn {
 
@@ -25,6 +26,15 @@ std::string ShortDuration(double seconds);
 /// whatever the locale.
 std::optional<double> ParseNumber(std::string_view text);
 std::optional<uint32_t> ParseCount(std::string_view text);
+
+/// `count` finite numbers with commas between them; blanks around a number do not matter.
+std::optional<std::vector<double>> ParseNumbers(std::string_view text, size_t count);
+
+/// "R,C": a row and a column, each from 0.
+std::optional<std::pair<uint32_t, uint32_t>> ParsePlace(std::string_view text);
+
+/// With so many decimals, never "-0.00".
+std::string Fixed(double value, int decimals);
 
 /// "WxH" with two counts of at least 1.
 std::optional<std::pair<uint32_t, uint32_t>> ParseSize(std::string_view text);

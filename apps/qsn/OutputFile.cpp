@@ -3,11 +3,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 #include <system_error>
 
 #include "Errors.h"
+#include "kxbase/UTF8.h"
+#include "kxbase/kxOutFile.h"
 
 namespace qsn {
 
@@ -40,6 +43,13 @@ std::string ToUtf8(const fs::path& path) {
 bool IsSameFile(const std::string& one, const std::string& other) {
     std::error_code ignored;  // a name that leads nowhere is not the same file
     return fs::equivalent(ToPath(one), ToPath(other), ignored);
+}
+
+bool HasEnding(const std::string& path, std::string_view ending) {
+    // ASCII only: endings are, and the locale must not matter.
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return path.size() >= ending.size() && std::equal(ending.rbegin(), ending.rend(), path.rbegin(),
+                                                      [&](char a, char b) { return lower(a) == lower(b); });
 }
 
 void RequireOutputAllowed(const std::string& path, bool force, const std::vector<std::string>& inputs) {
@@ -80,6 +90,15 @@ void OutputFile::RethrowWithPath(const kxbase::KXException& error) const {
     const size_t at = text.find(m_partialPath);
     if (at == std::string::npos) return;
     throw Failure(text.replace(at, m_partialPath.size(), m_path));
+}
+
+void OutputFile::Write(std::span<const unsigned char> bytes) const {
+    Guard([&] {
+        kxbase::kxOutFile out(kxbase::Decode_UTF8(m_partialPath));
+        if (!out.IsOpen()) throw Failure(m_path + ": cannot be written");
+        out.Write(bytes.data(), bytes.size());
+        out.Close();
+    });
 }
 
 void OutputFile::Commit() {

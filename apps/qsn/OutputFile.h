@@ -2,7 +2,9 @@
 #pragma once
 
 #include <filesystem>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kxbase/Exceptions.h"
@@ -15,6 +17,9 @@ std::string ToUtf8(const std::filesystem::path& path);
 
 /// True when both names lead to one existing file.
 bool IsSameFile(const std::string& one, const std::string& other);
+
+/// True when the path ends with `ending` (".png"), in upper or lower case.
+bool HasEnding(const std::string& path, std::string_view ending);
 
 /// Refuses an output before any work is done.
 /// \param path    the name asked for, UTF-8
@@ -38,6 +43,8 @@ public:
     const std::string& Path() const { return m_path; }
     /// Where to write; has the same extension as the path.
     const std::string& PartialPath() const { return m_partialPath; }
+    /// Makes `bytes` the content. \throws Failure when they cannot be written
+    void Write(std::span<const unsigned char> bytes) const;
     /// Gives the file its name. \throws Failure
     void Commit();
     /// Gives the file another name of the same folder instead. \throws as RequireOutputAllowed

@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <limits>
-#include <numbers>
 #include <utility>
 
 #include "ColorMap.h"
 #include "ComponentNames.h"
 #include "Errors.h"
 #include "LayerSampler.h"
+#include "Units.h"
 #include "ValuePainting.h"
 
 namespace qsn {
@@ -33,9 +33,8 @@ struct ScaledComponent {
     const char* title;
 };
 
-constexpr double kDegreesPerRadian = 180 / std::numbers::pi;
 constexpr ScaledComponent kScaledComponents[] = {
-    {kxbase::Range, 1e-3, "range in m"},
+    {kxbase::Range, kMetresPerUnit, "range in m"},
     {kxbase::VerticalAngle, kDegreesPerRadian, "from the zenith in deg"},
     {kxbase::HorizontalAngle, kDegreesPerRadian, "horizontal angle in deg"},
 };

@@ -2,12 +2,12 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <list>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "Commands.h"
 #include "Console.h"
 #include "Errors.h"
+#include "JsonOutput.h"
 #include "OutputFile.h"
 #include "kxbase/UTF8.h"
 #include "kxio/QSNInfo.h"
@@ -15,8 +15,6 @@
 namespace qsn {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 Json Names(const std::list<std::wstring>& paths) {
     Json names = Json::array();
@@ -35,7 +33,11 @@ std::string Lines(const char* title, const std::list<std::wstring>& paths) {
 class PartsCommand : public Command {
 public:
     void Define(CLI::App& app) override {
-        app.add_option("FILE", m_input, "A file of the set; none is opened")->required()->type_name("");
+        app.add_option("FILE", m_input,
+                       "A file of the set; what belongs to it is told\n"
+                       "by the names, no file is opened")
+            ->required()
+            ->type_name("");
         app.add_flag("--json", m_json, "JSON of the schema qsn.parts, version 1");
     }
 
@@ -46,15 +48,17 @@ public:
         const std::wstring path = kxbase::Decode_UTF8(m_input);
         const auto dependencies = kxio::QSNInfo::GetAllDependencyFileList(path);
         const auto parts = kxio::QSNInfo::GetQSNtoMergeList(path);
+        const bool mergeNeeded = kxio::QSNInfo::IsMergeNeeded(path);
         if (m_json) {
-            const Json json{{"schema", "qsn.parts"}, {"version", 1},
-                            {"file", m_input},       {"dependencies", Names(dependencies)},
-                            {"parts", Names(parts)}, {"mergeNeeded", kxio::QSNInfo::IsMergeNeeded(path)}};
-            WriteOutput(json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+            Json json = JsonDocument("qsn.parts", 1, m_input);
+            json["dependencies"] = Names(dependencies);
+            json["parts"] = Names(parts);
+            json["mergeNeeded"] = mergeNeeded;
+            WriteOutput(JsonText(json));
             return;
         }
-        WriteOutput(Lines("Files of the set:", dependencies) + Lines("Parts to merge:", parts) +
-                    "Merge needed: " + (parts.empty() ? "no" : "yes") + "\n");
+        WriteOutput(Lines("Other files of the set:", dependencies) + Lines("Parts to merge:", parts) +
+                    "Merge needed: " + (mergeNeeded ? "yes" : "no") + "\n");
     }
 
 private:

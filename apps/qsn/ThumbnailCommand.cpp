@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -14,7 +13,6 @@
 #include "PngFile.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
-#include "kxbase/kxOutFile.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ThumbnailEdit.h"
 
@@ -25,21 +23,17 @@ namespace {
 /// A thumbnail is a small picture; more than this is some other file by mistake.
 constexpr uint64_t kMostBytes = 64 << 20;
 
-bool HasEnding(const std::string& path, const std::string& ending) {
-    std::string tail = path.size() < ending.size() ? "" : path.substr(path.size() - ending.size());
-    std::transform(tail.begin(), tail.end(), tail.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return tail == ending;
-}
-
 class ThumbnailCommand : public Command {
 public:
     void Define(CLI::App& app) override {
         app.add_option("FILE", m_input, "The .qsn file")->required()->type_name("");
-        app.add_option("OUT", m_output, "Where to put it: .jpg (as stored) or .png")->type_name("");
+        app.add_option("OUT", m_output,
+                       "Where to put it: .jpg, byte for byte as stored,\n"
+                       "or .png")
+            ->type_name("");
         app.add_option("--set", m_newImage,
-                       "Store this JPEG file as the scan's thumbnail\n"
-                       "instead")
+                       "Fetch nothing; store this JPEG file as the\n"
+                       "thumbnail, appended to FILE")
             ->type_name("JPEG");
     }
 
@@ -71,12 +65,9 @@ private:
                     picture.At(x, y) = {p[0], p[1], p[2], 255};
                 }
             }
-            WritePng(output.PartialPath(), picture);
+            output.Guard([&] { WritePng(output.PartialPath(), picture); });
         } else {
-            kxbase::kxOutFile out(kxbase::Decode_UTF8(output.PartialPath()));
-            if (!out.IsOpen()) throw Failure(m_output + ": cannot be written");
-            out.Write(jpeg.data(), jpeg.size());
-            out.Close();
+            output.Write(jpeg);
         }
         output.Commit();
         return fmt::format("{} -> {}\n  {} x {} pixels\n", Printable(m_input), Printable(m_output), width,

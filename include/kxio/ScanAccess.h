@@ -187,6 +187,21 @@ public:
         return {bytes.width, bytes.height, ToValues<T>(bytes.values)};
     }
 
+    /// One patch at a reduced level of detail: every 2^level-th value of both directions, of the 2^level x
+    /// 2^level patches from patch row `patchRow << level` and patch column `patchColumn << level` on, as one
+    /// image of patchWidth x patchHeight values. Source patches outside the grid and those that cannot be had
+    /// are zeros, and so is what lies between their images where the patch size is no multiple of 2^level.
+    /// \param level  in: wanted; out: used, which is lower where the scan has too few patches
+    /// \throws KXWrongDataSizeofException "Cannot sample on non square patch"
+    template <class T>
+    PreviewImage<T> ReadReducedPatch(kxbase::ComponentType component, uint32_t patchRow, uint32_t patchColumn,
+                                     unsigned& level) const {
+        static_assert(std::is_trivially_copyable_v<T>);
+        const PreviewImage<unsigned char> bytes =
+            ReadReducedPatchBytes(component, patchRow, patchColumn, sizeof(T), level);
+        return {bytes.width, bytes.height, ToValues<T>(bytes.values)};
+    }
+
     // The same with the element size as a number, for callers without types.
 
     /// \param out  rect.CellCount() x elementBytes bytes
@@ -198,6 +213,10 @@ public:
     /// Width and height count elements, here and below.
     PreviewImage<unsigned char> ReadStoredPatchBytes(kxbase::ComponentType component, uint32_t patchRow,
                                                      uint32_t patchColumn, uint32_t elementBytes) const;
+    /// One patch at a reduced level of detail.
+    PreviewImage<unsigned char> ReadReducedPatchBytes(kxbase::ComponentType component, uint32_t patchRow,
+                                                      uint32_t patchColumn, uint32_t elementBytes,
+                                                      unsigned& level) const;
     /// The stored preview.
     PreviewImage<unsigned char> ReadPreviewBytes(kxbase::ComponentType component,
                                                  uint32_t elementBytes) const;

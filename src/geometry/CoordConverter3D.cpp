@@ -22,6 +22,18 @@ namespace {
     throw kxbase::KXBadInputException("Coordinate not found", {{}, "scan grid", {}, {}, detail});
 }
 
+// After a search around `centre`, which looked for a cell that `wanted`.
+[[noreturn]] void ThrowNotFound(const kxbase::GridTopology& grid, const ImageCoordinates& centre,
+                                const std::string& wanted) {
+    const std::string place =
+        "row " + std::to_string(centre.row) + ", column " + std::to_string(centre.column);
+    const bool inside = centre.row >= 0 && centre.column >= 0 && uint64_t(centre.row) < grid.rows &&
+                        uint64_t(centre.column) < grid.columns;
+    if (inside) ThrowNotFound("no cell around " + place + " " + wanted);
+    ThrowNotFound(place + " is outside the grid of " + std::to_string(grid.rows) + " rows and " +
+                  std::to_string(grid.columns) + " columns, and no cell near by " + wanted);
+}
+
 QSNIndexCoordinates ToIndexCoordinates(const kxbase::GridTopology& grid, const QSNCoordinates& cell) {
     return {
         grid.PatchesPerRow() * static_cast<uint32_t>(cell.patchRow) + static_cast<uint32_t>(cell.patchColumn),
@@ -124,8 +136,7 @@ QSNIndexCoordinates CoordConverter3D::GetClosestQSNCoordinate(const XYZPoint& po
         const QSNCoordinates cell = ToPatchCoordinates(grid, image);
         if (IsSamePoint(GetPoint(cell), polar)) return ToIndexCoordinates(grid, cell);
     }
-    ThrowNotFound("no cell around row " + std::to_string(centre->row) + ", column " +
-                  std::to_string(centre->column) + " stores this point");
+    ThrowNotFound(grid, *centre, "stores this point");
 }
 
 QSNIndexCoordinates CoordConverter3D::GetClosestValidQSNCoordinate(const kxbase::Angles& direction) const {
@@ -146,8 +157,7 @@ QSNIndexCoordinates CoordConverter3D::GetClosestValidQSNCoordinate(const kxbase:
         }
     }
     if (best == std::numeric_limits<float>::max()) {
-        ThrowNotFound("no cell around row " + std::to_string(centre->row) + ", column " +
-                      std::to_string(centre->column) + " has a return");
+        ThrowNotFound(grid, *centre, "has a return");
     }
     return ToIndexCoordinates(grid, winner);
 }

@@ -254,6 +254,20 @@ PreviewImage<unsigned char> ScanAccess::ReadStoredPatchBytes(ComponentType compo
     }
 }
 
+PreviewImage<unsigned char> ScanAccess::ReadReducedPatchBytes(ComponentType component, uint32_t patchRow,
+                                                              uint32_t patchColumn, uint32_t elementBytes,
+                                                              unsigned& level) const {
+    RequireComponent(component);
+    RequireElementBytes(component, elementBytes);
+    const kxbase::GridTopology& grid = Grid();
+    // Before the memory is taken.
+    m_reader->RequireSamplable(m_reader->LinearIndex(patchRow, patchColumn), component, elementBytes);
+    PreviewImage<unsigned char> image{grid.patchWidth, grid.patchHeight, {}};
+    image.values.resize(uint64_t{grid.patchWidth} * grid.patchHeight * elementBytes);
+    m_reader->GetPatch(patchRow, patchColumn, image.values.data(), elementBytes, component, level, false);
+    return image;
+}
+
 PreviewImage<unsigned char> ScanAccess::ReadPreviewBytes(ComponentType component,
                                                          uint32_t elementBytes) const {
     RequireElementBytes(component, elementBytes);

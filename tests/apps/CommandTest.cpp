@@ -25,6 +25,25 @@ void ImportSmall(const TemporaryFolder& folder, const std::string& name) {
     ASSERT_EQ(result.exitCode, 0) << result.err;
 }
 
+/// Every command that opens a scan; outputs are out.* and may be replaced.
+std::vector<Arguments> ReadingLines(const std::string& scan) {
+    return {{"info", scan},
+            {"preview", "-f", scan, "out.png"},
+            {"export", "-f", scan, "out.ply"},
+            {"edit", "--dry-run", "--message", "checked", scan},
+            {"thumbnail", "-f", scan, "out.jpg"},
+            {"locate", "--cell", "3,5", scan},
+            {"bbox", scan},
+            {"lod", "-f", scan, "out.raw"},
+            {"histogram", scan}};
+}
+
+/// No output was left.
+void ExpectNoOutput(const TemporaryFolder& folder) {
+    for (const std::string& name : folder.Names())
+        EXPECT_FALSE(name.starts_with("out.")) << name;
+}
+
 TEST(QsnCommand, HelpNamesEverySubcommand) {
     const ProgramResult result = RunQsn({"--help"});
     EXPECT_EQ(result.exitCode, 0);
@@ -103,15 +122,14 @@ TEST(QsnCommand, WrongUsageExitsWithTwoAndSaysWhy) {
 
 TEST(QsnCommand, AMissingInputIsNamed) {
     const TemporaryFolder folder;
-    const std::vector<Arguments> lines = {{"import", "missing.ptx", "out.qsn"},
-                                          {"info", "missing.qsn"},
-                                          {"preview", "missing.qsn", "out.png"},
-                                          {"export", "missing.qsn", "out.ply"}};
+    std::vector<Arguments> lines = ReadingLines("missing.qsn");
+    lines.push_back({"import", "missing.ptx", "out.qsn"});
+    lines.push_back({"parts", "missing.qsn"});
     for (const Arguments& line : lines) {
         const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
         EXPECT_EQ(result.exitCode, 1) << line[0];
         EXPECT_EQ(result.out, "") << line[0];
-        EXPECT_TRUE(Contains(result.err, line[1])) << result.err;
+        EXPECT_TRUE(Contains(result.err, "missing.")) << line[0] << "\n" << result.err;
         EXPECT_FALSE(Contains(result.err, "internal error")) << result.err;
     }
     EXPECT_EQ(folder.Names(), Arguments{});
@@ -123,16 +141,14 @@ TEST(QsnCommand, FilesThatAreNoScansAreRefusedByName) {
     folder.Write("empty.qsn", "");
     std::filesystem::create_directory(folder.Path() / "folder.qsn");
     for (const std::string name : {"text.qsn", "empty.qsn", "folder.qsn"}) {
-        for (const Arguments& line : {Arguments{"info", name}, Arguments{"preview", name, "out.png"},
-                                      Arguments{"export", name, "out.ply"}}) {
+        for (const Arguments& line : ReadingLines(name)) {
             const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
             EXPECT_EQ(result.exitCode, 1) << line[0] << " " << name;
             EXPECT_EQ(result.out, "");
             EXPECT_TRUE(Contains(result.err, name)) << result.err;
         }
     }
-    EXPECT_FALSE(folder.Has("out.png"));
-    EXPECT_FALSE(folder.Has("out.ply"));
+    ExpectNoOutput(folder);
 }
 
 TEST(QsnCommand, ATruncatedScanIsRefusedWithFileAndByte) {
@@ -142,17 +158,14 @@ TEST(QsnCommand, ATruncatedScanIsRefusedWithFileAndByte) {
     for (const double share : {0.001, 0.01, 0.3, 0.6}) {
         const auto length = static_cast<size_t>(share * static_cast<double>(whole.size()));
         folder.Write("cut.qsn", whole.substr(0, length));
-        for (const Arguments& line :
-             {Arguments{"info", "cut.qsn"}, Arguments{"preview", "cut.qsn", "out.png"},
-              Arguments{"export", "cut.qsn", "out.ply"}}) {
+        for (const Arguments& line : ReadingLines("cut.qsn")) {
             const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
             EXPECT_EQ(result.exitCode, 1) << line[0] << " " << length;
             EXPECT_TRUE(Contains(result.err, "cut.qsn")) << result.err;
             EXPECT_TRUE(Contains(result.err, "byte ")) << result.err;
         }
     }
-    EXPECT_FALSE(folder.Has("out.png"));
-    EXPECT_FALSE(folder.Has("out.ply"));
+    ExpectNoOutput(folder);
 }
 
 TEST(QsnCommand, DamageAnywhereEndsInAnAnswerOrAnError) {
@@ -165,9 +178,7 @@ TEST(QsnCommand, DamageAnywhereEndsInAnAnswerOrAnError) {
         std::string damaged = whole;
         damaged[place] = static_cast<char>(damaged[place] ^ 0xff);
         folder.Write("damaged.qsn", damaged);
-        for (const Arguments& line :
-             {Arguments{"info", "damaged.qsn"}, Arguments{"preview", "-f", "damaged.qsn", "out.png"},
-              Arguments{"export", "-f", "damaged.qsn", "out.ply"}}) {
+        for (const Arguments& line : ReadingLines("damaged.qsn")) {
             const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
             EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 1)
                 << line[0] << ", byte " << place << ": " << result.exitCode << " " << result.err;
@@ -181,7 +192,9 @@ TEST(QsnCommand, ExistingOutputsNeedForce) {
     ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
     const std::vector<Arguments> lines = {{"import", "source.ptx", "out.qsn"},
                                           {"preview", "scan.qsn", "out.png"},
-                                          {"export", "scan.qsn", "out.ply"}};
+                                          {"export", "scan.qsn", "out.ply"},
+                                          {"thumbnail", "scan.qsn", "out.jpg"},
+                                          {"lod", "scan.qsn", "out.raw"}};
     for (const Arguments& line : lines) {
         folder.Write(line[2], "mine");
         ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
@@ -243,8 +256,16 @@ TEST(QsnCommand, ALocaleWithADecimalCommaChangesNothing) {
     EXPECT_EQ(RunShellLine("locale decimal_point", comma).out, ",\n");
     EXPECT_EQ(RunQsn({"import", "source.ptx", "comma.qsn", "--scale", "range=0.5"}, comma).exitCode, 0);
     EXPECT_EQ(RunQsn({"import", "source.ptx", "plain.qsn", "--scale", "range=0.5"}, plain).exitCode, 0);
-    for (const Arguments& line : {Arguments{"info", "scan.qsn"}, Arguments{"info", "--json", "scan.qsn"}})
-        EXPECT_EQ(RunQsn(line, comma).out, RunQsn(line, plain).out);
+    for (const Arguments& line :
+         {Arguments{"info", "scan.qsn"}, Arguments{"info", "--json", "scan.qsn"},
+          Arguments{"bbox", "scan.qsn"}, Arguments{"bbox", "--json", "scan.qsn"},
+          Arguments{"locate", "--cell", "3,5", "scan.qsn"},
+          Arguments{"locate", "--direction", "40.5,90.5", "scan.qsn"}, Arguments{"histogram", "scan.qsn"},
+          Arguments{"edit", "--dry-run", "--registration", "1,0,0,0,1,0,0,0,1,0.5,0,0", "scan.qsn"}}) {
+        const ProgramResult expected = RunQsn(line, plain);
+        EXPECT_EQ(expected.exitCode, 0) << expected.err;
+        EXPECT_EQ(RunQsn(line, comma).out, expected.out);
+    }
     for (const std::string ending : {".xyz", ".ptx"}) {
         EXPECT_EQ(RunQsn({"export", "comma.qsn", "comma" + ending}, comma).exitCode, 0);
         EXPECT_EQ(RunQsn({"export", "plain.qsn", "plain" + ending}, plain).exitCode, 0);
@@ -259,11 +280,14 @@ TEST(QsnCommand, DataGoesToStandardOutputAndNothingElse) {
     const ProgramResult import = RunQsn({"import", "source.ptx", "scan.qsn"}, options);
     EXPECT_EQ(import.out, "");
     EXPECT_TRUE(Contains(import.err, "40 x 30 cells"));
-    EXPECT_EQ(RunQsn({"preview", "scan.qsn", "out.png"}, options).out, "");
-    EXPECT_EQ(RunQsn({"export", "scan.qsn", "out.ply"}, options).out, "");
-    const ProgramResult info = RunQsn({"info", "scan.qsn"}, options);
-    EXPECT_FALSE(info.out.empty());
-    EXPECT_EQ(info.err, "");
+    for (const Arguments& line : ReadingLines("scan.qsn")) {
+        const ProgramResult result = RunQsn(line, options);
+        EXPECT_EQ(result.exitCode, 0) << line[0] << " " << result.err;
+        // Those that write a file report; the others answer.
+        const bool writes = line[1] == "-f";
+        EXPECT_EQ(result.out.empty(), writes) << line[0];
+        EXPECT_EQ(result.err.empty(), !writes) << line[0];
+    }
 }
 
 TEST(QsnCommand, QuietSaysNothing) {
@@ -272,7 +296,11 @@ TEST(QsnCommand, QuietSaysNothing) {
     const ProgramOptions options{folder.Path(), {}, false};
     for (const Arguments& line : {Arguments{"import", "-q", "source.ptx", "scan.qsn"},
                                   Arguments{"preview", "-q", "scan.qsn", "out.png"},
-                                  Arguments{"export", "--quiet", "scan.qsn", "out.ply"}}) {
+                                  Arguments{"export", "--quiet", "scan.qsn", "out.ply"},
+                                  Arguments{"thumbnail", "-q", "scan.qsn", "out.jpg"},
+                                  Arguments{"thumbnail", "-q", "--set", "out.jpg", "scan.qsn"},
+                                  Arguments{"lod", "-q", "scan.qsn", "out.raw"},
+                                  Arguments{"edit", "-q", "--message", "checked", "scan.qsn"}}) {
         const ProgramResult result = RunQsn(line, options);
         EXPECT_EQ(result.exitCode, 0) << result.err;
         EXPECT_EQ(result.out + result.err, "") << line[0];
@@ -286,7 +314,7 @@ TEST(QsnCommand, AnOutputThatDoesNotFitIsNamedAndLeavesNothing) {
     const Arguments before = folder.Names();
     for (const Arguments& line :
          {Arguments{"import source.ptx", "out.qsn"}, Arguments{"preview scan.qsn", "out.png"},
-          Arguments{"export scan.qsn", "out.ply"}}) {
+          Arguments{"export scan.qsn", "out.ply"}, Arguments{"lod scan.qsn", "out.raw"}}) {
         // Files end at 4 KiB here, as on a full disk.
         const ProgramResult result = RunShellLine(
             "trap '' XFSZ; ulimit -f 8; exec qsn " + line[0] + " " + line[1], {folder.Path(), {}, false});

@@ -24,6 +24,7 @@ void Prepare(const TemporaryFolder& folder, bool withScan) {
     ASSERT_EQ(RunShellLine("gzip -c scan.ptx > scan.ptx.gz", here).exitCode, 0);
     if (!withScan) return;
     ASSERT_EQ(RunQsn({"import", "-q", "scan.ptx", "scan.qsn"}, here).exitCode, 0);
+    ASSERT_EQ(RunQsn({"thumbnail", "-q", "scan.qsn", "photo.jpg"}, here).exitCode, 0);
     const std::string whole = folder.Read("scan.qsn");
     folder.Write("broken.qsn", whole.substr(0, whole.size() - 300));
 }

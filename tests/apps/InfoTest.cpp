@@ -2,52 +2,21 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <nlohmann/json.hpp>
 #include <set>
 
-#include "RunProgram.h"
-#include "SamplePtx.h"
-#include "TemporaryFolder.h"
+#include "DocumentedKeys.h"
+#include "ImportedScan.h"
 
 namespace qsn {
 namespace {
 
 using Json = nlohmann::json;
 
-class Info : public testing::Test {
+class Info : public ImportedScan {
 protected:
-    void SetUp() override {
-        m_folder.Write("source.ptx", MakeSmallPtx());
-        const ProgramResult import =
-            RunQsn({"import", "-q", "--patch", "16", "source.ptx", "scan.qsn"}, Here());
-        ASSERT_EQ(import.exitCode, 0) << import.err;
-    }
-    ProgramOptions Here() const { return {m_folder.Path(), {}, false}; }
-    Json ReadJson() const {
-        const ProgramResult result = RunQsn({"info", "--json", "scan.qsn"}, Here());
-        EXPECT_EQ(result.exitCode, 0) << result.err;
-        return Json::parse(result.out);
-    }
-
-    TemporaryFolder m_folder;
+    void SetUp() override { Import(MakeSmallPtx(), {"--patch", "16"}); }
+    Json ReadJson() const { return OutputJson({"info", "scan.qsn"}); }
 };
-
-/// "grid.columns", "components[].codec": every key of the document. Arrays of plain values end the path.
-void CollectKeys(const Json& json, const std::string& prefix, std::set<std::string>& keys) {
-    for (const auto& [key, value] : json.items()) {
-        const std::string name = prefix.empty() ? key : prefix + "." + key;
-        if (value.is_object()) {
-            CollectKeys(value, name, keys);
-        } else if (value.is_array() && !value.empty() && value[0].is_object()) {
-            for (const Json& element : value)
-                CollectKeys(element, name + "[]", keys);
-        } else {
-            keys.insert(name);
-        }
-    }
-}
 
 TEST_F(Info, JsonNamesItsSchema) {
     const Json json = ReadJson();
@@ -106,35 +75,7 @@ TEST_F(Info, JsonTellsEveryComponentAndItsSize) {
 }
 
 TEST_F(Info, JsonHasExactlyTheDocumentedKeys) {
-    std::set<std::string> present;
-    CollectKeys(ReadJson(), "", present);
-    // The guide lists each key in a table row: | `key` | ...
-    std::ifstream guide(KXIO_SOURCE_DIR "/docs/guide-qsn.md");
-    const std::string text((std::istreambuf_iterator<char>(guide)), {});
-    const size_t begin = text.find("## JSON of `qsn info`");
-    ASSERT_NE(begin, std::string::npos);
-    const std::string section = text.substr(begin, text.find("\n## ", begin + 1) - begin);
-    std::set<std::string> documented;
-    std::set<std::string> sometimesNull;
-    const std::string rowStart = "\n| `";
-    for (size_t at = section.find(rowStart); at != std::string::npos; at = section.find(rowStart, at + 1)) {
-        const size_t key = at + rowStart.size();
-        documented.insert(section.substr(key, section.find('`', key) - key));
-    }
-    // An object that is null has none of its keys; the guide lists both.
-    for (const std::string& key : documented) {
-        const size_t dot = key.rfind('.');
-        if (dot != std::string::npos && present.count(key.substr(0, dot)) != 0) sometimesNull.insert(key);
-        const bool isObject =
-            std::any_of(documented.begin(), documented.end(),
-                        [&](const std::string& other) { return other.starts_with(key + "."); });
-        if (isObject && present.count(key) == 0) sometimesNull.insert(key);
-    }
-    for (const std::string& key : present)
-        EXPECT_EQ(documented.count(key), 1U) << key << " is not documented";
-    for (const std::string& key : documented)
-        EXPECT_TRUE(present.count(key) == 1 || sometimesNull.count(key) == 1)
-            << key << " is documented but not there";
+    ExpectDocumentedKeys({ReadJson()}, "## JSON of `qsn info`");
 }
 
 TEST_F(Info, TextTellsTheSameForPeople) {

@@ -48,6 +48,29 @@ TEST(Numbers, OnlyWholeTextsAreNumbers) {
         EXPECT_FALSE(ParseCount(text)) << text;
 }
 
+TEST(Numbers, ListsHaveExactlyTheirCountOfFiniteNumbers) {
+    EXPECT_EQ(ParseNumbers("1,-2.5, 3e2 ", 3), (std::vector<double>{1, -2.5, 300}));
+    EXPECT_EQ(ParseNumbers("7", 1), std::vector<double>{7});
+    for (const char* text :
+         {"", ",", "1,2", "1,2,3,4", "1,2,", ",1,2", "1,,3", "1,2,x", "1,2,nan", "inf,2,3", "1;2;3"})
+        EXPECT_FALSE(ParseNumbers(text, 3)) << text;
+}
+
+TEST(Numbers, PlacesAreTwoCountsFromZero) {
+    EXPECT_EQ(ParsePlace("0,17"), std::pair(0U, 17U));
+    EXPECT_EQ(ParsePlace("3, 4"), std::pair(3U, 4U));
+    for (const char* text : {"", "3", "3,", ",4", "-1,4", "1.5,2", "1,2,3"})
+        EXPECT_FALSE(ParsePlace(text)) << text;
+}
+
+TEST(Numbers, FixedDecimalsAreNeverNegativeZero) {
+    EXPECT_EQ(Fixed(1.23456, 4), "1.2346");
+    EXPECT_EQ(Fixed(-1.23456, 2), "-1.23");
+    EXPECT_EQ(Fixed(-0.0, 4), "0.0000");
+    EXPECT_EQ(Fixed(-0.00001, 4), "0.0000");
+    EXPECT_EQ(Fixed(-0.00006, 4), "-0.0001");
+}
+
 TEST(Numbers, SizesAreTwoCountsFromOne) {
     EXPECT_EQ(ParseSize("800x400"), std::pair(800U, 400U));
     for (const char* text : {"", "800", "800x", "x400", "0x400", "800x0", "800*400", "800x400x2", "-1x4"})

@@ -28,6 +28,23 @@ TEST(OutputFile, AppearsUnderItsNameOnlyWhenCommitted) {
     EXPECT_EQ(folder.Read("out.png"), "done");
 }
 
+TEST(OutputFile, TakesBytesAsTheyAre) {
+    const TemporaryFolder folder;
+    OutputFile output(folder.File("out.raw"), false, {});
+    const std::vector<unsigned char> bytes = {0, '\r', '\n', 255};
+    output.Write(bytes);
+    output.Commit();
+    EXPECT_EQ(folder.Read("out.raw"), std::string(bytes.begin(), bytes.end()));
+}
+
+TEST(OutputFile, EndingsAreFoundInAnyCase) {
+    EXPECT_TRUE(HasEnding("scan.png", ".png"));
+    EXPECT_TRUE(HasEnding("SCAN.PnG", ".png"));
+    EXPECT_TRUE(HasEnding(".png", ".png"));
+    for (const char* path : {"", "png", "scan.pn", "scan.png.qsn", "scanpng"})
+        EXPECT_FALSE(HasEnding(path, ".png")) << path;
+}
+
 TEST(OutputFile, IsRemovedWhenNotCommitted) {
     const TemporaryFolder folder;
     {

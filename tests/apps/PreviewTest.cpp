@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include "ImportedScan.h"
 #include "Legend.h"
 #include "ReadPng.h"
-#include "RunProgram.h"
-#include "SamplePtx.h"
-#include "TemporaryFolder.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxio/DataChunkHeader.h"
@@ -33,16 +31,9 @@ uint64_t FindChunk(const std::string& path, kxbase::ComponentType component, uin
     return 0;
 }
 
-class Preview : public testing::Test {
+class Preview : public ImportedScan {
 protected:
-    ProgramOptions Here() const { return {m_folder.Path(), {}, false}; }
-
-    void Import(const std::string& ptx) {
-        m_folder.Write("source.ptx", ptx);
-        const ProgramResult result =
-            RunQsn({"import", "-q", "--patch", "32x16", "source.ptx", "scan.qsn"}, Here());
-        ASSERT_EQ(result.exitCode, 0) << result.err;
-    }
+    void Import(const std::string& ptx) { ImportedScan::Import(ptx, {"--patch", "32x16"}); }
     Picture Draw(std::vector<std::string> options) {
         std::vector<std::string> arguments = {"preview", "--force", "scan.qsn", "out.png"};
         arguments.insert(arguments.end(), options.begin(), options.end());
@@ -50,8 +41,6 @@ protected:
         EXPECT_EQ(result.exitCode, 0) << result.err;
         return ReadPng(m_folder.File("out.png"));
     }
-
-    TemporaryFolder m_folder;
 };
 
 TEST_F(Preview, ZenithIsAtTheTopAndColumnsRunAsInTheGrid) {

@@ -2,11 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
-#include "RunProgram.h"
-#include "SamplePtx.h"
-#include "TemporaryFolder.h"
+#include "ImportedScan.h"
 
 namespace qsn {
 namespace {
@@ -14,16 +11,12 @@ namespace {
 using Json = nlohmann::json;
 
 /// Forty by thirty cells in patches of eight: 5 x 4 patches, six components.
-class Recover : public testing::Test {
+class Recover : public ImportedScan {
 protected:
     void SetUp() override {
-        m_folder.Write("source.ptx", MakeSmallPtx());
-        const ProgramResult import =
-            RunQsn({"import", "-q", "--patch", "8", "source.ptx", "scan.qsn"}, Here());
-        ASSERT_EQ(import.exitCode, 0) << import.err;
+        Import(MakeSmallPtx(), {"--patch", "8"});
         m_whole = m_folder.Read("scan.qsn");
     }
-    ProgramOptions Here() const { return {m_folder.Path(), {}, false}; }
     /// Zeros over part of a file's name-given copy.
     void WriteDamaged(size_t first, size_t count) {
         std::string damaged = m_whole;
@@ -31,7 +24,6 @@ protected:
         m_folder.Write("broken.qsn", damaged);
     }
 
-    TemporaryFolder m_folder;
     std::string m_whole;
 };
 

@@ -8,6 +8,7 @@
 #include "kxbase/InMemoryStream.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/QSNScanReader.h"
+#include "kxio/ScanAccess.h"
 #include "support/ScanFileBuilder.h"
 
 namespace {
@@ -365,6 +366,43 @@ TEST(ReducedDetail, APatchSizeThatClaimsTheWorldIsRefusedWithoutTheMemory) {
     EXPECT_EQ(ThrownBy<kxbase::KXUnreadablePatchException>(
                   [&] { reader.GetPatchCompressed(0, 0, out, kxbase::Range, level, false); }),
               "Patch cannot be decoded");
+}
+
+TEST(ReducedDetail, TypedValuesAreThoseOfTheReducedChunk) {
+    kxbase::InMemoryStream stream(Scan<float>(5, 3, 4, 1).Build());
+    const kxio::QSNScanReader reader(&stream);
+    const kxio::ScanAccess access(reader);
+    for (unsigned wanted = 0; wanted < 5; ++wanted) {
+        const Reduced chunk = Fetch(reader, 0, 1, 1, wanted);
+        unsigned level = wanted;
+        const kxio::PreviewImage<float> image = access.ReadReducedPatch<float>(kxbase::Range, 0, 1, level);
+        EXPECT_EQ(level, chunk.level);
+        ASSERT_EQ(image.width, 4U);
+        ASSERT_EQ(image.height, 4U);
+        ASSERT_EQ(image.values.size() * sizeof(float), chunk.bytes.size());
+        EXPECT_EQ(std::memcmp(image.values.data(), chunk.bytes.data(), chunk.bytes.size()), 0) << wanted;
+    }
+}
+
+TEST(ReducedDetail, TypedValuesOfAnotherSizeOrComponentAreRefused) {
+    auto file = Scan<float>(2, 2, 4, 1);
+    kxbase::InMemoryStream stream(file.Build());
+    const kxio::QSNScanReader reader(&stream);
+    const kxio::ScanAccess access(reader);
+    unsigned level = 1;
+    EXPECT_EQ(ThrownBy<kxbase::KXBadInputException>(
+                  [&] { access.ReadReducedPatch<uint16_t>(kxbase::Range, 0, 0, level); }),
+              "Wrong element size");
+    EXPECT_EQ(ThrownBy<kxbase::KXComponentNotInFileException>(
+                  [&] { access.ReadReducedPatch<uint8_t>(kxbase::Luminance8, 0, 0, level); }),
+              "Cannot use this component");
+    file.properties.grid.patchHeight = 2;
+    kxbase::InMemoryStream oblong(file.Build());
+    const kxio::QSNScanReader oblongReader(&oblong);
+    EXPECT_EQ(ThrownBy<kxbase::KXWrongDataSizeofException>([&] {
+                  kxio::ScanAccess(oblongReader).ReadReducedPatch<float>(kxbase::Range, 0, 0, level);
+              }),
+              "Cannot sample on non square patch");
 }
 
 }  // namespace

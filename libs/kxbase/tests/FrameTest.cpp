@@ -36,6 +36,14 @@ TEST(Vector3, CrossProductIsRightHanded) {
     EXPECT_EQ(kxmath::Dot({1, 2, 3}, {4, 5, 6}), 32);
 }
 
+TEST(Frame, TheWayBackIsTheWayIntoTheFrame) {
+    Frame frame({1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1000, -2000, 30});
+    frame.Rotate({1, 2, 3}, {0.6, 0, 0.8}, 0.7);
+    const Vector3 local{-12.5, 3.25, 100};
+    EXPECT_LT(Distance(frame.InverseTransform(frame.Transform(local)), local), 1e-12);
+    EXPECT_LT(Distance(frame.InverseTransform(frame.GetOrigin()), {}), 1e-15);
+}
+
 TEST(Frame, DefaultIsTheIdentity) {
     const Frame frame;
     EXPECT_EQ(frame.GetXAxis(), (Vector3{1, 0, 0}));
