@@ -34,10 +34,9 @@ void ExportPly(benchmark::State& state) {
     const BenchScan& scan = BenchScan::Get();
     const kxio::QSNScanReader reader(scan.QsnPath());
     kxexchange::ExportOptions options;
-    options.threads = static_cast<int>(state.range(0));
+    options.sink.threads = static_cast<int>(state.range(0));
     for (auto _ : state)
-        kxexchange::ExportScan(reader, scan.Folder() / "exported.ply", kxexchange::ExportFormat::Ply,
-                               options);
+        kxexchange::ExportScan(reader, scan.Folder() / "exported.ply", "PLY", options);
     SetFigures(state, scan.ValueBytes(), scan.Cells());
 }
 BENCHMARK(ExportPly)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();

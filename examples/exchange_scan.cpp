@@ -15,7 +15,7 @@ void Exchange(const std::filesystem::path& scan, const std::filesystem::path& fo
     const std::filesystem::path file = folder / "exchanged.qsn";
     auto source = kxexchange::OpenScanSource(scan);
     const auto report = kxexchange::ImportScan(*source, 0, file);
-    const auto points = kxexchange::ExportScan(file, folder / "exchanged.ply", kxexchange::ExportFormat::Ply);
+    const auto points = kxexchange::ExportScan(file, folder / "exchanged.ply", "PLY");
     std::cout << report.cells << " cells, " << report.returns << " returns, " << points.points << " points\n";
 }
 

@@ -49,21 +49,21 @@ public:
 
     void Run(const Session& session) override {
         if (m_registered && m_local) throw UsageError("--registered and --local exclude each other");
-        const auto format = kxexchange::ExportFormatOf(ToPath(m_output));
+        const kxexchange::SinkFormat* const format = kxexchange::SinkFormatOf(ToPath(m_output));
         if (!format)
             throw UsageError(fmt::format("{}: unknown ending; expected .ptx, .ply or .xyz", m_output));
         OutputFile output(m_output, session.force, {m_input});
 
         kxexchange::ExportOptions options;
-        options.threads = static_cast<int>(session.threads);
+        options.sink.threads = static_cast<int>(session.threads);
         if (m_registered) options.registration = kxexchange::RegistrationUse::Apply;
         if (m_local) options.registration = kxexchange::RegistrationUse::Keep;
 
         const auto start = std::chrono::steady_clock::now();
         ExchangeProgress progress("export", !session.quiet);
         const kxexchange::ExportReport report = output.Guard([&] {
-            return kxexchange::ExportScan(ToPath(m_input), ToPath(output.PartialPath()), *format, options,
-                                          &progress);
+            return kxexchange::ExportScan(ToPath(m_input), ToPath(output.PartialPath()), format->name,
+                                          options, &progress);
         });
         output.Commit();
         progress.Finish();

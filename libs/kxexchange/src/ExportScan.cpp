@@ -6,7 +6,6 @@
 
 #include "GridCells.h"
 #include "Paths.h"
-#include "ScanSinks.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxOutFile.h"
 #include "kxio/QSNScanReader.h"
@@ -15,25 +14,21 @@ namespace kxexchange {
 
 namespace {
 
-constexpr int kLeastDecimals = 6;
 constexpr int kMostDecimals = 12;
-// 1/65535 apart, to a billionth: what a reader of the text takes for the 16-bit value.
-constexpr int kUnitIntensityDecimals = 9;
-// Beyond it, single precision no longer keeps a tenth of a millimetre.
-constexpr double kSinglePrecisionMetres = 1000;
 constexpr int kMaxThreads = 1024;
-// What stands for "no intensity" where a format demands one.
-constexpr double kNoIntensity = 0.5;
+constexpr double kMetresPerMillimetre = 1e-3;
+// Scans that do not say how fine their ranges are.
+constexpr double kUsualRangeScale = 0.1;
 
 void CheckOptions(const ExportOptions& options) {
     kxbase::ErrorContext context;
-    if (options.decimals != -1 && (options.decimals < 1 || options.decimals > kMostDecimals)) {
+    if (options.sink.decimals != -1 && (options.sink.decimals < 1 || options.sink.decimals > kMostDecimals)) {
         context.field = "decimals";
-        context.detail = "found " + std::to_string(options.decimals) + ", expected -1 (default) or 1 to " +
-                         std::to_string(kMostDecimals);
-    } else if (options.threads < 0 || options.threads > kMaxThreads) {
+        context.detail = "found " + std::to_string(options.sink.decimals) +
+                         ", expected -1 (default) or 1 to " + std::to_string(kMostDecimals);
+    } else if (options.sink.threads < 0 || options.sink.threads > kMaxThreads) {
         context.field = "threads";
-        context.detail = "found " + std::to_string(options.threads) + ", expected 0 (all cores) to " +
+        context.detail = "found " + std::to_string(options.sink.threads) + ", expected 0 (all cores) to " +
                          std::to_string(kMaxThreads);
     } else {
         return;
@@ -46,13 +41,6 @@ template <class Exception>
     kxbase::ErrorContext context;
     context.detail = detail;
     throw Exception("Scan cannot be exported", context);
-}
-
-// Two digits more than the range step in metres has.
-int DefaultDecimals(double rangeScale) {
-    if (!(rangeScale > 0)) return kLeastDecimals;
-    const int digits = static_cast<int>(std::ceil(-std::log10(rangeScale * 1e-3) - 1e-9)) + 2;
-    return std::clamp(digits, kLeastDecimals, kMostDecimals);
 }
 
 LayoutMessage FindLayout(const kxio::QSNScanReader& reader, std::vector<std::string>& warnings) {
@@ -106,17 +94,11 @@ double GreatestCoordinate(const kxio::QSNScanReader& reader,
 
 }  // namespace
 
-std::optional<ExportFormat> ExportFormatOf(const std::filesystem::path& path) {
-    const std::string ending = LowerCase(PathText(path.extension()));
-    if (ending == ".ptx") return ExportFormat::Ptx;
-    if (ending == ".ply") return ExportFormat::Ply;
-    if (ending == ".xyz") return ExportFormat::Xyz;
-    return std::nullopt;
-}
-
 ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem::path& outPath,
-                        ExportFormat format, const ExportOptions& options, ProgressSink* progress) {
+                        std::string_view formatName, const ExportOptions& options, ProgressSink* progress) {
     CheckOptions(options);
+    const SinkFormat* const format = FindSinkFormat(formatName);
+    if (!format) Refuse<kxbase::KXBadInputException>("no format is called " + std::string(formatName));
     const kxio::ScanProperties& properties = reader.GetScanInformation();
     if (properties.grid.PatchCount64() == 0) Refuse<kxbase::KXBadInputException>("the scan has no grid");
     for (const auto component : {kxbase::Range, kxbase::VerticalAngle, kxbase::HorizontalAngle}) {
@@ -126,11 +108,10 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
     }
 
     ExportReport report;
-    const bool text = format != ExportFormat::Ply;
-    report.registrationApplied =
-        options.registration == RegistrationUse::Apply ||
-        (options.registration == RegistrationUse::Default && format != ExportFormat::Ptx);
-    if (report.registrationApplied || format == ExportFormat::Ptx) CheckRegistration(properties.registration);
+    const bool holdsPose = format->capabilities.pose == Fate::Kept;
+    report.registrationApplied = options.registration == RegistrationUse::Apply ||
+                                 (options.registration == RegistrationUse::Default && !holdsPose);
+    if (report.registrationApplied || holdsPose) CheckRegistration(properties.registration);
     LayoutMessage message = FindLayout(reader, report.warnings);
 
     ScanDescription description;
@@ -141,26 +122,26 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
         description.pose = properties.registration;
         description.keepsakes = message.keepsakes;
     }
-    SinkStyle style;
-    if (options.decimals > 0) {
-        style.coordinateDecimals = options.decimals;
-    } else {
-        style.coordinateDecimals = DefaultDecimals(properties.componentValue[0]);
-    }
+    const double rangeScale =
+        properties.componentValue[0] > 0 ? properties.componentValue[0] : kUsualRangeScale;
+    description.coordinates.present = true;
+    description.coordinates.unit = "m";
+    description.coordinates.precision = rangeScale * kMetresPerMillimetre;
+    description.coordinates.maximum =
+        GreatestCoordinate(reader, properties.registration, report.registrationApplied);
     if (message.intensity.kind == IntensityMapping::Kind::Unit ||
         message.intensity.kind == IntensityMapping::Kind::None) {
-        style.intensityDecimals = kUnitIntensityDecimals;
-    }
-    if (!text) {
-        style.doubleCoordinates = options.plyCoordinates == PlyCoordinates::Double ||
-                                  (options.plyCoordinates == PlyCoordinates::Default &&
-                                   GreatestCoordinate(reader, properties.registration,
-                                                      report.registrationApplied) > kSinglePrecisionMetres);
+        description.intensity.unit = "1";
+        description.intensity.minimum = 0;
+        description.intensity.maximum = 1;
+        description.intensity.precision = 1.0 / 65535;
+        description.intensity.numbers = NumberKind::Scaled;
     }
 
-    GridCells grid(reader, std::move(message), static_cast<unsigned>(options.threads));
+    GridCells grid(reader, std::move(message), static_cast<unsigned>(options.sink.threads));
     report.intensity = description.intensity.present = options.intensity && grid.HasIntensity();
     report.color = description.color.present = options.color && grid.HasColor();
+    report.losses = ForeseeLosses(description, format->capabilities);
     report.columns = description.columns;
     report.rows = description.rows;
 
@@ -172,15 +153,11 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
             context.file = PathText(file.Path());
             throw kxbase::KXFileNotOpenException("Cannot open file", context);
         }
-        const std::unique_ptr<ScanSink> sink = MakeScanSink(format, stream, style);
-        sink->Begin(description);
+        const std::unique_ptr<ScanSink> sink = format->make(stream, options.sink);
+        sink->BeginScan(description);
         std::vector<Cell> cells;
         while (const uint64_t columns = grid.Read(cells)) {
             if (report.registrationApplied) Transform(properties.registration, cells);
-            if (!report.intensity) {
-                for (Cell& cell : cells)
-                    cell.intensity = kNoIntensity;
-            }
             sink->WriteColumns(cells, columns);
             report.cells += cells.size();
             if (progress && !progress->Update(report.cells, description.points, sink->BytesWritten())) {
@@ -193,6 +170,8 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
             report.warnings.push_back(std::to_string(grid.UnusableReturns()) +
                                       " returns have no usable position; they are left out");
         }
+        sink->EndScan();
+        sink->AddLosses(report.losses);
         sink->Finish();
         stream.Close();
         report.points = sink->PointsWritten();
@@ -203,9 +182,9 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
 }
 
 ExportReport ExportScan(const std::filesystem::path& scanPath, const std::filesystem::path& outPath,
-                        ExportFormat format, const ExportOptions& options, ProgressSink* progress) {
+                        std::string_view formatName, const ExportOptions& options, ProgressSink* progress) {
     const kxio::QSNScanReader reader(WidePath(scanPath));
-    return ExportScan(reader, outPath, format, options, progress);
+    return ExportScan(reader, outPath, formatName, options, progress);
 }
 
 }  // namespace kxexchange

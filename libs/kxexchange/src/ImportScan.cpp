@@ -85,6 +85,9 @@ private:
                  const std::function<void()>& onBlock);
     void AddPatches(PatchColumn& column);
     void CheckColumns(uint64_t columns) const;
+    void MakeCartesian(std::vector<Cell>& cells) const {
+        if (m_description.coordinateKind == CoordinateKind::Spherical) ToCartesian(cells);
+    }
     void Update();
     void Report();
 
@@ -137,6 +140,7 @@ void Import::Survey() {
     uint64_t columns = 0;
     while (const uint64_t read = m_source.ReadColumns(kColumnsPerRead, cells)) {
         columns += read;
+        MakeCartesian(cells);
         m_survey->Add(cells);
         m_counters.cells += cells.size();
         m_counters.bytes = m_source.BytesRead() - m_bytesBefore;
@@ -192,6 +196,7 @@ void Import::ReadAll(PatchAssembler& assembler, const PatchAssembler::Done& done
     std::vector<Cell> cells;
     uint64_t columns = 0;
     while (const uint64_t read = m_source.ReadColumns(kColumnsPerRead, cells)) {
+        MakeCartesian(cells);
         const std::span<const Cell> all(cells);
         for (size_t i = 0; i < read; ++i)
             assembler.AddColumn(all.subspan(i * rows, rows), done);

@@ -125,9 +125,9 @@ void PatchAssembler::Fill(std::span<const Cell> cells, uint64_t gridColumn, bool
                 column.luminance8[at] = IntensityMapping::To8Bit(stored);
             }
             if (m_rules.color) {
-                column.color[3 * at] = cell->red;
-                column.color[3 * at + 1] = cell->green;
-                column.color[3 * at + 2] = cell->blue;
+                column.color[3 * at] = static_cast<uint8_t>(cell->red);
+                column.color[3 * at + 1] = static_cast<uint8_t>(cell->green);
+                column.color[3 * at + 2] = static_cast<uint8_t>(cell->blue);
             }
         }
     }

@@ -9,6 +9,9 @@ namespace kxexchange {
 
 namespace {
 
+// Beyond it, single precision no longer keeps a tenth of a millimetre.
+constexpr double kSinglePrecisionMetres = 1000;
+
 template <class Bits>
 char* AppendBits(char* out, Bits bits) {
     for (size_t i = 0; i < sizeof bits; ++i)
@@ -26,7 +29,7 @@ char* AppendDouble(char* out, double value) {
 }  // namespace
 
 std::string PlySink::Header() const {
-    const std::string type = m_style.doubleCoordinates ? "double" : "float";
+    const std::string type = m_doubles ? "double" : "float";
     const std::string count = std::to_string(m_points);
     // The comment takes up what the number leaves.
     constexpr size_t kCountDigits = 20;
@@ -43,9 +46,20 @@ std::string PlySink::Header() const {
     return header + "end_header\n";
 }
 
-void PlySink::Begin(const ScanDescription& description) {
+FormatCapabilities PlySink::Capabilities() {
+    FormatCapabilities can;
+    can.pose = Fate::Converted;
+    can.intensity = can.color = Fate::Kept;
+    can.intensityBits = 24;
+    return can;
+}
+
+void PlySink::BeginScan(const ScanDescription& description) {
     m_intensity = description.intensity.present;
     m_color = description.color.present;
+    m_doubles = m_options.coordinates == NumberKind::Double ||
+                (m_options.coordinates == NumberKind::Unknown &&
+                 description.coordinates.maximum.value_or(0) > kSinglePrecisionMetres);
     m_bytes.Append(Header());
 }
 
@@ -54,12 +68,12 @@ void PlySink::WriteColumns(std::span<const Cell> cells, uint64_t /*columns*/) {
         if (!cell.valid) continue;
         char* out = m_bytes.Reserve();
         for (const double coordinate : {cell.x, cell.y, cell.z}) {
-            out = m_style.doubleCoordinates ? AppendDouble(out, coordinate) : AppendFloat(out, coordinate);
+            out = m_doubles ? AppendDouble(out, coordinate) : AppendFloat(out, coordinate);
         }
         if (m_intensity) out = AppendFloat(out, cell.intensity);
         if (m_color) {
-            for (const uint8_t channel : {cell.red, cell.green, cell.blue})
-                *out++ = static_cast<char>(channel);
+            for (const uint16_t channel : {cell.red, cell.green, cell.blue})
+                *out++ = static_cast<char>(static_cast<uint8_t>(channel));
         }
         m_bytes.Claim(out);
         ++m_points;

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ByteSink.h"
-#include "ScanSinks.h"
+#include "kxexchange/ScanSink.h"
 
 namespace kxexchange {
 
@@ -13,10 +13,14 @@ namespace kxexchange {
 /// the header, whose length does not depend on it, is then written again.
 class PlySink final : public ScanSink {
 public:
-    PlySink(kxbase::IOutFileStream& stream, const SinkStyle& style) : m_bytes(stream), m_style(style) {}
+    PlySink(kxbase::IOutFileStream& stream, const SinkOptions& options)
+        : m_bytes(stream), m_options(options) {}
 
-    void Begin(const ScanDescription& description) override;
+    static FormatCapabilities Capabilities();
+
+    void BeginScan(const ScanDescription& description) override;
     void WriteColumns(std::span<const Cell> cells, uint64_t columns) override;
+    void EndScan() override {}
     void Finish() override;
     uint64_t BytesWritten() const override { return m_bytes.BytesWritten(); }
     uint64_t PointsWritten() const override { return m_points; }
@@ -25,7 +29,8 @@ private:
     std::string Header() const;
 
     ByteSink m_bytes;
-    SinkStyle m_style;
+    SinkOptions m_options;
+    bool m_doubles = false;
     bool m_intensity = false;
     bool m_color = false;
     uint64_t m_points = 0;

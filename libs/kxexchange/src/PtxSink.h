@@ -2,7 +2,8 @@
 #pragma once
 
 #include "ByteSink.h"
-#include "ScanSinks.h"
+#include "TextStyle.h"
+#include "kxexchange/ScanSink.h"
 
 namespace kxexchange {
 
@@ -11,10 +12,14 @@ namespace kxexchange {
 /// from the keepsakes "position" and "axes", else from the matrix.
 class PtxSink final : public ScanSink {
 public:
-    PtxSink(kxbase::IOutFileStream& stream, const SinkStyle& style) : m_bytes(stream), m_style(style) {}
+    PtxSink(kxbase::IOutFileStream& stream, const SinkOptions& options)
+        : m_bytes(stream), m_options(options) {}
 
-    void Begin(const ScanDescription& description) override;
+    static FormatCapabilities Capabilities();
+
+    void BeginScan(const ScanDescription& description) override;
     void WriteColumns(std::span<const Cell> cells, uint64_t columns) override;
+    void EndScan() override {}
     void Finish() override { m_bytes.Flush(); }
     uint64_t BytesWritten() const override { return m_bytes.BytesWritten(); }
     uint64_t PointsWritten() const override { return m_points; }
@@ -23,7 +28,9 @@ private:
     char* AppendCoordinates(char* out, const Cell& cell) const;
 
     ByteSink m_bytes;
-    SinkStyle m_style;
+    SinkOptions m_options;
+    TextStyle m_style;
+    bool m_intensity = false;
     bool m_color = false;
     uint64_t m_points = 0;
 };

@@ -42,7 +42,8 @@ void SkipBlanks(const char*& at) {
 
 }  // namespace
 
-PtxSource::PtxSource(std::unique_ptr<kxbase::IInFileStream> stream, std::string name)
+PtxSource::PtxSource(std::unique_ptr<kxbase::IInFileStream> stream, std::string name,
+                     const SourceOptions& /*options*/)
     : m_stream(std::move(stream)),
       m_name(std::move(name)),
       m_fileBytes(m_stream->GetSize()),
@@ -187,6 +188,7 @@ ScanDescription PtxSource::ReadHeader() {
     description.pose = kxbase::RegistrationInformation::FromValues(matrix.data());
     description.coordinates.present = description.intensity.present = true;
     description.coordinates.unit = "m";
+    description.coordinates.numbers = description.intensity.numbers = NumberKind::Text;
     if (!std::equal(position.begin(), position.end(), matrix.begin() + 9)) {
         description.keepsakes.emplace_back("position", JoinNumbers(position));
     }
@@ -259,6 +261,7 @@ ScanDescription PtxSource::OpenScan(uint64_t index) {
         description.color.minimum = 0;
         description.color.maximum = 255;
         description.color.precision = 1;
+        description.color.numbers = NumberKind::Integer;
     }
     m_columns = description.columns;
     m_rows = description.rows;
@@ -292,13 +295,13 @@ void PtxSource::ReadCell(Cell& cell) {
     coordinate("z", cell.z);
     number("intensity", cell.intensity);
     if constexpr (HasColor) {
-        const auto channel = [&](const char* field, uint8_t& value) {
+        const auto channel = [&](const char* field, uint16_t& value) {
             SkipBlanks(at);
             uint64_t whole = 0;
             if (!ParseWhole(at, 255, whole)) [[unlikely]] {
                 Fail(at, field, *at == '\n' ? kExpected : "a whole number from 0 to 255");
             }
-            value = static_cast<uint8_t>(whole);
+            value = static_cast<uint16_t>(whole);
         };
         channel("red", cell.red);
         channel("green", cell.green);

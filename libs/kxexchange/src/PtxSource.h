@@ -34,7 +34,8 @@ public:
     /// Metres; beyond it a coordinate is taken for damage.
     static constexpr double kMaxCoordinate = 1e12;
 
-    PtxSource(std::unique_ptr<kxbase::IInFileStream> stream, std::string name);
+    PtxSource(std::unique_ptr<kxbase::IInFileStream> stream, std::string name,
+              const SourceOptions& options = {});
 
     std::string FormatName() const override { return "PTX"; }
     std::string Name() const override { return m_name; }

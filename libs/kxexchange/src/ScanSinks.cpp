@@ -1,21 +1,51 @@
 // SPDX-License-Identifier: MIT
-#include "ScanSinks.h"
+#include <array>
 
+#include "Paths.h"
 #include "PlySink.h"
 #include "PtxSink.h"
 #include "XyzSink.h"
+#include "kxexchange/ScanSink.h"
 
 namespace kxexchange {
 
-std::unique_ptr<ScanSink> MakeScanSink(ExportFormat format, kxbase::IOutFileStream& stream,
-                                       const SinkStyle& style) {
-    switch (format) {
-        case ExportFormat::Ptx:
-            return std::make_unique<PtxSink>(stream, style);
-        case ExportFormat::Ply:
-            return std::make_unique<PlySink>(stream, style);
-        case ExportFormat::Xyz:
-            return std::make_unique<XyzSink>(stream, style);
+namespace {
+
+template <class Sink>
+std::unique_ptr<ScanSink> Make(kxbase::IOutFileStream& stream, const SinkOptions& options) {
+    return std::make_unique<Sink>(stream, options);
+}
+
+constexpr std::array<std::string_view, 1> kPtxEndings{".ptx"};
+constexpr std::array<std::string_view, 1> kPlyEndings{".ply"};
+constexpr std::array<std::string_view, 1> kXyzEndings{".xyz"};
+
+// Every format that can be written: one line each.
+const std::array kFormats{
+    SinkFormat{"PTX", kPtxEndings, PtxSink::Capabilities(), &Make<PtxSink>},
+    SinkFormat{"PLY", kPlyEndings, PlySink::Capabilities(), &Make<PlySink>},
+    SinkFormat{"XYZ", kXyzEndings, XyzSink::Capabilities(), &Make<XyzSink>},
+};
+
+}  // namespace
+
+std::span<const SinkFormat> SinkFormats() {
+    return kFormats;
+}
+
+const SinkFormat* FindSinkFormat(std::string_view name) {
+    for (const SinkFormat& format : kFormats) {
+        if (LowerCase(std::string(format.name)) == LowerCase(std::string(name))) return &format;
+    }
+    return nullptr;
+}
+
+const SinkFormat* SinkFormatOf(const std::filesystem::path& path) {
+    const std::string name = LowerCase(PathText(path.filename()));
+    for (const SinkFormat& format : kFormats) {
+        for (const std::string_view ending : format.endings) {
+            if (name.size() > ending.size() && name.ends_with(ending)) return &format;
+        }
     }
     return nullptr;
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <string_view>
 
 #include "Paths.h"
@@ -14,55 +13,89 @@ namespace kxexchange {
 
 namespace {
 
-using Maker = std::unique_ptr<ScanSource> (*)(std::unique_ptr<kxbase::IInFileStream>, const std::string&);
-
-struct Format {
-    std::string_view ending;
-    Maker make;
-};
-
 template <class Source>
-std::unique_ptr<ScanSource> Make(std::unique_ptr<kxbase::IInFileStream> stream, const std::string& name) {
-    return std::make_unique<Source>(std::move(stream), name);
+std::unique_ptr<ScanSource> Make(std::unique_ptr<kxbase::IInFileStream> stream, const std::string& name,
+                                 const SourceOptions& options) {
+    return std::make_unique<Source>(std::move(stream), name, options);
 }
+
+constexpr std::array<std::string_view, 2> kPtxEndings{".ptx", ".ptx.gz"};
 
 // Every format that can be read: one line each.
 constexpr std::array kFormats{
-    Format{".ptx", &Make<PtxSource>},
-    Format{".ptx.gz", &Make<PtxSource>},
+    SourceFormat{"PTX", kPtxEndings, {}, &Make<PtxSource>},
 };
 
-Maker FindMaker(const std::string& name) {
+constexpr size_t kMostMagicBytes = 16;
+
+const SourceFormat* FormatOfName(const std::string& name) {
     const std::string lower = LowerCase(name);
-    for (const Format& format : kFormats) {
-        if (lower.size() > format.ending.size() && lower.ends_with(format.ending)) return format.make;
+    for (const SourceFormat& format : kFormats) {
+        for (const std::string_view ending : format.endings) {
+            if (lower.size() > ending.size() && lower.ends_with(ending)) return &format;
+        }
     }
     return nullptr;
 }
 
+const SourceFormat* FormatOfBytes(kxbase::IInFileStream& stream) {
+    std::string first(kMostMagicBytes, '\0');
+    stream.Seek(0);
+    first.resize(static_cast<size_t>(stream.Read(first.data(), first.size())));
+    stream.Seek(0);
+    for (const SourceFormat& format : kFormats) {
+        if (!format.magic.empty() && first.starts_with(format.magic)) return &format;
+    }
+    return nullptr;
+}
+
+[[noreturn]] void RefuseUnknown(const std::string& name, const std::string& asked) {
+    kxbase::ErrorContext context;
+    context.file = name;
+    context.detail = asked.empty() ? "expected a name that ends in" : "found " + asked + ", expected";
+    for (const SourceFormat& format : kFormats) {
+        if (!asked.empty()) context.detail += " " + std::string(format.name);
+        if (asked.empty()) {
+            for (const std::string_view ending : format.endings)
+                context.detail += " " + std::string(ending);
+        }
+    }
+    throw kxbase::KXBadInputException("Unknown kind of scan file", context);
+}
+
+const SourceFormat* FormatCalled(const std::string& wanted) {
+    const auto found = std::find_if(kFormats.begin(), kFormats.end(), [&](const SourceFormat& format) {
+        return LowerCase(std::string(format.name)) == LowerCase(wanted);
+    });
+    return found == kFormats.end() ? nullptr : &*found;
+}
+
 }  // namespace
 
+std::span<const SourceFormat> SourceFormats() {
+    return kFormats;
+}
+
 bool IsImportable(const std::filesystem::path& path) {
-    return FindMaker(PathText(path)) != nullptr;
+    return FormatOfName(PathText(path)) != nullptr;
 }
 
 std::unique_ptr<ScanSource> OpenScanSource(std::unique_ptr<kxbase::IInFileStream> stream,
-                                           const std::string& name) {
-    kxbase::ErrorContext context;
-    context.file = name;
-    const Maker make = FindMaker(name);
-    if (!make) {
-        context.detail = "expected a name that ends in";
-        for (const Format& format : kFormats)
-            context.detail += " " + std::string(format.ending);
-        throw kxbase::KXBadInputException("Unknown kind of scan file", context);
+                                           const std::string& name, const SourceOptions& options) {
+    const SourceFormat* format = options.format.empty() ? FormatOfName(name) : FormatCalled(options.format);
+    const bool open = stream && stream->IsOpen();
+    if (!format && open && options.format.empty()) format = FormatOfBytes(*stream);
+    if (!format) RefuseUnknown(name, options.format);
+    if (!open) {
+        kxbase::ErrorContext context;
+        context.file = name;
+        throw kxbase::KXFileNotOpenException("Cannot open file", context);
     }
-    if (!stream || !stream->IsOpen()) throw kxbase::KXFileNotOpenException("Cannot open file", context);
-    return make(std::move(stream), name);
+    return format->make(std::move(stream), name, options);
 }
 
-std::unique_ptr<ScanSource> OpenScanSource(const std::filesystem::path& path) {
-    return OpenScanSource(std::make_unique<kxbase::kxInFile>(WidePath(path)), PathText(path));
+std::unique_ptr<ScanSource> OpenScanSource(const std::filesystem::path& path, const SourceOptions& options) {
+    return OpenScanSource(std::make_unique<kxbase::kxInFile>(WidePath(path)), PathText(path), options);
 }
 
 }  // namespace kxexchange

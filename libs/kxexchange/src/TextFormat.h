@@ -23,7 +23,7 @@ inline std::string ShortestText(double value) {
 /// The most bytes that AppendFixed and AppendShortest write.
 constexpr size_t kMaxNumberBytes = 352;
 /// The most bytes of a line with four numbers and a colour.
-constexpr size_t kMaxCellBytes = 4 * (kMaxNumberBytes + 1) + 3 * 4 + 1;
+constexpr size_t kMaxCellBytes = 4 * (kMaxNumberBytes + 1) + 3 * 6 + 1;
 
 /// Writes `value` with `decimals` digits (0..12) behind the point; never "-0". \return end of the text
 inline char* AppendFixed(char* out, double value, int decimals) {

@@ -5,9 +5,17 @@
 
 namespace kxexchange {
 
-void XyzSink::Begin(const ScanDescription& description) {
+FormatCapabilities XyzSink::Capabilities() {
+    FormatCapabilities can;
+    can.pose = can.severalScans = Fate::Converted;
+    can.intensity = can.color = Fate::Kept;
+    return can;
+}
+
+void XyzSink::BeginScan(const ScanDescription& description) {
     m_intensity = description.intensity.present;
     m_color = description.color.present;
+    m_style = TextStyleFor(description, m_options);
 }
 
 void XyzSink::WriteColumns(std::span<const Cell> cells, uint64_t /*columns*/) {
@@ -15,20 +23,19 @@ void XyzSink::WriteColumns(std::span<const Cell> cells, uint64_t /*columns*/) {
     for (const Cell& cell : cells) {
         if (!cell.valid) continue;
         char* out = m_bytes.Reserve();
-        out = AppendFixed(out, cell.x, m_style.coordinateDecimals);
+        out = AppendNumber(out, cell.x, m_style.coordinateDecimals);
         *out++ = ' ';
-        out = AppendFixed(out, cell.y, m_style.coordinateDecimals);
+        out = AppendNumber(out, cell.y, m_style.coordinateDecimals);
         *out++ = ' ';
-        out = AppendFixed(out, cell.z, m_style.coordinateDecimals);
+        out = AppendNumber(out, cell.z, m_style.coordinateDecimals);
         if (m_intensity) {
             *out++ = ' ';
-            out = m_style.intensityDecimals < 0 ? AppendShortest(out, cell.intensity)
-                                                : AppendFixed(out, cell.intensity, m_style.intensityDecimals);
+            out = AppendNumber(out, cell.intensity, m_style.intensityDecimals);
         }
         if (m_color) {
-            for (const uint8_t channel : {cell.red, cell.green, cell.blue}) {
+            for (const uint16_t channel : {cell.red, cell.green, cell.blue}) {
                 *out++ = ' ';
-                out = std::to_chars(out, out + 3, channel).ptr;
+                out = std::to_chars(out, out + 5, channel).ptr;
             }
         }
         *out++ = '\n';

@@ -2,24 +2,30 @@
 #pragma once
 
 #include "ByteSink.h"
-#include "ScanSinks.h"
+#include "TextStyle.h"
+#include "kxexchange/ScanSink.h"
 
 namespace kxexchange {
 
 /// Writes one line per point: x y z, then intensity and red green blue where the scan has them. No header.
 class XyzSink final : public ScanSink {
 public:
-    XyzSink(kxbase::IOutFileStream& stream, const SinkStyle& style) : m_bytes(stream), m_style(style) {}
+    XyzSink(kxbase::IOutFileStream& stream, const SinkOptions& options)
+        : m_bytes(stream), m_options(options) {}
 
-    void Begin(const ScanDescription& description) override;
+    static FormatCapabilities Capabilities();
+
+    void BeginScan(const ScanDescription& description) override;
     void WriteColumns(std::span<const Cell> cells, uint64_t columns) override;
+    void EndScan() override {}
     void Finish() override { m_bytes.Flush(); }
     uint64_t BytesWritten() const override { return m_bytes.BytesWritten(); }
     uint64_t PointsWritten() const override { return m_points; }
 
 private:
     ByteSink m_bytes;
-    SinkStyle m_style;
+    SinkOptions m_options;
+    TextStyle m_style;
     bool m_intensity = false;
     bool m_color = false;
     uint64_t m_points = 0;

@@ -8,7 +8,6 @@
 #include <cmath>
 #include <limits>
 
-#include "ScanSinks.h"
 #include "TestTools.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxio/QSNScanReader.h"
@@ -71,7 +70,7 @@ public:
 
 const std::string kIdentityHeader = "2\n3\n0 0 0\n1 0 0\n0 1 0\n0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n";
 
-std::string Exported(OneScan& scan, ExportFormat format, const ExportOptions& options = {},
+std::string Exported(OneScan& scan, std::string_view format, const ExportOptions& options = {},
                      ExportReport* report = nullptr) {
     const TempFolder folder;
     scan.Write(folder / "a.qsn");
@@ -85,7 +84,7 @@ std::string Exported(OneScan& scan, ExportFormat format, const ExportOptions& op
 TEST(ExportPtx, AScanThatSaysNothingOfItsOriginHasItsColumnsAsTheyAreAndRowsFromBelow) {
     OneScan scan;
     ExportReport report;
-    const std::string text = Exported(scan, ExportFormat::Ptx, {}, &report);
+    const std::string text = Exported(scan, "PTX", {}, &report);
     // Column 0: nadir nothing, horizon 2 m along x, zenith 1 m. Column 1: nadir 4 m, horizon 3 m along y,
     // zenith nothing. No intensity: a half.
     EXPECT_EQ(text, kIdentityHeader +
@@ -110,7 +109,7 @@ TEST(ExportPtx, IntensityAndColourFollowTheCoordinates) {
     scan.luminance16 = {65535, 1, 0, 13107, 2, 32768};
     scan.luminance8 = {9, 9, 9, 9, 9, 9};  // the finer one counts
     scan.color = {{1, 2, 3}, {9, 9, 9}, {255, 0, 10}, {4, 5, 6}, {9, 9, 9}, {7, 8, 9}};
-    const std::string text = Exported(scan, ExportFormat::Ptx);
+    const std::string text = Exported(scan, "PTX");
     EXPECT_EQ(text.substr(kIdentityHeader.size()),
               "0 0 0 0 0 0 0\n"
               "2.000000 0.000000 0.000000 0.000000000 255 0 10\n"
@@ -120,15 +119,15 @@ TEST(ExportPtx, IntensityAndColourFollowTheCoordinates) {
               "0 0 0 0 0 0 0\n");
     ExportOptions options;
     options.color = options.intensity = false;
-    options.decimals = 1;
-    EXPECT_EQ(Exported(scan, ExportFormat::Ptx, options).substr(kIdentityHeader.size(), 45),
+    options.sink.decimals = 1;
+    EXPECT_EQ(Exported(scan, "PTX", options).substr(kIdentityHeader.size(), 45),
               "0 0 0 0.5\n2.0 0.0 0.0 0.500000000\n0.0 0.0 1.0");
 }
 
 TEST(ExportPtx, EightBitIntensityStandsInForSixteen) {
     OneScan scan;
     scan.luminance8 = {255, 0, 51, 0, 0, 128};
-    const std::string text = Exported(scan, ExportFormat::Ptx);
+    const std::string text = Exported(scan, "PTX");
     EXPECT_NE(text.find("2.000000 0.000000 0.000000 0.200000000\n"), std::string::npos);
     EXPECT_NE(text.find("0.000000 0.000000 1.000000 1.000000000\n"), std::string::npos);
     EXPECT_NE(text.find("0.000000 0.000000 -4.000000 0.501960784\n"), std::string::npos);
@@ -143,14 +142,14 @@ kxbase::RegistrationInformation QuarterTurn() {
 TEST(ExportPtx, TheMatrixCarriesTheRegistrationOrThePointsDo) {
     OneScan scan;
     scan.registration = QuarterTurn();
-    const std::string kept = Exported(scan, ExportFormat::Ptx);
+    const std::string kept = Exported(scan, "PTX");
     EXPECT_EQ(kept.substr(0, kept.find("0 0 0 0.5")),
               "2\n3\n100 200.25 0.3333333333333333\n0 1 0\n-1 0 0\n0 0 1\n"
               "0 1 0 0\n-1 0 0 0\n0 0 1 0\n100 200.25 0.3333333333333333 1\n");
     ExportOptions options;
     options.registration = RegistrationUse::Apply;
     ExportReport report;
-    const std::string applied = Exported(scan, ExportFormat::Ptx, options, &report);
+    const std::string applied = Exported(scan, "PTX", options, &report);
     EXPECT_TRUE(report.registrationApplied);
     EXPECT_EQ(applied, kIdentityHeader +
                            "0 0 0 0.5\n"
@@ -165,8 +164,8 @@ TEST(ExportPtx, AReturnThatRoundsToTheOriginStaysAReturn) {
     OneScan scan;
     scan.range = {0.2F, 0, 0.3F, 3000, 0, 4000};  // fractions of a millimetre, at two decimals of a metre
     ExportOptions options;
-    options.decimals = 2;
-    const std::string text = Exported(scan, ExportFormat::Ptx, options);
+    options.sink.decimals = 2;
+    const std::string text = Exported(scan, "PTX", options);
     EXPECT_EQ(text.substr(kIdentityHeader.size(), 69),
               "0 0 0 0.5\n0.01 0.00 0.00 0.500000000\n0.01 0.00 0.00 0.500000000\n0.00 ");
 }
@@ -175,7 +174,7 @@ TEST(ExportXyz, OnlyPointsAreWrittenWithWhatTheScanHas) {
     OneScan scan;
     scan.registration = QuarterTurn();
     ExportReport report;
-    EXPECT_EQ(Exported(scan, ExportFormat::Xyz, {}, &report),
+    EXPECT_EQ(Exported(scan, "XYZ", {}, &report),
               "100.000000 202.250000 0.333333\n100.000000 200.250000 1.333333\n"
               "100.000000 200.250000 -3.666667\n97.000000 200.250000 0.333333\n");
     EXPECT_TRUE(report.registrationApplied);
@@ -184,8 +183,8 @@ TEST(ExportXyz, OnlyPointsAreWrittenWithWhatTheScanHas) {
     scan.color = {{1, 2, 3}, {9, 9, 9}, {255, 0, 10}, {4, 5, 6}, {9, 9, 9}, {7, 8, 9}};
     ExportOptions options;
     options.registration = RegistrationUse::Keep;
-    options.decimals = 3;
-    EXPECT_EQ(Exported(scan, ExportFormat::Xyz, options),
+    options.sink.decimals = 3;
+    EXPECT_EQ(Exported(scan, "XYZ", options),
               "2.000 0.000 0.000 0.000000000 255 0 10\n0.000 0.000 1.000 1.000000000 1 2 3\n"
               "0.000 0.000 -4.000 0.500007630 7 8 9\n0.000 3.000 0.000 0.200000000 4 5 6\n");
 }
@@ -210,7 +209,7 @@ TEST(ExportPly, VerticesAreLittleEndianRecords) {
     OneScan scan;
     scan.luminance16 = {65535, 1, 0, 13107, 2, 32768};
     scan.color = {{1, 2, 3}, {9, 9, 9}, {255, 0, 10}, {4, 5, 6}, {9, 9, 9}, {7, 8, 9}};
-    const std::string bytes = Exported(scan, ExportFormat::Ply);
+    const std::string bytes = Exported(scan, "PLY");
     const std::string header =
         "ply\nformat binary_little_endian 1.0\ncomment written by kxio...................\nelement vertex 4\n"
         "property float x\nproperty float y\nproperty float z\nproperty float intensity\n"
@@ -235,7 +234,7 @@ TEST(ExportPly, CoordinatesFarOutAreDoubles) {
     const std::string header =
         "ply\nformat binary_little_endian 1.0\ncomment written by kxio...................\nelement vertex 4\n"
         "property double x\nproperty double y\nproperty double z\nend_header\n";
-    const std::string bytes = Exported(scan, ExportFormat::Ply);
+    const std::string bytes = Exported(scan, "PLY");
     ASSERT_EQ(bytes.substr(0, header.size()), header);
     ASSERT_EQ(bytes.size(), header.size() + 4 * 24);
     size_t at = header.size();
@@ -245,21 +244,21 @@ TEST(ExportPly, CoordinatesFarOutAreDoubles) {
     // In the instrument's frame, or by wish, they are floats; far ranges count as well.
     ExportOptions options;
     options.registration = RegistrationUse::Keep;
-    EXPECT_NE(Exported(scan, ExportFormat::Ply, options).find("property float x"), std::string::npos);
-    options.plyCoordinates = PlyCoordinates::Double;
-    EXPECT_NE(Exported(scan, ExportFormat::Ply, options).find("property double x"), std::string::npos);
+    EXPECT_NE(Exported(scan, "PLY", options).find("property float x"), std::string::npos);
+    options.sink.coordinates = NumberKind::Double;
+    EXPECT_NE(Exported(scan, "PLY", options).find("property double x"), std::string::npos);
     options = {};
-    options.plyCoordinates = PlyCoordinates::Float;
-    EXPECT_NE(Exported(scan, ExportFormat::Ply, options).find("property float x"), std::string::npos);
+    options.sink.coordinates = NumberKind::Single;
+    EXPECT_NE(Exported(scan, "PLY", options).find("property float x"), std::string::npos);
     scan.registration = {};
     scan.range[0] = 2e6F;
-    EXPECT_NE(Exported(scan, ExportFormat::Ply).find("property double x"), std::string::npos);
+    EXPECT_NE(Exported(scan, "PLY").find("property double x"), std::string::npos);
 }
 
 TEST(ExportPly, AScanWithoutPointsHasNoVertices) {
     OneScan scan;
     scan.range.assign(6, 0.0F);
-    const std::string bytes = Exported(scan, ExportFormat::Ply);
+    const std::string bytes = Exported(scan, "PLY");
     EXPECT_NE(bytes.find("element vertex 0\n"), std::string::npos);
     EXPECT_EQ(bytes.substr(bytes.size() - 11), "end_header\n");
 }
@@ -270,7 +269,7 @@ TEST(ExportScan, ALayoutThatDoesNotFitTheGridIsPassedOverWithAWarning) {
         L"hello",
         L"kxio-layout 1 columns=2 rows=4 order=forward gridrows=4 segments=0+4@near:0+ intensity=unit"};
     ExportReport report;
-    const std::string text = Exported(scan, ExportFormat::Ptx, {}, &report);
+    const std::string text = Exported(scan, "PTX", {}, &report);
     EXPECT_EQ(text.substr(0, 4), "2\n3\n");
     EXPECT_EQ(report.warnings,
               (std::vector<std::string>{
@@ -285,7 +284,7 @@ TEST(ExportScan, TheLayoutPutsCellsBack) {
         L"kxio-layout 1 columns=1 rows=5 order=forward fold=1 gridrows=3 segments=0+2@far:2-,2+3@near:0+ "
         L"intensity=integer:-10:0.5 empty=7.25 source=PTX position=1,2,3"};
     scan.luminance16 = {0, 0, 20, 21, 0, 40};
-    const std::string text = Exported(scan, ExportFormat::Ptx);
+    const std::string text = Exported(scan, "PTX");
     EXPECT_EQ(text,
               "1\n5\n1 2 3\n1 0 0\n0 1 0\n0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n"
               "0.000000 0.000000 -4.000000 10\n"
@@ -301,7 +300,7 @@ TEST(ExportScan, AScanWithoutRangeCannotBeExported) {
     const TempFolder folder;
     scan.Write(folder / "a.qsn");
     try {
-        ExportScan(folder / "a.qsn", folder / "out.ply", ExportFormat::Ply);
+        ExportScan(folder / "a.qsn", folder / "out.ply", "PLY");
         FAIL();
     } catch (const kxbase::KXComponentNotInFileException& e) {
         EXPECT_STREQ(e.what(), "Scan cannot be exported");
@@ -322,8 +321,7 @@ TEST(ExportScan, DamagedPatchesEndItAndLeaveNothingBehind) {
         bytes[static_cast<size_t>(entry.position) + i] = '\xff';
     WriteFile(folder / "b.qsn", bytes);
     WriteFile(folder / "out.ptx", "older");
-    EXPECT_THROW(ExportScan(folder / "b.qsn", folder / "out.ptx", ExportFormat::Ptx),
-                 kxbase::KXUnreadablePatchException);
+    EXPECT_THROW(ExportScan(folder / "b.qsn", folder / "out.ptx", "PTX"), kxbase::KXUnreadablePatchException);
     EXPECT_EQ(Entries(folder), (std::vector<std::string>{"a.qsn", "b.qsn", "out.ptx"}));
     EXPECT_EQ(ReadFile(folder / "out.ptx"), "older");
 }
@@ -336,7 +334,7 @@ TEST(ExportScan, PositionsThatAreNoNumbersAreLeftOutWithAWarning) {
     scan.vertical[0] = nan;
     scan.horizontal[2] = infinity;
     ExportReport report;
-    EXPECT_EQ(Exported(scan, ExportFormat::Xyz, {}, &report), "0.000000 0.000000 -4.000000\n");
+    EXPECT_EQ(Exported(scan, "XYZ", {}, &report), "0.000000 0.000000 -4.000000\n");
     EXPECT_EQ(report.points, 1U);
     EXPECT_EQ(report.warnings,
               (std::vector<std::string>{"3 returns have no usable position; they are left out"}));
@@ -348,13 +346,11 @@ TEST(ExportScan, ARegistrationOfNoNumbersIsRefusedWhereItMatters) {
     scan.registration = kxbase::RegistrationInformation::FromValues(values);
     const TempFolder folder;
     scan.Write(folder / "a.qsn");
-    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Ptx),
-                 kxbase::KXBadInputException);
-    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Xyz),
-                 kxbase::KXBadInputException);
+    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", "PTX"), kxbase::KXBadInputException);
+    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", "XYZ"), kxbase::KXBadInputException);
     ExportOptions options;
     options.registration = RegistrationUse::Keep;
-    EXPECT_EQ(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Xyz, options).points, 4U);
+    EXPECT_EQ(ExportScan(folder / "a.qsn", folder / "out", "XYZ", options).points, 4U);
 }
 
 TEST(ExportScan, TheLongestNumbersFitTheirLines) {
@@ -363,10 +359,10 @@ TEST(ExportScan, TheLongestNumbersFitTheirLines) {
     scan.registration = kxbase::RegistrationInformation::FromValues(values);
     ExportOptions options;
     options.registration = RegistrationUse::Apply;
-    options.decimals = 12;
+    options.sink.decimals = 12;
     scan.range[2] = 1e3F;
     scan.color.assign(6, {255, 255, 255});
-    for (const ExportFormat format : {ExportFormat::Ptx, ExportFormat::Xyz}) {
+    for (const char* format : {"PTX", "XYZ"}) {
         EXPECT_GT(Exported(scan, format, options).size(), 3U * 309U);
     }
 }
@@ -383,7 +379,7 @@ TEST(ExportScan, TheGridsClaimsAllocateNothing) {
     const kxio::QSNScanReader reader((folder / "a.qsn").wstring());
     const kxtest::AllocationWatch watch;
     try {
-        ExportScan(reader, folder / "out", ExportFormat::Ptx);
+        ExportScan(reader, folder / "out", "PTX");
         FAIL();
     } catch (const kxbase::KXUnreadablePatchException& e) {
         EXPECT_EQ(e.Context().detail, "found a chunk of 6 values, expected 2147483647");
@@ -399,8 +395,7 @@ TEST(ExportScan, AScanWithoutGridCannotBeExported) {
         writer.CreateNew((folder / "a.qsn").wstring());
         writer.EndCreation();
     }
-    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Ptx),
-                 kxbase::KXBadInputException);
+    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", "PTX"), kxbase::KXBadInputException);
     EXPECT_EQ(Entries(folder), (std::vector<std::string>{"a.qsn"}));
 }
 
@@ -429,7 +424,7 @@ TEST(ExportScan, ProgressReachesTheTotalAndCancellingLeavesNothingBehind) {
     ImportOptions importOptions;
     importOptions.patchWidth = importOptions.patchHeight = 8;
     ImportScan(*SourceOf(PtxText(MakeSweep(sweep), 40, 30, true)), 0, folder / "a.qsn", importOptions);
-    for (const ExportFormat format : {ExportFormat::Ptx, ExportFormat::Ply, ExportFormat::Xyz}) {
+    for (const char* format : {"PTX", "PLY", "XYZ"}) {
         StopAt never(1000);
         ExportScan(folder / "a.qsn", folder / "whole", format, {}, &never);
         EXPECT_EQ(never.done, 1200U);
@@ -450,11 +445,11 @@ TEST(ExportScan, TheThreadCountChangesNoByte) {
     ImportOptions importOptions;
     importOptions.patchWidth = importOptions.patchHeight = 8;
     ImportScan(*SourceOf(PtxText(MakeSweep(sweep), 40, 30, true)), 0, folder / "a.qsn", importOptions);
-    for (const ExportFormat format : {ExportFormat::Ptx, ExportFormat::Ply, ExportFormat::Xyz}) {
+    for (const char* format : {"PTX", "PLY", "XYZ"}) {
         std::string first;
         for (const int threads : {1, 2, 7, 0}) {
             ExportOptions options;
-            options.threads = threads;
+            options.sink.threads = threads;
             ExportScan(folder / "a.qsn", folder / "out", format, options);
             const std::string bytes = ReadFile(folder / "out");
             if (first.empty()) first = bytes;
@@ -469,9 +464,9 @@ TEST(ExportScan, OptionsOutsideTheirRangeAreRefused) {
     scan.Write(folder / "a.qsn");
     for (const auto& [decimals, threads] : {std::pair{0, 1}, {-2, 1}, {13, 1}, {3, -1}, {3, 5000}}) {
         ExportOptions options;
-        options.decimals = decimals;
-        options.threads = threads;
-        EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", ExportFormat::Xyz, options),
+        options.sink.decimals = decimals;
+        options.sink.threads = threads;
+        EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "out", "XYZ", options),
                      kxbase::KXBadInputException);
     }
     EXPECT_EQ(Entries(folder), (std::vector<std::string>{"a.qsn"}));
@@ -481,10 +476,9 @@ TEST(ExportScan, FilesThatCannotBeOpenedSaySo) {
     OneScan scan;
     const TempFolder folder;
     scan.Write(folder / "a.qsn");
-    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "missing" / "out", ExportFormat::Xyz),
+    EXPECT_THROW(ExportScan(folder / "a.qsn", folder / "missing" / "out", "XYZ"),
                  kxbase::KXFileNotOpenException);
-    EXPECT_THROW(ExportScan(folder / "b.qsn", folder / "out", ExportFormat::Xyz),
-                 kxbase::KXHeaderReadingException);
+    EXPECT_THROW(ExportScan(folder / "b.qsn", folder / "out", "XYZ"), kxbase::KXHeaderReadingException);
 }
 
 // A stream that takes so many bytes and then fails, as a full disk does.
@@ -513,14 +507,15 @@ TEST(ScanSinks, AFullDiskIsReportedByTheCallThatMeetsIt) {
     ScanDescription description;
     description.columns = 12;
     description.rows = 9;
-    for (const ExportFormat format : {ExportFormat::Ptx, ExportFormat::Ply, ExportFormat::Xyz}) {
+    for (const char* format : {"PTX", "PLY", "XYZ"}) {
         for (const uint64_t room : {uint64_t{0}, uint64_t{500}}) {
             FullDisk disk(room);
-            const auto sink = MakeScanSink(format, disk, {});
+            const auto sink = FindSinkFormat(format)->make(disk, {});
             EXPECT_THROW(
                 {
-                    sink->Begin(description);
+                    sink->BeginScan(description);
                     sink->WriteColumns(cells, 12);
+                    sink->EndScan();
                     sink->Finish();
                 },
                 kxbase::KXWritingException);
@@ -528,12 +523,18 @@ TEST(ScanSinks, AFullDiskIsReportedByTheCallThatMeetsIt) {
     }
 }
 
-TEST(ExportFormatOf, TheEndingTellsTheFormat) {
-    EXPECT_EQ(ExportFormatOf("a.ptx"), ExportFormat::Ptx);
-    EXPECT_EQ(ExportFormatOf("folder.xyz/A.PLY"), ExportFormat::Ply);
-    EXPECT_EQ(ExportFormatOf("a.b.xYz"), ExportFormat::Xyz);
-    EXPECT_EQ(ExportFormatOf("a.ptx.gz"), std::nullopt);
-    EXPECT_EQ(ExportFormatOf("ptx"), std::nullopt);
+TEST(SinkFormatOf, TheEndingTellsTheFormat) {
+    EXPECT_EQ(SinkFormatOf("a.ptx"), FindSinkFormat("PTX"));
+    EXPECT_EQ(SinkFormatOf("folder.xyz/A.PLY"), FindSinkFormat("ply"));
+    EXPECT_EQ(SinkFormatOf("a.b.xYz"), FindSinkFormat("XYZ"));
+    EXPECT_EQ(SinkFormatOf("a.nothing"), nullptr);
+    EXPECT_EQ(SinkFormatOf("ptx"), nullptr);
+    EXPECT_EQ(SinkFormatOf(".ptx"), nullptr);
+    EXPECT_EQ(FindSinkFormat("PTX2"), nullptr);
+    for (const SinkFormat& format : SinkFormats()) {
+        ASSERT_FALSE(format.endings.empty());
+        EXPECT_EQ(SinkFormatOf("a" + std::string(format.endings[0])), &format) << format.name;
+    }
 }
 
 }  // namespace

@@ -386,7 +386,7 @@ TEST(ImportScan, LossyColourStaysClose) {
     options.colorCodec = Codec::Jpeg;
     CheckRoundTrip(folder / "a.ptx", options, false);
     ImportScan(*OpenScanSource(folder / "a.ptx"), 0, folder / "a.qsn", options);
-    ExportScan(folder / "a.qsn", folder / "b.ptx", ExportFormat::Ptx);
+    ExportScan(folder / "a.qsn", folder / "b.ptx", "PTX");
     const Scan back = ReadScan(*OpenScanSource(folder / "b.ptx"));
     for (size_t i = 0; i < cells.size(); ++i) {
         ASSERT_NEAR(back.cells[i].red, cells[i].red, 12);
@@ -454,7 +454,7 @@ TEST(ImportScan, CellsWithoutAReturnKeepTheirOneIntensity) {
     const auto export_ = [](const std::string& text, std::vector<std::string>* warnings) {
         const TempFolder folder;
         *warnings = ImportScan(*SourceOf(text), 0, folder / "a.qsn").warnings;
-        ExportScan(folder / "a.qsn", folder / "b.ptx", ExportFormat::Ptx);
+        ExportScan(folder / "a.qsn", folder / "b.ptx", "PTX");
         return ReadScan(*OpenScanSource(folder / "b.ptx"));
     };
     std::vector<std::string> warnings;
@@ -500,9 +500,7 @@ TEST(ImportScan, ANameBeyondAsciiIsWrittenAndRead) {
     const std::filesystem::path path = folder.Path() / std::filesystem::path(u8"Aufnahme \u4e03.qsn");
     ImportScan(*SourceOf(SmallText()), 0, path);
     EXPECT_TRUE(std::filesystem::exists(path));
-    EXPECT_EQ(
-        ExportScan(path, folder.Path() / std::filesystem::path(u8"\u4e03.ply"), ExportFormat::Ply).cells,
-        1200U);
+    EXPECT_EQ(ExportScan(path, folder.Path() / std::filesystem::path(u8"\u4e03.ply"), "PLY").cells, 1200U);
 }
 
 TEST(PatchSize, FollowsTheGridWhereTheGridIsSmaller) {

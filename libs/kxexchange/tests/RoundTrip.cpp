@@ -16,8 +16,8 @@ RoundTripResult CheckRoundTrip(const std::filesystem::path& sourcePath, const Im
     const auto source = OpenScanSource(sourcePath);
     result.imported = ImportScan(*source, scanIndex, folder / "scan.qsn", options);
     ExportOptions exportOptions;
-    exportOptions.decimals = kDecimals;
-    result.exported = ExportScan(folder / "scan.qsn", folder / "back.ptx", ExportFormat::Ptx, exportOptions);
+    exportOptions.sink.decimals = kDecimals;
+    result.exported = ExportScan(folder / "scan.qsn", folder / "back.ptx", "PTX", exportOptions);
     EXPECT_EQ(Entries(folder), (std::vector<std::string>{"back.ptx", "scan.qsn"}));
     EXPECT_TRUE(result.exported.warnings.empty());
     EXPECT_EQ(result.exported.bytesWritten, std::filesystem::file_size(folder / "back.ptx"));

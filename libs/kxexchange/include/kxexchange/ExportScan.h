@@ -3,13 +3,15 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kxexchange/Errors.h"
 #include "kxexchange/Export.h"
+#include "kxexchange/LossReport.h"
 #include "kxexchange/Progress.h"
+#include "kxexchange/ScanSink.h"
 
 namespace kxio {
 class QSNScanReader;
@@ -17,37 +19,19 @@ class QSNScanReader;
 
 namespace kxexchange {
 
-/// What a scan can be exported to.
-enum class ExportFormat {
-    Ptx,  ///< text, every cell of the grid, matrix in the header
-    Ply,  ///< binary little-endian, points only
-    Xyz,  ///< text, one line per point
-};
-
-/// The format that a file name asks for by its ending (`.ptx`, `.ply`, `.xyz`, any case), if any.
-KXEXCHANGE_EXPORT std::optional<ExportFormat> ExportFormatOf(const std::filesystem::path& path);
-
 /// What to do with the scan's registration.
 enum class RegistrationUse {
-    Default,  ///< PTX: Keep; PLY and XYZ: Apply
-    Keep,     ///< points in the instrument's frame; PTX carries the matrix
-    Apply,    ///< points in the project's frame; a PTX then carries the identity
-};
-
-/// How PLY stores coordinates.
-enum class PlyCoordinates {
-    Default,  ///< Float unless a coordinate might exceed 1,000 m
-    Float,
-    Double,
+    Default,  ///< Keep where the format holds a pose (PTX, E57), otherwise Apply
+    Keep,     ///< points in the instrument's frame; the pose beside them where the format holds one
+    Apply,    ///< points in the project's frame; a format with a pose then carries the identity
 };
 
 struct ExportOptions {
     RegistrationUse registration = RegistrationUse::Default;
     bool intensity = true;  ///< write intensity where the scan has it (PTX needs a value: 0.5 when left out)
     bool color = true;      ///< write colour where the scan has it
-    PlyCoordinates plyCoordinates = PlyCoordinates::Default;
-    int decimals = -1;  ///< of coordinates in text, 1..12; -1: two more than the range scale, at least 6
-    int threads = 0;    ///< 1: all in the caller's thread; 0: as many as the machine has cores
+    SinkOptions sink;       ///< what the format leaves open; its threads: 0, as many as the machine has cores
+    ExportOptions() { sink.threads = 0; }
 };
 
 /// What an export did.
@@ -60,6 +44,7 @@ struct ExportReport {
     bool intensity = false;     ///< the file holds measured intensities
     bool color = false;
     bool registrationApplied = false;
+    LossReport losses;
     std::vector<std::string> warnings;  ///< UTF-8
 };
 
@@ -70,22 +55,23 @@ struct ExportReport {
 /// beside `outPath` under a temporary name and renamed when complete; on failure or cancellation the
 /// temporary file is removed. `reader` must stay open and must not be closed or reopened meanwhile.
 ///
+/// \param format    name of a format of SinkFormats(), in any case
 /// \param progress  may be null
 /// \throws CancelledException  `progress` said so
 /// \throws kxbase::KXComponentNotInFileException  the scan has no range or angles
 /// \throws kxbase::KXUnreadablePatchException     the stored bytes are damaged
-/// \throws kxbase::KXBadInputException            an option is not acceptable, or the scan has no grid or a
-///                                                registration of values that are no numbers; nothing was
-///                                                written
+/// \throws kxbase::KXBadInputException            an option or the format is not acceptable, or the scan has
+///                                                no grid or a registration of values that are no numbers;
+///                                                nothing was written
 /// \throws kxbase::KXFileNotOpenException, kxbase::KXWritingException  the output failed
 KXEXCHANGE_EXPORT ExportReport ExportScan(const kxio::QSNScanReader& reader,
-                                          const std::filesystem::path& outPath, ExportFormat format,
+                                          const std::filesystem::path& outPath, std::string_view format,
                                           const ExportOptions& options = {},
                                           ProgressSink* progress = nullptr);
 
 /// The same for a file, opened for the duration of the call.
 KXEXCHANGE_EXPORT ExportReport ExportScan(const std::filesystem::path& scanPath,
-                                          const std::filesystem::path& outPath, ExportFormat format,
+                                          const std::filesystem::path& outPath, std::string_view format,
                                           const ExportOptions& options = {},
                                           ProgressSink* progress = nullptr);
 

@@ -4,59 +4,30 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <optional>
+#include <span>
 #include <string>
-#include <utility>
+#include <string_view>
 #include <vector>
 
 #include "kxbase/IInFileStream.h"
-#include "kxbase/RegistrationInformation.h"
+#include "kxexchange/Cell.h"
 #include "kxexchange/Export.h"
+#include "kxexchange/ScanDescription.h"
 
 namespace kxexchange {
 
-/// One cell of a scan's grid, or one point of a scan without a grid.
-struct Cell {
-    double x = 0;  ///< metres, in the instrument's frame
-    double y = 0;
-    double z = 0;
-    double intensity = 0;  ///< as the file says it; see the field's unit and range
-    uint8_t red = 0;
-    uint8_t green = 0;
-    uint8_t blue = 0;
-    bool valid = false;  ///< something came back; otherwise the coordinates are 0
-};
-
-/// What is known about one field of a scan before its cells are read.
-struct FieldDescription {
-    bool present = false;
-    std::string unit;               ///< "m", "1" for a share of 1, "count"; empty when unknown
-    std::optional<double> minimum;  ///< declared range, when the format declares one
-    std::optional<double> maximum;
-    std::optional<double> precision;  ///< declared step of the stored values
-};
-
-/// What a file says about one of its scans, in front of the cells.
-struct ScanDescription {
-    std::string name;      ///< UTF-8; may be empty
-    uint64_t columns = 0;  ///< columns of the grid; 0 x 0 when the scan has no grid
-    uint64_t rows = 0;
-    uint64_t points = 0;  ///< cells, or points of a scan without grid, that the file announces
-    kxbase::RegistrationInformation pose;  ///< instrument's frame to the project's; translation in metres
-    FieldDescription coordinates;
-    FieldDescription intensity;
-    FieldDescription color;
-    /// Facts of the format that have no place above and that its writer would like back, as (key, value)
-    /// with keys of [a-z0-9-] and values without blanks.
-    std::vector<std::pair<std::string, std::string>> keepsakes;
-
-    bool HasGrid() const { return columns != 0 && rows != 0; }
+/// How a file is to be read.
+struct SourceOptions {
+    int threads = 1;     ///< 1: all in the caller's thread; 0: as many as the machine has cores
+    std::string format;  ///< name of the format ("PTX"); empty: told from the file
+    /// Where a reader may put what it cannot keep in memory; empty: the system's folder.
+    std::filesystem::path temporaryFolder;
 };
 
 /// Reads the scans of one file of another format, cell by cell, without holding the file.
 ///
 /// Opening a scan a second time reads it again from its start, which is how an importer makes its two
-/// passes. One source serves one thread at a time.
+/// passes. One source serves one thread at a time; it may use threads of its own.
 class KXEXCHANGE_EXPORT ScanSource {
 public:
     virtual ~ScanSource();
@@ -75,23 +46,44 @@ public:
     virtual ScanDescription OpenScan(uint64_t index) = 0;
     /// Reads the next whole columns of the open scan: at least one, at most `maxColumns`, and no more than
     /// a few million cells at a time, column after column, each in the file's row order, into `cells`
-    /// (replaced). A scan without grid is one column cut anywhere. \return columns read; 0 at the end.
+    /// (replaced). A reader whose records come in another order sorts them first, in bounded memory; places
+    /// of the grid that no record names are cells without a return. A scan without grid is one column cut
+    /// anywhere: `maxColumns` does not count, the points of the next piece are given, and 1 is returned.
+    /// \return columns read; 0 at the end
     /// \throws SourceFormatException
     virtual uint64_t ReadColumns(uint64_t maxColumns, std::vector<Cell>& cells) = 0;
+    /// What was noticed about the open scan while its cells were read (two records for one place, say),
+    /// UTF-8; complete once ReadColumns has returned 0.
+    virtual std::vector<std::string> Warnings() const { return {}; }
     /// Bytes of the file, as stored, taken so far since the source was made; grows over all passes.
     virtual uint64_t BytesRead() const = 0;
     /// Size of the file in bytes.
     virtual uint64_t FileBytes() const = 0;
 };
 
-/// Opens a file for import; the format is told from its name (`.ptx`, `.ptx.gz`) and first bytes.
+/// A format that can be read.
+struct SourceFormat {
+    std::string_view name;                      ///< "PTX"; also what FormatName() says
+    std::span<const std::string_view> endings;  ///< lower case, with the point
+    std::string_view magic;                     ///< first bytes of such a file; empty when it has none
+    std::unique_ptr<ScanSource> (*make)(std::unique_ptr<kxbase::IInFileStream> stream,
+                                        const std::string& name, const SourceOptions& options);
+};
+
+/// All formats that can be read.
+KXEXCHANGE_EXPORT std::span<const SourceFormat> SourceFormats();
+
+/// Opens a file. The format is the one of the options, else the one that has the name's ending, else the
+/// one whose first bytes the file has.
 /// \throws kxbase::KXFileNotOpenException  "Cannot open file"
 /// \throws kxbase::KXBadInputException     no reader for this kind of file
-KXEXCHANGE_EXPORT std::unique_ptr<ScanSource> OpenScanSource(const std::filesystem::path& path);
+KXEXCHANGE_EXPORT std::unique_ptr<ScanSource> OpenScanSource(const std::filesystem::path& path,
+                                                             const SourceOptions& options = {});
 
-/// The same over a stream: memory, or a caller's own. `name` tells the format and appears in messages.
+/// The same over a stream: memory, or a caller's own. `name` appears in messages.
 KXEXCHANGE_EXPORT std::unique_ptr<ScanSource> OpenScanSource(std::unique_ptr<kxbase::IInFileStream> stream,
-                                                             const std::string& name);
+                                                             const std::string& name,
+                                                             const SourceOptions& options = {});
 
 /// True when OpenScanSource knows the kind of file by its name.
 KXEXCHANGE_EXPORT bool IsImportable(const std::filesystem::path& path);
