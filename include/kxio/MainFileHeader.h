@@ -67,6 +67,9 @@ public:
     /// Decodes the version-210 payload without looking at the version.
     /// \param payload  at least 76 bytes
     void Read210(const unsigned char* payload);
+
+private:
+    void Decode210(kxbase::ByteReader& in);
 };
 
 }  // namespace kxio

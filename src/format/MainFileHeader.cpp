@@ -27,12 +27,17 @@ uint32_t MainFileHeader::DataSize(uint32_t /*version*/) const {
 
 void MainFileHeader::_Read(const unsigned char* payload) {
     RequireVersion(MinimumVersion, "Unsupported MainFileHeader version");
-    PayloadReader(payload).RequireElements(PayloadSize, 1, "positions");
-    Read210(payload);
+    kxbase::ByteReader in = PayloadReader(payload);
+    in.RequireElements(PayloadSize, 1, "positions");
+    Decode210(in);
 }
 
 void MainFileHeader::Read210(const unsigned char* payload) {
     kxbase::ByteReader in({payload, PayloadSize}, 0, GetRecordName());
+    Decode210(in);
+}
+
+void MainFileHeader::Decode210(kxbase::ByteReader& in) {
     scanHeaderPosition = in.U64("scan header position");
     firstComponentHeaderPosition = in.U64("first component header position");
     firstChunkPosition = in.U64("first chunk position");

@@ -28,7 +28,7 @@ void PreregistrationExtendedHeader::DecodeData() {
     m_uuid = kxbase::UUID();
     m_registration = kxbase::RegistrationInformation();
     if (GetDataBufferSize() >= ByteSize) {
-        kxbase::ByteReader in(Data(), 0, PreregistrationExtendedHeader::GetRecordName());
+        kxbase::ByteReader in = PartReader(Data(), FixedSize);
         m_value = in.F64("value");
         m_uuid = kxbase::UUID::FromBytes(in.Take(16, "UUID").data());
         m_registration = DecodeRegistration(in);

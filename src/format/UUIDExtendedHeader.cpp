@@ -22,7 +22,7 @@ const char* UUIDExtendedHeader::GetRecordName() const {
 void UUIDExtendedHeader::DecodeData() {
     m_scan = m_parent = kxbase::UUID();
     if (GetDataBufferSize() >= ByteSize) {
-        kxbase::ByteReader in(Data(), 0, UUIDExtendedHeader::GetRecordName());
+        kxbase::ByteReader in = PartReader(Data(), FixedSize);
         m_scan = kxbase::UUID::FromBytes(in.Take(16, "scan UUID").data());
         m_parent = kxbase::UUID::FromBytes(in.Take(16, "parent UUID").data());
     }

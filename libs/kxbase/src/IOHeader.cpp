@@ -164,7 +164,13 @@ const ErrorContext& IOHeader::GetReadProblem() const {
 }
 
 ByteReader IOHeader::PayloadReader(const unsigned char* payload) const {
-    return ByteReader({payload, m_dataSize}, m_payloadOffset, GetRecordName());
+    return PartReader({payload, m_dataSize}, 0);
+}
+
+ByteReader IOHeader::PartReader(std::span<const unsigned char> bytes, uint64_t offset) const {
+    ByteReader reader(bytes, m_payloadOffset + offset, GetRecordName());
+    reader.ReportTo(m_fieldSink);
+    return reader;
 }
 
 void IOHeader::RequireVersion(uint32_t minimum, const char* text) const {

@@ -5,6 +5,7 @@
 #include <array>
 #include <bit>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "kxbase/ByteReader.h"
@@ -248,6 +249,33 @@ RC_GTEST_PROP(ByteIO, WhatIsWrittenIsRead,
     in.Bytes(back, "raw");
     RC_ASSERT(back == raw);
     RC_ASSERT(in.Remaining() == 0u);
+}
+
+/// Notes what it is told as "name kind @offset size".
+class Notes : public kxbase::FieldSink {
+public:
+    void OnField(const char* field, kxbase::FieldKind kind, uint64_t offset,
+                 std::span<const unsigned char> bytes) override {
+        lines.push_back(std::string(field) + " " + "UFTB"[static_cast<int>(kind)] + " @" +
+                        std::to_string(offset) + " " + std::to_string(bytes.size()));
+    }
+    std::vector<std::string> lines;
+};
+
+TEST(ByteReader, TellsEveryFieldThatItTakesAndNoneThatItCannot) {
+    const std::vector<unsigned char> bytes = {1, 2, 0, 0, 0x80, 0x3f, 'a', 0, 7, 8, 9};
+    Notes notes;
+    kxbase::ByteReader in(bytes, 100, "record");
+    in.ReportTo(&notes);
+    in.U16("count");
+    in.F32("value");
+    in.TextToNul("text");
+    EXPECT_THROW(in.U64("too much"), kxbase::ByteRangeException);
+    in.Take(2, "two");
+    in.ReportTo(nullptr);
+    in.U8("unseen");
+    EXPECT_EQ(notes.lines, (std::vector<std::string>{"count U @100 2", "value F @102 4", "text T @106 2",
+                                                     "two B @108 2"}));
 }
 
 }  // namespace

@@ -6,8 +6,10 @@
 
 namespace kxcodecs {
 
-ChunkHeaderInfo DecodeChunkHeader(std::span<const unsigned char> chunk) {
-    kxbase::ByteReader in(chunk, 0, "chunk header");
+ChunkHeaderInfo DecodeChunkHeader(std::span<const unsigned char> chunk, kxbase::FieldSink* sink,
+                                  uint64_t offset) {
+    kxbase::ByteReader in(chunk, offset, "chunk header");
+    in.ReportTo(sink);
     in.RequireElements(1, ChunkHeaderInfo::kByteSize, "chunk header");
     ChunkHeaderInfo header;
     header.codecId = in.U64("codec identifier");

@@ -17,6 +17,21 @@ public:
     ~ByteRangeException() override;
 };
 
+/// How the bytes of a field are meant.
+enum class FieldKind { Unsigned, Float, Text, Bytes };
+
+/// Is told of each field that a `ByteReader` takes, in the order in which they are taken: for programs that
+/// show records. What decodes a record so also describes it.
+class KXBASE_EXPORT FieldSink {
+public:
+    virtual ~FieldSink();
+    /// \param field   its name
+    /// \param offset  absolute offset of its first byte
+    /// \param bytes   as they are stored, with the closing NUL of a text; valid during the call
+    virtual void OnField(const char* field, FieldKind kind, uint64_t offset,
+                         std::span<const unsigned char> bytes) = 0;
+};
+
 /// A cursor over bytes that came from outside: the only way by which bytes become fields.
 ///
 /// All values are little-endian. Every read is checked in every build; a read that does not fit throws
@@ -28,6 +43,9 @@ public:
     /// \param recordName   kind of record, for messages
     explicit ByteReader(std::span<const unsigned char> bytes, uint64_t baseOffset = 0,
                         std::string recordName = {});
+
+    /// From now on every field that is taken is told to `sink`, which is borrowed; null ends it.
+    void ReportTo(FieldSink* sink) { m_sink = sink; }
 
     uint8_t U8(const char* field);    ///< one byte
     uint16_t U16(const char* field);  ///< two bytes
@@ -56,12 +74,13 @@ public:
 
 private:
     [[noreturn]] void Fail(const char* field, const std::string& detail) const;
-    const unsigned char* Next(uint64_t count, const char* field);
+    const unsigned char* Next(uint64_t count, const char* field, FieldKind kind);
 
     std::span<const unsigned char> m_bytes;
     uint64_t m_position = 0;
     uint64_t m_baseOffset;
     std::string m_recordName;
+    FieldSink* m_sink = nullptr;
 };
 
 }  // namespace kxbase

@@ -87,9 +87,16 @@ public:
     /// Why the last `Read` returned 0: record, field, offset, detail. Empty after a success.
     const ErrorContext& GetReadProblem() const;
 
+    /// The next reads tell every field of the payload to `sink`, which is borrowed; null ends it. Copies of
+    /// the record do too.
+    void SetFieldSink(FieldSink* sink) { m_fieldSink = sink; }
+
 protected:
     /// A checked cursor over the payload that `_Read` was given.
     ByteReader PayloadReader(const unsigned char* payload) const;
+    /// The same over bytes that were kept of the payload.
+    /// \param offset  of the first of them in the payload
+    ByteReader PartReader(std::span<const unsigned char> bytes, uint64_t offset) const;
     /// Fails with `KXHeaderReadingException(text)` when the frame's version is below `minimum`.
     void RequireVersion(uint32_t minimum, const char* text) const;
 
@@ -104,6 +111,7 @@ private:
     bool m_valid = false;
     uint64_t m_payloadOffset = 0;
     ErrorContext m_problem;
+    FieldSink* m_fieldSink = nullptr;
 };
 
 }  // namespace kxbase

@@ -6,6 +6,10 @@
 
 #include "kxcodecs/Export.h"
 
+namespace kxbase {
+class FieldSink;
+}
+
 namespace kxcodecs {
 
 /// The 28 bytes with which every chunk begins, little-endian.
@@ -40,7 +44,10 @@ struct ChunkHeaderInfo {
 
 /// Reads the header at the start of `chunk`: its shape only, no field is judged.
 /// \throws kxbase::ByteRangeException  fewer than 28 bytes
-KXCODECS_EXPORT ChunkHeaderInfo DecodeChunkHeader(std::span<const unsigned char> chunk);
+/// \param sink    told each field when it is not null; borrowed
+/// \param offset  of the chunk in the file, for the sink
+KXCODECS_EXPORT ChunkHeaderInfo DecodeChunkHeader(std::span<const unsigned char> chunk,
+                                                  kxbase::FieldSink* sink = nullptr, uint64_t offset = 0);
 
 /// Writes the header into the first 28 bytes of `chunk`.
 /// \throws kxbase::KXWrongDataSizeofException  fewer than 28 bytes
