@@ -116,6 +116,13 @@ std::string ExamplesText(const CommandDescription& description) {
     return text;
 }
 
+std::string ExitCodesText() {
+    std::string text = "Exit codes:";
+    for (const ExitCodeMeaning& meaning : ExitCodeMeanings())
+        text += fmt::format("\n  {:>3}  {}", static_cast<int>(meaning.code), meaning.meaning);
+    return text;
+}
+
 /// The parser itself would only say that a command is missing.
 void RequireKnownCommand(const std::vector<std::string>& arguments) {
     if (arguments.empty() || arguments.front().starts_with('-')) return;
@@ -143,9 +150,8 @@ public:
         m_app.require_subcommand(1);
         m_app.get_formatter()->column_width(kHelpColumn);
         m_app.get_formatter()->label("REQUIRED", "");  // the line of usage says so
-        m_app.footer(
-            "Each command has a help of its own with examples: qsn import --help\n"
-            "Exit codes: 0 fine, 1 failed, 2 wrong usage, 130 interrupted.");
+        m_app.footer("Each command has a help of its own with examples: qsn import --help\n\n" +
+                     ExitCodesText());
         for (const CommandDescription& description : Commands())
             Add(description);
     }
@@ -171,7 +177,12 @@ public:
             if (!entry.app->parsed()) continue;
             // For those parts of the library that take no count of threads.
             omp_set_num_threads(static_cast<int>(m_session.threads));
-            entry.command->Run(m_session);
+            try {
+                entry.command->Run(m_session);
+            } catch (const Ended&) {
+                FlushOutput();
+                throw;
+            }
             FlushOutput();
         }
         return ExitFine;
@@ -237,11 +248,13 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
             name = line.Name();
             throw;
         }
+    } catch (const Ended& ended) {
+        return ended.Code();
     } catch (const std::exception& error) {
-        const ExitCode code = ExitCodeOf(error);
         WriteError(fmt::format("qsn: {}\n", Printable(DescribeError(error))));
-        if (code == ExitWrongUsage) WriteError(fmt::format("Try '{} --help'.\n", name));
-        return code;
+        if (dynamic_cast<const UsageError*>(&error) != nullptr)
+            WriteError(fmt::format("Try '{} --help'.\n", name));
+        return ExitCodeOf(error);
     }
 }
 

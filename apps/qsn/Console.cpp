@@ -58,12 +58,12 @@ unsigned ErrorTerminalColumns() {
 
 void WriteOutput(std::string_view text) {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
-        throw Failure("standard output: not everything could be written");
+        throw Failure("standard output: not everything could be written", ExitWriteFailed);
 }
 
 void FlushOutput() {
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-        throw Failure("standard output: not everything could be written");
+        throw Failure("standard output: not everything could be written", ExitWriteFailed);
 }
 
 void WriteError(std::string_view text) {

@@ -80,8 +80,10 @@ std::string RegistrationText(const kxbase::RegistrationInformation& registration
 void RequireChainToTheEnd(const std::string& input, const kxio::ScanAccess& access) {
     uint64_t position = access.GetMainHeader().firstExtendedHeaderPosition;
     if (position == 0)
-        throw Failure(fmt::format(
-            "{}: the file has no chain of extended records; nobody would find what is appended", input));
+        throw Failure(
+            fmt::format("{}: the file has no chain of extended records; nobody would find what is appended",
+                        input),
+            ExitUnknownFormat);
     kxbase::kxInFile in(kxbase::Decode_UTF8(input));
     kxio::ExtendedHeader record;
     while (in.Seek(position) && record.Read(&in) != 0)
@@ -91,7 +93,8 @@ void RequireChainToTheEnd(const std::string& input, const kxio::ScanAccess& acce
             fmt::format("{}: the chain of extended records ends at byte {}, the file at byte {}; nobody "
                         "would find what is "
                         "appended",
-                        input, position, access.GetFileSize()));
+                        input, position, access.GetFileSize()),
+            ExitDamaged);
 }
 
 class EditCommand : public Command {
@@ -224,15 +227,17 @@ private:
         if (!m_registration.empty() &&
             (header.GetVersion() < kFirstVersionWithRegistration || header.GetDataSize() < kRegistrationEnd))
             throw Failure(fmt::format("{}: its scan header, version {}, has no registration that can be set",
-                                      m_input, header.GetVersion()));
+                                      m_input, header.GetVersion()),
+                          ExitUnknownFormat);
         if (!m_speckle.empty() && header.GetSpeckleOffset() == 0)
             throw Failure(fmt::format("{}: its scan header, version {}, has no speckle flag", m_input,
-                                      header.GetVersion()));
+                                      header.GetVersion()),
+                          ExitUnknownFormat);
         if (!m_messages.empty() || !m_warnings.empty() || !m_hqLinks.empty() || !m_erLinks.empty() ||
             !m_hdrLinks.empty())
             RequireChainToTheEnd(m_input, access);
         if (!kxbase::kxOutFile(path, kxbase::kxOutFile::KeepContent).IsOpen())
-            throw Failure(m_input + ": it cannot be opened for writing");
+            throw Failure(m_input + ": it cannot be opened for writing", ExitWriteFailed);
         return properties;
     }
 

@@ -76,7 +76,8 @@ public:
         const kxbase::ComponentType component = asked ? *asked : FirstOf(reader);
         if (!reader.IsHistogramAvailable(component))
             throw Failure(
-                fmt::format("{}: no histogram of component {}", m_input, ComponentShortName(component)));
+                fmt::format("{}: no histogram of component {}", m_input, ComponentShortName(component)),
+                ExitWrongUsage);
         std::optional<uint32_t> patch;
         if (m_place) patch = access.Grid().PatchesPerRow() * m_place->first + m_place->second;
         const Counts counts = ReadCounts(access, component, patch);
@@ -89,7 +90,7 @@ public:
 private:
     kxbase::ComponentType FirstOf(const kxio::QSNScanReader& reader) const {
         const auto available = reader.GetAvailableHistograms();
-        if (available.empty()) throw Failure(m_input + ": the file has no histograms");
+        if (available.empty()) throw Failure(m_input + ": the file has no histograms", ExitWrongUsage);
         return available.front();
     }
 

@@ -93,7 +93,8 @@ private:
         for (const auto component : {kxbase::Range, kxbase::VerticalAngle, kxbase::HorizontalAngle}) {
             if (!converter.IsComponentAvailable(component))
                 throw Failure(fmt::format("{}: the file has no component {}; its cells have no place",
-                                          m_input, ComponentShortName(component)));
+                                          m_input, ComponentShortName(component)),
+                              ExitWrongUsage);
         }
     }
 
@@ -137,8 +138,9 @@ private:
         const Vector3 local = registration.InverseTransform(given);
         const double error = Length(registration.Transform(local) - given);
         if (!(error <= 1e-6 * (1 + Length(given))))
-            throw Failure(fmt::format("{}: the registration is no rotation with a shift and cannot be undone",
-                                      m_input));
+            throw Failure(
+                fmt::format("{}: the registration is no rotation with a shift and cannot be undone", m_input),
+                ExitWrongUsage);
         return local;
     }
 
@@ -210,7 +212,8 @@ private:
         }
         if (located.stored == PolarPoint::Invalid())
             throw Failure(
-                fmt::format("{}: the patch of row {}, column {} cannot be read", m_input, row, column));
+                fmt::format("{}: the patch of row {}, column {} cannot be read", m_input, row, column),
+                ExitDamaged);
         return located;
     }
 

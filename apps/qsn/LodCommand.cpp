@@ -71,7 +71,8 @@ Image EmptyImage(const Stretch& rows, const Stretch& columns, uint32_t elementBy
     if (elements > std::min(kMostElements, kMostBytes / std::max(1U, elementBytes)))
         throw Failure(
             fmt::format("{} x {} elements are too many; take a higher --level, one --row or one --column too",
-                        image.width, image.height));
+                        image.width, image.height),
+            ExitLimit);
     image.bytes.resize(elements * elementBytes);
     return image;
 }
@@ -200,7 +201,8 @@ public:
                                    image.width, image.height, image.elementBytes));
         if (image.report.damaged > 0)
             throw Failure(fmt::format("{}: {} patches could not be read and are left empty", m_input,
-                                      image.report.damaged));
+                                      image.report.damaged),
+                          ExitPartial);
     }
 
 private:

@@ -57,19 +57,22 @@ void RequireOutputAllowed(const std::string& path, bool force, const std::vector
         if (path == input || IsSameFile(path, input))
             throw UsageError(fmt::format("{}: the output is the input itself", path));
     }
-    if (!ToPath(path).has_filename()) throw Failure(fmt::format("'{}': no name of a file", path));
+    if (!ToPath(path).has_filename())
+        throw Failure(fmt::format("'{}': no name of a file", path), ExitWriteFailed);
     std::error_code error;
     const fs::file_status status = fs::status(ToPath(path), error);
     if (fs::exists(status)) {
         if (!fs::is_regular_file(status))
-            throw Failure(fmt::format("{}: exists and is no regular file; choose another name", path));
-        if (!force) throw Failure(fmt::format("{}: exists already; --force replaces it", path));
+            throw Failure(fmt::format("{}: exists and is no regular file; choose another name", path),
+                          ExitWriteFailed);
+        if (!force)
+            throw Failure(fmt::format("{}: exists already; --force replaces it", path), ExitWriteFailed);
     } else if (status.type() != fs::file_type::not_found) {
-        throw Failure(fmt::format("{}: {}", path, error.message()));
+        throw Failure(fmt::format("{}: {}", path, error.message()), ExitWriteFailed);
     }
     const fs::path folder = FolderOf(ToPath(path));
     if (!fs::is_directory(folder, error))
-        throw Failure(fmt::format("{}: the folder {} does not exist", path, ToUtf8(folder)));
+        throw Failure(fmt::format("{}: the folder {} does not exist", path, ToUtf8(folder)), ExitWriteFailed);
 }
 
 OutputFile::OutputFile(const std::string& path, bool force, const std::vector<std::string>& inputs)
@@ -85,17 +88,20 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::RethrowWithPath(const kxbase::KXException& error) const {
-    if (ExitCodeOf(error) != ExitFailed) return;
+    const ExitCode code = ExitCodeOf(error);
+    if (code == ExitInterrupted) return;
     std::string text = error.Describe();
     const size_t at = text.find(m_partialPath);
     if (at == std::string::npos) return;
-    throw Failure(text.replace(at, m_partialPath.size(), m_path));
+    // Whatever failed with this file is a failure to write it.
+    const bool opening = dynamic_cast<const kxbase::KXFileNotOpenException*>(&error) != nullptr;
+    throw Failure(text.replace(at, m_partialPath.size(), m_path), opening ? ExitWriteFailed : code);
 }
 
 void OutputFile::Write(std::span<const unsigned char> bytes) const {
     Guard([&] {
         kxbase::kxOutFile out(kxbase::Decode_UTF8(m_partialPath));
-        if (!out.IsOpen()) throw Failure(m_path + ": cannot be written");
+        if (!out.IsOpen()) throw Failure(m_path + ": cannot be written", ExitWriteFailed);
         out.Write(bytes.data(), bytes.size());
         out.Close();
     });
@@ -109,7 +115,9 @@ void OutputFile::CommitAs(const std::string& path) {
     RequireOutputAllowed(path, m_force, m_inputs);  // again: the work may have taken hours
     std::error_code error;
     fs::rename(ToPath(m_partialPath), ToPath(path), error);
-    if (error) throw Failure(fmt::format("{}: cannot be given its name: {}", path, error.message()));
+    if (error)
+        throw Failure(fmt::format("{}: cannot be given its name: {}", path, error.message()),
+                      ExitWriteFailed);
     m_committed = true;
 }
 

@@ -44,7 +44,7 @@ public:
     void Run(const Session&) override {
         std::error_code ignored;
         if (!std::filesystem::exists(ToPath(m_input), ignored))
-            throw Failure(m_input + ": there is no such file");
+            throw Failure(m_input + ": there is no such file", ExitCannotOpen);
         const std::wstring path = kxbase::Decode_UTF8(m_input);
         const auto dependencies = kxio::QSNInfo::GetAllDependencyFileList(path);
         const auto parts = kxio::QSNInfo::GetQSNtoMergeList(path);

@@ -68,7 +68,8 @@ public:
         if (panorama.gaps.damagedPatches > 0)
             throw Failure(
                 fmt::format("{}: {} patches could not be read and are left empty in the picture; first: {}",
-                            m_input, panorama.gaps.damagedPatches, panorama.gaps.firstProblem));
+                            m_input, panorama.gaps.damagedPatches, panorama.gaps.firstProblem),
+                ExitPartial);
     }
 
 private:

@@ -121,16 +121,19 @@ public:
         if (m_output.empty() == m_text.empty()) {
             throw UsageError("either OUT or --ascii OUT is needed, and not both");
         }
-        const std::string report = m_text.empty() ? Rebuild(session) : ExportText(session);
+        bool complete = true;
+        const std::string report =
+            m_text.empty() ? Rebuild(session, complete) : ExportText(session, complete);
         if (m_json) {
             WriteOutput(report);
         } else if (!session.quiet) {
             WriteError(report);
         }
+        if (!complete) throw Ended(ExitPartial);
     }
 
 private:
-    std::string Rebuild(const Session& session) const {
+    std::string Rebuild(const Session& session, bool& complete) const {
         OutputFile output(m_output, session.force, {m_input});
         Progress progress("recover", !session.quiet);
         kxio::RecoveryOptions options;
@@ -144,10 +147,11 @@ private:
         });
         output.Commit();
         progress.Finish();
+        complete = report.Complete();
         return m_json ? AsJson(m_input, m_output, report) : AsText(m_input, m_output, report);
     }
 
-    std::string ExportText(const Session& session) const {
+    std::string ExportText(const Session& session, bool& complete) const {
         OutputFile output(m_text, session.force, {m_input});
         RequireReadable();
         Progress progress("recover", !session.quiet);
@@ -162,6 +166,7 @@ private:
         });
         output.Commit();
         progress.Finish();
+        complete = report.chunksLost == 0;
         if (m_json) {
             Json json = Head("ascii", m_input, m_text, report.chunksFound,
                              report.chunksFound - report.chunksLost, report.chunksLost, report.points);
@@ -176,7 +181,7 @@ private:
     /// The recovery itself takes a file that cannot be opened for an empty one.
     void RequireReadable() const {
         if (!kxbase::kxInFile(kxbase::Decode_UTF8(m_input)).IsOpen())
-            throw Failure(fmt::format("{}: cannot be opened", m_input));
+            throw Failure(fmt::format("{}: cannot be opened", m_input), ExitCannotOpen);
     }
 
     std::string m_input;

@@ -54,9 +54,10 @@ private:
         std::vector<unsigned char> rgb;
         unsigned width = 0;
         unsigned height = 0;
-        if (!reader.GetThumbnailJPEG(jpeg)) throw Failure(m_input + ": the file has no thumbnail");
+        if (!reader.GetThumbnailJPEG(jpeg))
+            throw Failure(m_input + ": the file has no thumbnail", ExitWrongUsage);
         if (!reader.GetThumbnailRGB(rgb, width, height))
-            throw Failure(m_input + ": the stored thumbnail is no readable JPEG image");
+            throw Failure(m_input + ": the stored thumbnail is no readable JPEG image", ExitDamaged);
         if (png) {
             Picture picture(width, height);
             for (uint32_t y = 0; y < height; ++y) {
@@ -76,16 +77,17 @@ private:
 
     std::string Store() const {
         kxbase::kxInFile in(kxbase::Decode_UTF8(m_newImage));
-        if (!in.IsOpen()) throw Failure(m_newImage + ": cannot be opened");
+        if (!in.IsOpen()) throw Failure(m_newImage + ": cannot be opened", ExitCannotOpen);
         if (in.GetSize() > kMostBytes)
-            throw Failure(fmt::format("{}: larger than {} bytes", m_newImage, kMostBytes));
+            throw Failure(fmt::format("{}: larger than {} bytes", m_newImage, kMostBytes), ExitLimit);
         std::vector<unsigned char> jpeg(in.GetSize());
-        if (in.Read(jpeg.data(), jpeg.size()) != jpeg.size()) throw Failure(m_newImage + ": cannot be read");
+        if (in.Read(jpeg.data(), jpeg.size()) != jpeg.size())
+            throw Failure(m_newImage + ": cannot be read", ExitCannotOpen);
         try {
             kxio::SetThumbnail(kxbase::Decode_UTF8(m_input), jpeg);
         } catch (kxbase::KXBadInputException& e) {
             e.AddContext({m_newImage, {}, {}, {}, {}});
-            throw;
+            throw Failure(e.Describe(), ExitUnknownFormat);
         }
         return fmt::format("{}: thumbnail stored, {} bytes\n", Printable(m_input), jpeg.size());
     }

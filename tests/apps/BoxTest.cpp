@@ -138,8 +138,8 @@ TEST_F(BoundingBox, AScanWithoutReturnsHasNoBox) {
 
 TEST_F(BoundingBox, AFileWithoutLimitsIsNamed) {
     m_folder.Write("bare.qsn", FileText(BareScan()));
-    ExpectFailure({"bbox", "bare.qsn"}, 1, "No bounding information found (bare.qsn");
-    ExpectFailure({"bbox", "--patch", "0,0", "bare.qsn"}, 1, "No bounding information found (bare.qsn");
+    ExpectFailure({"bbox", "bare.qsn"}, 5, "No bounding information found (bare.qsn");
+    ExpectFailure({"bbox", "--patch", "0,0", "bare.qsn"}, 5, "No bounding information found (bare.qsn");
 }
 
 TEST_F(BoundingBox, WrongUseIsRefused) {

@@ -180,27 +180,27 @@ TEST_F(Edit, WrongUseIsRefusedBeforeTheFileIsTouched) {
 
 TEST_F(Edit, NothingIsBegunWhenOneChangeCannotBeMade) {
     SetScanHeaderVersion(210);  // has a registration, but no speckle flag
-    ExpectFailure({"edit", "--message", "fine", "--speckle", "on", "scan.qsn"}, 1, "no speckle flag");
+    ExpectFailure({"edit", "--message", "fine", "--speckle", "on", "scan.qsn"}, 4, "no speckle flag");
     ExpectUnchanged("no speckle flag");
     SetScanHeaderVersion(200);
-    ExpectFailure({"edit", "--message", "fine", "--registration", "identity", "scan.qsn"}, 1,
+    ExpectFailure({"edit", "--message", "fine", "--registration", "identity", "scan.qsn"}, 4,
                   "no registration");
     ExpectUnchanged("no registration");
-    ExpectFailure({"edit", "--message", "fine", "missing.qsn"}, 1, "missing.qsn");
+    ExpectFailure({"edit", "--message", "fine", "missing.qsn"}, 3, "missing.qsn");
     EXPECT_FALSE(m_folder.Has("missing.qsn"));
 }
 
 TEST_F(Edit, TextsThatNobodyWouldFindAreNotWritten) {
     m_before += "a partial record";
     m_folder.Write("scan.qsn", m_before);
-    ExpectFailure({"edit", "--message", "lost", "scan.qsn"}, 1, "nobody would find");
+    ExpectFailure({"edit", "--message", "lost", "scan.qsn"}, 5, "nobody would find");
     ExpectUnchanged("bytes behind the records");
     EXPECT_EQ(Run({"edit", "--registration", "identity", "scan.qsn"}).exitCode, 0);
 
     for (size_t i = 0; i < 8; ++i)
         m_before[16 + 24 + i] = 0;  // no first extended record
     m_folder.Write("scan.qsn", m_before);
-    ExpectFailure({"edit", "--warning", "lost", "scan.qsn"}, 1, "no chain");
+    ExpectFailure({"edit", "--warning", "lost", "scan.qsn"}, 4, "no chain");
     ExpectUnchanged("no records");
 }
 
@@ -208,7 +208,7 @@ TEST_F(Edit, AFileThatMayNotBeWrittenIsRefused) {
     const std::filesystem::path path = m_folder.Path() / "scan.qsn";
     std::filesystem::permissions(path, std::filesystem::perms::owner_read);
     if (std::ofstream(path, std::ios::in).is_open()) GTEST_SKIP() << "this user may write any file";
-    ExpectFailure({"edit", "--dry-run", "--message", "fine", "scan.qsn"}, 1, "opened for writing");
+    ExpectFailure({"edit", "--dry-run", "--message", "fine", "scan.qsn"}, 7, "opened for writing");
 }
 
 TEST_F(Edit, NamesInEveryScriptWork) {

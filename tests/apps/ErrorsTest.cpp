@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <vector>
 
 #include "kxbase/Exceptions.h"
 #include "kxexchange/Errors.h"
@@ -26,12 +27,42 @@ TEST(Errors, LibraryErrorsTellAllTheyKnow) {
 }
 
 TEST(Errors, ExitCodesFollowTheKindOfError) {
-    EXPECT_EQ(ExitCodeOf(Failure("disk")), 1);
-    EXPECT_EQ(ExitCodeOf(kxbase::KXHeaderReadingException("Cannot open file")), 1);
-    EXPECT_EQ(ExitCodeOf(std::bad_alloc()), 1);
+    EXPECT_EQ(ExitCodeOf(Ended(ExitDifferent)), 1);
     EXPECT_EQ(ExitCodeOf(UsageError("what")), 2);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXComponentNotInFileException("Cannot use this component")), 2);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXHeaderReadingException("Cannot open file")), 3);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXFileNotOpenException("Cannot open file")), 3);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXHeaderReadingException("Unsupported ScanHeader version")), 4);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXUnkownCodecException("Invalid codec ")), 4);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXHeaderReadingException("Invalid scan headers")), 5);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXIncompleteFileException("Lookup table not found")), 5);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXUnreadablePatchException("Patch cannot be decoded")), 5);
+    EXPECT_EQ(ExitCodeOf(Failure("half a picture", ExitPartial)), 6);
+    EXPECT_EQ(ExitCodeOf(Failure("disk", ExitWriteFailed)), 7);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXWritingException("Cannot write file")), 7);
+    EXPECT_EQ(ExitCodeOf(kxbase::KXFileNotOpenException("Cannot file not open")), 7);
+    EXPECT_EQ(ExitCodeOf(std::bad_alloc()), 8);
     EXPECT_EQ(ExitCodeOf(Interrupted()), 130);
     EXPECT_EQ(ExitCodeOf(kxexchange::CancelledException("Cancelled")), 130);
+}
+
+TEST(Errors, AForeignFileIsToldFromADamagedOne) {
+    const auto code = [](const char* field) {
+        return ExitCodeOf(kxbase::KXHeaderReadingException("Invalid main header",
+                                                           {"a.qsn", "MainFileHeader", field, 0, {}}));
+    };
+    EXPECT_EQ(code("tag"), 4);
+    EXPECT_EQ(code("frame"), 4);
+    EXPECT_EQ(code("payload size"), 5);
+}
+
+TEST(Errors, EveryExitCodeHasAMeaningInAscendingOrder) {
+    std::vector<int> codes;
+    for (const ExitCodeMeaning& meaning : ExitCodeMeanings()) {
+        codes.push_back(meaning.code);
+        EXPECT_STRNE(meaning.meaning, "");
+    }
+    EXPECT_EQ(codes, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 130}));
 }
 
 TEST(Errors, LackOfMemoryIsNamed) {

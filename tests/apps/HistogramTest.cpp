@@ -79,10 +79,10 @@ TEST_F(Histogram, TextIsATable) {
 }
 
 TEST_F(Histogram, AComponentOrAFileWithoutOneIsNamed) {
-    ExpectFailure({"histogram", "--component", "range", "scan.qsn"}, 1,
+    ExpectFailure({"histogram", "--component", "range", "scan.qsn"}, 2,
                   "scan.qsn: no histogram of component range");
     m_folder.Write("bare.qsn", FileText(BareScan()));
-    ExpectFailure({"histogram", "bare.qsn"}, 1, "bare.qsn: the file has no histograms");
+    ExpectFailure({"histogram", "bare.qsn"}, 2, "bare.qsn: the file has no histograms");
 }
 
 TEST_F(Histogram, WrongUseIsRefused) {

@@ -155,7 +155,7 @@ TEST_F(Lod, ResultsDoNotDependOnTheNumberOfThreads) {
 
 TEST_F(Lod, OblongPatchesHaveTheFullDetailOnly) {
     ASSERT_NO_FATAL_FAILURE(Import(MakePtx(72, 48, CellAt), {"--patch", "16x8"}));
-    ExpectFailure({"lod", "scan.qsn", "out.png"}, 1, "patches of this scan are 16 x 8 cells");
+    ExpectFailure({"lod", "scan.qsn", "out.png"}, 2, "patches of this scan are 16 x 8 cells");
     EXPECT_FALSE(m_folder.Has("out.png"));
     EXPECT_EQ(Draw({"--level", "0"}).Width(), 72U);
 }
@@ -180,7 +180,7 @@ TEST_F(Lod, ADamagedPatchIsLeftEmptyAndAtFullDetailReported) {
     };
 
     const ProgramResult full = Run({"lod", "-f", "--level", "0", "damaged.qsn", "out.raw"});
-    EXPECT_EQ(full.exitCode, 1);
+    EXPECT_EQ(full.exitCode, 6);
     EXPECT_NE(full.err.find("damaged.qsn: 1 patches could not be read"), std::string::npos) << full.err;
     const std::vector<float> cells = values(64);
     for (size_t i = 0; i < cells.size(); ++i)
@@ -208,7 +208,7 @@ TEST_F(Lod, WrongUseIsRefused) {
         line.insert(line.end(), options.begin(), options.end());
         ExpectFailure(line, 2, said);
     }
-    ExpectFailure({"lod", "--component", "7", "scan.qsn", "out.png"}, 1, "scan.qsn");
+    ExpectFailure({"lod", "--component", "7", "scan.qsn", "out.png"}, 2, "scan.qsn");
     EXPECT_EQ(m_folder.Names(), (Arguments{"scan.qsn", "source.ptx"}));
 }
 

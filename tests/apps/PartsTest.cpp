@@ -64,8 +64,8 @@ TEST_F(Parts, NamesInEveryScriptWork) {
 }
 
 TEST_F(Parts, AMissingFileIsNamed) {
-    ExpectFailure({"parts", "missing.qsn"}, 1, "missing.qsn");
-    ExpectFailure({"parts", "no/folder/scan.qsn"}, 1, "no/folder/scan.qsn");
+    ExpectFailure({"parts", "missing.qsn"}, 3, "missing.qsn");
+    ExpectFailure({"parts", "no/folder/scan.qsn"}, 3, "no/folder/scan.qsn");
     ExpectFailure({"parts"}, 2, "FILE");
 }
 

@@ -144,7 +144,7 @@ TEST_F(Preview, ADamagedPatchLeavesTheOthersVisibleAndIsReported) {
         bytes[i] = static_cast<char>(~bytes[i]);
     m_folder.Write("scan.qsn", bytes);
     const ProgramResult result = RunQsn({"preview", "scan.qsn", "out.png"}, Here());
-    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.exitCode, 6);
     EXPECT_NE(result.err.find("could not be read"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("scan.qsn"), std::string::npos) << result.err;
     const Picture picture = ReadPng(m_folder.File("out.png"));

@@ -123,7 +123,7 @@ TEST(ImportCommand, OneScanOfSeveralKeepsTheNameGiven) {
     EXPECT_EQ(folder.Names(), (Names{"out.qsn", "two.ptx"}));
     EXPECT_EQ(nlohmann::json::parse(RunQsn({"info", "--json", "out.qsn"}, here).out)["grid"]["columns"], 13);
     const ProgramResult beyond = RunQsn({"import", "--scan", "3", "two.ptx", "third.qsn"}, here);
-    EXPECT_EQ(beyond.exitCode, 1);
+    EXPECT_EQ(beyond.exitCode, 2);
     EXPECT_NE(beyond.err.find("two.ptx"), std::string::npos) << beyond.err;
     EXPECT_FALSE(folder.Has("third.qsn"));
 }
@@ -134,7 +134,7 @@ TEST(ImportCommand, AFileWithADamagedSecondScanKeepsTheFirst) {
     const std::string second = MakeSmallPtx(13, 10);
     folder.Write("two.ptx", MakeSmallPtx(12, 10) + second.substr(0, second.size() / 2));
     const ProgramResult result = RunQsn({"import", "two.ptx", "out.qsn"}, here);
-    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.exitCode, 5);
     EXPECT_NE(result.err.find("two.ptx"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("line "), std::string::npos) << result.err;
     EXPECT_EQ(folder.Names(), (Names{"out_1.qsn", "two.ptx"}));
@@ -147,7 +147,7 @@ TEST(ImportCommand, ABrokenLineIsNamedAndNothingIsLeft) {
     text.replace(text.rfind("\n", text.size() - 2) + 1, 3, "abc");
     folder.Write("bad.ptx", text);
     const ProgramResult result = RunQsn({"import", "bad.ptx", "out.qsn"}, here);
-    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.exitCode, 5);
     EXPECT_NE(result.err.find("line 130"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("bad.ptx"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("byte "), std::string::npos) << result.err;

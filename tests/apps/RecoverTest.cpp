@@ -48,7 +48,7 @@ TEST_F(Recover, CutFileBecomesAWholeOneAgain) {
 TEST_F(Recover, JsonTellsWhatWasLost) {
     WriteDamaged(92 + 32 + 40, 60);  // in the data of the first chunk
     const ProgramResult result = RunQsn({"recover", "--json", "broken.qsn", "saved.qsn"}, Here());
-    ASSERT_EQ(result.exitCode, 0) << result.err;
+    ASSERT_EQ(result.exitCode, 6) << result.err;
     EXPECT_EQ(result.err, "");
     const Json json = Json::parse(result.out);
     EXPECT_EQ(json["schema"], "qsn.recover");
@@ -116,7 +116,7 @@ TEST_F(Recover, WrongUseAndHopelessFilesAreRefusedWithoutATrace) {
     EXPECT_EQ(RunQsn({"recover", "scan.qsn", "a.qsn", "--ascii", "b.txt"}, Here()).exitCode, 2);
     EXPECT_EQ(RunQsn({"recover", "-f", "scan.qsn", "scan.qsn"}, Here()).exitCode, 2);
     const ProgramResult junk = RunQsn({"recover", "junk.qsn", "saved.qsn"}, Here());
-    EXPECT_EQ(junk.exitCode, 1);
+    EXPECT_EQ(junk.exitCode, 5);
     EXPECT_NE(junk.err.find("Nothing to recover"), std::string::npos) << junk.err;
     EXPECT_NE(junk.err.find("junk.qsn"), std::string::npos) << junk.err;
     for (const std::vector<std::string>& line :
@@ -124,7 +124,7 @@ TEST_F(Recover, WrongUseAndHopelessFilesAreRefusedWithoutATrace) {
           std::vector<std::string>{"recover", "missing.qsn", "--ascii", "saved.txt"},
           std::vector<std::string>{"recover", "scan.qsn", "source.ptx"}}) {
         const ProgramResult result = RunQsn(line, Here());
-        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.exitCode, line[1] == "missing.qsn" ? 3 : 7);
         EXPECT_NE(result.err.find(line[1] == "scan.qsn" ? "source.ptx" : "missing.qsn"), std::string::npos)
             << result.err;
     }
