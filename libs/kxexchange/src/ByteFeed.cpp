@@ -8,6 +8,7 @@
 #include <new>
 #include <vector>
 
+#include "ReadAhead.h"
 #include "kxexchange/Errors.h"
 
 namespace kxexchange {
@@ -139,12 +140,16 @@ private:
 
 }  // namespace
 
-std::unique_ptr<ByteFeed> MakeByteFeed(kxbase::IInFileStream& stream, const std::string& name) {
+std::unique_ptr<ByteFeed> MakeByteFeed(kxbase::IInFileStream& stream, const std::string& name, bool ahead) {
     unsigned char magic[2] = {0, 0};
     stream.Seek(0);
     const bool gzip = stream.Read(magic, sizeof magic) == sizeof magic && magic[0] == kGzipMagic0 &&
                       magic[1] == kGzipMagic1;
-    if (gzip) return std::make_unique<GzipFeed>(stream, name);
+    if (gzip) {
+        auto feed = std::make_unique<GzipFeed>(stream, name);
+        if (ahead) return MakeReadAhead(std::move(feed));
+        return feed;
+    }
     return std::make_unique<PlainFeed>(stream);
 }
 

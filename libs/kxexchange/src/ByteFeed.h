@@ -26,6 +26,8 @@ public:
 /// A feed over `stream`, which must outlive it: gzip data (any number of members) is unpacked, anything
 /// else passed on.
 /// \throws SourceFormatException  from Read: the compressed data is damaged; the offset is that of the file
-std::unique_ptr<ByteFeed> MakeByteFeed(kxbase::IInFileStream& stream, const std::string& name);
+/// \param ahead  unpack in a thread of its own, a few blocks ahead of the reader
+std::unique_ptr<ByteFeed> MakeByteFeed(kxbase::IInFileStream& stream, const std::string& name,
+                                       bool ahead = false);
 
 }  // namespace kxexchange

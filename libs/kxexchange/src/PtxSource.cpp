@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "CellLines.h"
 #include "TextFormat.h"
 #include "kxexchange/Errors.h"
 
@@ -13,8 +14,6 @@ namespace {
 
 // Cells handed over at once, but for a single longer column: 10 MB.
 constexpr uint64_t kBlockCells = uint64_t{1} << 18;
-// How far the block of cells grows ahead of the lines that fill it.
-constexpr size_t kGrowCells = 4096;
 
 // A piece of the text for a message: up to the next blank, printable, not long.
 std::string Quote(const char* at) {
@@ -40,14 +39,69 @@ void SkipBlanks(const char*& at) {
         ++at;
 }
 
+// One line: x y z intensity, with colour red green blue behind it.
+template <bool HasColor>
+bool ParseCell(const char*& line, Cell& cell, LineFault& fault) {
+    static constexpr const char* kExpected =
+        HasColor ? "7 values: x y z intensity red green blue" : "4 values: x y z intensity";
+    const char* at = line;
+    const auto fail = [&](const char* place, const char* field, std::string expected) {
+        fault = {place, field, std::move(expected)};
+        return false;
+    };
+    const auto number = [&](const char* field, double& value) {
+        SkipBlanks(at);
+        const NumberStatus status = ParseNumber(at, value);
+        if (status == NumberStatus::Ok) [[likely]]
+            return true;
+        if (*at == '\n') return fail(at, field, kExpected);
+        return fail(at, field,
+                    status == NumberStatus::TooLarge ? "a number that fits double precision" : "a number");
+    };
+    const auto coordinate = [&](const char* field, double& value) {
+        SkipBlanks(at);
+        const char* const token = at;
+        if (!number(field, value)) return false;
+        if (std::abs(value) <= PtxSource::kMaxCoordinate) [[likely]]
+            return true;
+        return fail(token, field, "metres, at most 1e12");
+    };
+    cell = Cell();
+    if (!coordinate("x", cell.x) || !coordinate("y", cell.y) || !coordinate("z", cell.z) ||
+        !number("intensity", cell.intensity)) {
+        return false;
+    }
+    if constexpr (HasColor) {
+        const auto channel = [&](const char* field, uint16_t& value) {
+            SkipBlanks(at);
+            uint64_t whole = 0;
+            if (!ParseWhole(at, 255, whole)) [[unlikely]] {
+                return fail(at, field, *at == '\n' ? kExpected : "a whole number from 0 to 255");
+            }
+            value = static_cast<uint16_t>(whole);
+            return true;
+        };
+        if (!channel("red", cell.red) || !channel("green", cell.green) || !channel("blue", cell.blue)) {
+            return false;
+        }
+    }
+    cell.valid = cell.x != 0 || cell.y != 0 || cell.z != 0;
+    SkipBlanks(at);
+    if (*at != '\n') [[unlikely]]
+        return fail(at, "cell", std::string("no more than ") + kExpected);
+    line = at + 1;
+    return true;
+}
+
 }  // namespace
 
 PtxSource::PtxSource(std::unique_ptr<kxbase::IInFileStream> stream, std::string name,
-                     const SourceOptions& /*options*/)
+                     const SourceOptions& options)
     : m_stream(std::move(stream)),
       m_name(std::move(name)),
+      m_threads(options.threads),
       m_fileBytes(m_stream->GetSize()),
-      m_text(MakeByteFeed(*m_stream, m_name), m_name) {}
+      m_text(MakeByteFeed(*m_stream, m_name, options.threads != 1), m_name) {}
 
 void PtxSource::Fail(const char* at, const std::string& field, const std::string& expected) const {
     kxbase::ErrorContext context;
@@ -268,55 +322,6 @@ ScanDescription PtxSource::OpenScan(uint64_t index) {
     return description;
 }
 
-template <bool HasColor>
-void PtxSource::ReadCell(Cell& cell) {
-    static constexpr const char* kExpected =
-        HasColor ? "7 values: x y z intensity red green blue" : "4 values: x y z intensity";
-    const char* at = m_text.At();
-    const auto number = [&](const char* field, double& value) {
-        SkipBlanks(at);
-        const NumberStatus status = ParseNumber(at, value);
-        if (status != NumberStatus::Ok) [[unlikely]] {
-            if (*at == '\n') Fail(at, field, kExpected);
-            Fail(at, field,
-                 status == NumberStatus::TooLarge ? "a number that fits double precision" : "a number");
-        }
-    };
-    const auto coordinate = [&](const char* field, double& value) {
-        SkipBlanks(at);
-        const char* const token = at;
-        number(field, value);
-        if (!(std::abs(value) <= kMaxCoordinate)) [[unlikely]] {
-            Fail(token, field, "metres, at most 1e12");
-        }
-    };
-    coordinate("x", cell.x);
-    coordinate("y", cell.y);
-    coordinate("z", cell.z);
-    number("intensity", cell.intensity);
-    if constexpr (HasColor) {
-        const auto channel = [&](const char* field, uint16_t& value) {
-            SkipBlanks(at);
-            uint64_t whole = 0;
-            if (!ParseWhole(at, 255, whole)) [[unlikely]] {
-                Fail(at, field, *at == '\n' ? kExpected : "a whole number from 0 to 255");
-            }
-            value = static_cast<uint16_t>(whole);
-        };
-        channel("red", cell.red);
-        channel("green", cell.green);
-        channel("blue", cell.blue);
-    } else {
-        cell.red = cell.green = cell.blue = 0;
-    }
-    cell.valid = cell.x != 0 || cell.y != 0 || cell.z != 0;
-    SkipBlanks(at);
-    if (*at != '\n') [[unlikely]] {
-        Fail(at, "cell", std::string("no more than ") + kExpected);
-    }
-    m_text.Advance(at + 1);
-}
-
 uint64_t PtxSource::ReadColumns(uint64_t maxColumns, std::vector<Cell>& cells) {
     const uint64_t left = m_columns - m_nextColumn;
     if (left == 0 || maxColumns == 0) {
@@ -325,26 +330,16 @@ uint64_t PtxSource::ReadColumns(uint64_t maxColumns, std::vector<Cell>& cells) {
     }
     const uint64_t columns = std::min({left, maxColumns, std::max<uint64_t>(1, kBlockCells / m_rows)});
     const uint64_t wanted = columns * m_rows;
-    size_t filled = 0;
-    while (filled < wanted) {
-        // Grown as lines arrive, since the header's counts are not to be believed.
-        if (cells.size() == filled) {
-            cells.resize(static_cast<size_t>(std::min<uint64_t>(wanted, std::max(filled * 2, kGrowCells))));
-        }
-        const auto end = static_cast<size_t>(std::min<uint64_t>(wanted, cells.size()));
-        for (; filled < end; ++filled) {
-            if (!m_text.HasLine()) [[unlikely]] {
-                Fail(nullptr, "cell",
-                     "a cell (column " + std::to_string(m_nextColumn + filled / m_rows + 1) + " of " +
-                         std::to_string(m_columns) + ", row " + std::to_string(filled % m_rows + 1) + " of " +
-                         std::to_string(m_rows) + ")");
-            }
-            if (m_color) {
-                ReadCell<true>(cells[filled]);
-            } else {
-                ReadCell<false>(cells[filled]);
-            }
-        }
+    LineFault fault;
+    const auto filled =
+        ReadCellLines(m_text, m_threads, wanted, cells, 0,
+                      m_color ? EachLine(ParseCell<true>) : EachLine(ParseCell<false>), fault);
+    if (fault.at) Fail(fault.at, fault.field, fault.expected);
+    if (filled != wanted) {
+        Fail(nullptr, "cell",
+             "a cell (column " + std::to_string(m_nextColumn + filled / m_rows + 1) + " of " +
+                 std::to_string(m_columns) + ", row " + std::to_string(filled % m_rows + 1) + " of " +
+                 std::to_string(m_rows) + ")");
     }
     cells.resize(filled);
     m_nextColumn += columns;

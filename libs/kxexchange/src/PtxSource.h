@@ -58,8 +58,6 @@ private:
     void ReadNumbers(const char* field, double* out, size_t count);
     void ReadMatrix(std::array<double, 12>& values);
     bool PeekColor();
-    template <bool HasColor>
-    void ReadCell(Cell& cell);
     double Number(const char*& at, const char* field);
     void EndLine(const char*& at, const char* expected);
     void RequireLine(const char* field, const char* expected);
@@ -67,6 +65,7 @@ private:
 
     std::unique_ptr<kxbase::IInFileStream> m_stream;
     std::string m_name;
+    int m_threads;
     uint64_t m_fileBytes;
     TextBuffer m_text;
     std::vector<Place> m_starts;  // where each known scan's header begins

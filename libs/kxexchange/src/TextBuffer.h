@@ -26,9 +26,13 @@ public:
     bool HasLine() { return m_at != m_lineEnd || Fill(); }
     const char* At() const { return m_at; }
     /// Moves to the next line: `next` points behind the '\n' of the line at At().
-    void Advance(const char* next) {
+    void Advance(const char* next) { Advance(next, 1); }
+    /// Behind the last whole line in memory: HasLine() and a line at At() mean that it lies behind At().
+    const char* LinesEnd() const { return m_lineEnd; }
+    /// Moves over so many lines at once; `next` is where the one behind them begins, at most LinesEnd().
+    void Advance(const char* next, uint64_t lines) {
         m_at = next;
-        ++m_line;
+        m_line += lines;
     }
     /// Passes over up to `count` lines. \return lines passed over; fewer only at the end
     uint64_t SkipLines(uint64_t count);
