@@ -99,7 +99,9 @@ public:
     void Run(const Session& session) override {
         const kxexchange::ImportOptions options = Options(session);
         OutputFile output(m_output, session.force, {m_input});
-        const auto source = kxexchange::OpenScanSource(ToPath(m_input));
+        kxexchange::SourceOptions sourceOptions;
+        sourceOptions.threads = options.threads;
+        const auto source = kxexchange::OpenScanSource(ToPath(m_input), sourceOptions);
         if (m_scan > 0) {
             const ImportResult result = ImportOne(*source, m_scan, output, options, session);
             output.Commit();
