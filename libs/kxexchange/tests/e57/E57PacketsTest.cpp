@@ -14,7 +14,7 @@
 namespace {
 
 using namespace kxexchange;
-using kxexchange::testing::Bytes;
+using kxexchange::plain::Bytes;
 
 // Records of random values for any fields; index [field][record]. Reals are bit patterns.
 using Table = std::vector<std::vector<uint64_t>>;
@@ -68,15 +68,15 @@ Written WriteTable(const std::vector<E57Field>& fields, const Table& table, size
 // By the other decoder: bit after bit.
 void CheckPlainly(const Written& written, const std::vector<E57Field>& fields, const Table& table,
                   size_t records) {
-    const auto plain = testing::PlainStreams(testing::PlainContent(written.file), written.node.fileOffset);
+    const auto parts = plain::PlainStreams(plain::PlainContent(written.file), written.node.fileOffset);
     RC_ASSERT(written.node.count == records);
     if (records == 0) return;
-    RC_ASSERT(plain.streams.size() == fields.size());
+    RC_ASSERT(parts.streams.size() == fields.size());
     for (size_t f = 0; f < fields.size(); ++f) {
         const unsigned bits = fields[f].Bits();
-        RC_ASSERT(plain.streams[f].size() == (records * bits + 7) / 8);
+        RC_ASSERT(parts.streams[f].size() == (records * bits + 7) / 8);
         for (size_t i = 0; i < records; ++i) {
-            const uint64_t stored = testing::PlainBits(plain.streams[f], i, bits);
+            const uint64_t stored = plain::PlainBits(parts.streams[f], i, bits);
             if (fields[f].IsWhole()) {
                 RC_ASSERT(stored + static_cast<uint64_t>(fields[f].minimum) == table[f][i]);
             } else if (bits == 64) {
@@ -87,10 +87,10 @@ void CheckPlainly(const Written& written, const std::vector<E57Field>& fields, c
             }
         }
     }
-    RC_ASSERT(!plain.index.empty());
-    RC_ASSERT(plain.index.front().record == 0U);
-    RC_ASSERT(plain.index.front().physical == plain.packets.front());
-    RC_ASSERT(plain.index.size() <= 2048U);
+    RC_ASSERT(!parts.index.empty());
+    RC_ASSERT(parts.index.front().record == 0U);
+    RC_ASSERT(parts.index.front().physical == parts.packets.front());
+    RC_ASSERT(parts.index.size() <= 2048U);
 }
 
 void CheckWithReader(const Bytes& file, const E57Node& node, const std::vector<E57Field>& fields,
@@ -187,8 +187,7 @@ TEST(E57Packets, EachWidthFromNoneTo64ComesBack) {
         std::mt19937_64 random(width);
         const Table table = RandomTable(fields, 3000, random);
         const Written written = WriteTable(fields, table, 3000);
-        const auto plain =
-            testing::PlainStreams(testing::PlainContent(written.file), written.node.fileOffset);
+        const auto parts = plain::PlainStreams(plain::PlainContent(written.file), written.node.fileOffset);
         kxbase::InMemoryStream stream(written.file);
         E57PageReader pages(stream, "t.e57");
         const E57Section section = ReadE57Section(pages, written.node, fields, "points");
@@ -197,7 +196,7 @@ TEST(E57Packets, EachWidthFromNoneTo64ComesBack) {
         reader.ReadWhole(out);
         for (size_t i = 0; i < out.size(); ++i) {
             ASSERT_EQ(static_cast<uint64_t>(out[i]), table[0][i]) << width;
-            ASSERT_EQ(testing::PlainBits(plain.streams[0], i, width) + static_cast<uint64_t>(minimum),
+            ASSERT_EQ(plain::PlainBits(parts.streams[0], i, width) + static_cast<uint64_t>(minimum),
                       table[0][i]);
         }
         reader.Rewind();
@@ -240,7 +239,7 @@ struct HandMade {
         if (length == 0) length = content.size() - 48;
         for (int i = 0; i < 8; ++i)
             content[48 + 8 + static_cast<size_t>(i)] = static_cast<unsigned char>(length >> (8 * i));
-        return testing::PlainPages(content);
+        return plain::PlainPages(content);
     }
 };
 
@@ -372,13 +371,13 @@ TEST(E57Packets, LongSectionsHaveAnIndexThatPointsAtTheirPackets) {
     std::mt19937_64 random(5);
     const Table table = RandomTable(fields, kRecords, random);
     const Written written = WriteTable(fields, table, kRecords);
-    const auto plain = testing::PlainStreams(testing::PlainContent(written.file), written.node.fileOffset);
-    EXPECT_GT(plain.packets.size(), 5U);
-    ASSERT_EQ(plain.index.size(), plain.packets.size());
-    for (size_t i = 0; i < plain.index.size(); ++i) {
-        EXPECT_EQ(plain.index[i].physical, plain.packets[i]);
-        EXPECT_EQ(plain.index[i].record % 64, 0U);
-        EXPECT_TRUE(i == 0 || plain.index[i].record > plain.index[i - 1].record);
+    const auto parts = plain::PlainStreams(plain::PlainContent(written.file), written.node.fileOffset);
+    EXPECT_GT(parts.packets.size(), 5U);
+    ASSERT_EQ(parts.index.size(), parts.packets.size());
+    for (size_t i = 0; i < parts.index.size(); ++i) {
+        EXPECT_EQ(parts.index[i].physical, parts.packets[i]);
+        EXPECT_EQ(parts.index[i].record % 64, 0U);
+        EXPECT_TRUE(i == 0 || parts.index[i].record > parts.index[i - 1].record);
     }
 }
 

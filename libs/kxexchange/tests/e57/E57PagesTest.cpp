@@ -13,7 +13,7 @@
 namespace {
 
 using namespace kxexchange;
-using kxexchange::testing::Bytes;
+using kxexchange::plain::Bytes;
 
 Bytes Count(size_t bytes) {
     Bytes content(bytes);
@@ -38,7 +38,7 @@ kxbase::ErrorContext Refusal(Action action) {
 TEST(E57Checksum, DigitsGiveThePublishedCheckValue) {
     const Bytes digits{'1', '2', '3', '4', '5', '6', '7', '8', '9'};
     EXPECT_EQ(Crc32c(digits), 0xe3069283U);
-    EXPECT_EQ(testing::BitwiseCrc32c(digits.data(), digits.size()), 0xe3069283U);
+    EXPECT_EQ(plain::BitwiseCrc32c(digits.data(), digits.size()), 0xe3069283U);
 }
 
 TEST(E57Pages, OffsetsSkipTheChecksums) {
@@ -54,7 +54,7 @@ TEST(E57Pages, OffsetsSkipTheChecksums) {
 
 TEST(E57Pages, ContentIsReadAcrossPagesFromAnyPlace) {
     const Bytes content = Count(300 * 1020);
-    kxbase::InMemoryStream stream(testing::PlainPages(content));
+    kxbase::InMemoryStream stream(plain::PlainPages(content));
     E57PageReader reader(stream, "a.e57");
     EXPECT_EQ(reader.LogicalBytes(), content.size());
     for (const size_t at : {0, 1, 1019, 1020, 1021, 130 * 1020 - 3, 299 * 1020}) {
@@ -70,7 +70,7 @@ TEST(E57Pages, ContentIsReadAcrossPagesFromAnyPlace) {
 }
 
 TEST(E57Pages, DamagedPageIsNamedWithFileAndByte) {
-    Bytes file = testing::PlainPages(Count(5 * 1020));
+    Bytes file = plain::PlainPages(Count(5 * 1020));
     file[3 * 1024 + 77] ^= 0x20;
     kxbase::InMemoryStream stream(file);
     E57PageReader reader(stream, "b.e57");
@@ -85,7 +85,7 @@ TEST(E57Pages, DamagedPageIsNamedWithFileAndByte) {
 }
 
 TEST(E57Pages, EveryBitOfAPageIsChecked) {
-    const Bytes good = testing::PlainPages(Count(1020));
+    const Bytes good = plain::PlainPages(Count(1020));
     for (size_t bit = 0; bit < 1024 * 8; bit += 5) {
         Bytes file = good;
         file[bit / 8] ^= static_cast<unsigned char>(1 << (bit % 8));
@@ -97,7 +97,7 @@ TEST(E57Pages, EveryBitOfAPageIsChecked) {
 }
 
 TEST(E57Pages, ReadingBehindTheEndIsRefused) {
-    Bytes file = testing::PlainPages(Count(2 * 1020));
+    Bytes file = plain::PlainPages(Count(2 * 1020));
     file.resize(file.size() - 1);  // the second page is not whole
     kxbase::InMemoryStream stream(file);
     E57PageReader reader(stream, "d.e57");
@@ -116,8 +116,9 @@ TEST(E57Pages, WrittenPagesAreWhatTheyShouldBe) {
         for (size_t at = 0; at < bytes; at += 777)
             writer.Append(all.subspan(at, std::min<size_t>(777, bytes - at)));
         EXPECT_EQ(writer.Position(), bytes);
-        EXPECT_EQ(writer.Finish(), stream.GetBytes().size());
-        EXPECT_EQ(stream.GetBytes(), testing::PlainPages(content));
+        const uint64_t finished = writer.Finish();
+        EXPECT_EQ(finished, stream.GetBytes().size());
+        EXPECT_EQ(stream.GetBytes(), plain::PlainPages(content));
     }
 }
 
@@ -141,7 +142,7 @@ TEST(E57Pages, ReservedPlacesAreFilledBeforeAndAfterTheirPagesAreWritten) {
     fill(second, 8);
     EXPECT_THROW(fill(second, 9), kxbase::KXWrongDataSizeofException);
     writer.Finish();
-    EXPECT_EQ(testing::PlainContent(stream.GetBytes()), content);
+    EXPECT_EQ(plain::PlainContent(stream.GetBytes()), content);
 }
 
 // 48 bytes, field by field.
@@ -157,7 +158,7 @@ Bytes HeaderBytes() {
 
 E57Header ReadHeader(Bytes content) {
     content.resize(2040);
-    kxbase::InMemoryStream stream(testing::PlainPages(content));
+    kxbase::InMemoryStream stream(plain::PlainPages(content));
     E57PageReader reader(stream, "h.e57");
     return ReadE57Header(reader, stream);
 }
@@ -204,7 +205,7 @@ TEST(E57Header, WhatCannotBeIsRefusedByField) {
 TEST(E57Header, AFileCutAnywhereIsRefused) {
     Bytes content = HeaderBytes();
     content.resize(2040);
-    const Bytes file = testing::PlainPages(content);
+    const Bytes file = plain::PlainPages(content);
     for (size_t size = 0; size < file.size(); size += size < 60 ? 1 : 97) {
         kxbase::InMemoryStream stream(file.data(), size);
         E57PageReader reader(stream, "cut.e57");

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-namespace kxexchange::testing {
+namespace kxexchange::plain {
 
 uint32_t BitwiseCrc32c(const unsigned char* bytes, size_t count) {
     uint32_t crc = 0xffffffffU;
@@ -123,4 +123,4 @@ std::string PlainXml(const Bytes& content) {
     return {from, from + length};
 }
 
-}  // namespace kxexchange::testing
+}  // namespace kxexchange::plain

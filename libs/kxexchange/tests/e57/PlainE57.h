@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace kxexchange::testing {
+namespace kxexchange::plain {
 
 using Bytes = std::vector<unsigned char>;
 
@@ -38,4 +38,4 @@ uint64_t PlainBits(const Bytes& stream, uint64_t index, unsigned bits);
 /// The XML part of a file's content.
 std::string PlainXml(const Bytes& content);
 
-}  // namespace kxexchange::testing
+}  // namespace kxexchange::plain
