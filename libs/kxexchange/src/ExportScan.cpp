@@ -4,9 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "GridCells.h"
 #include "Paths.h"
-#include "kxbase/UTF8.h"
+#include "QsnSource.h"
 #include "kxbase/kxOutFile.h"
 #include "kxio/QSNScanReader.h"
 
@@ -16,9 +15,8 @@ namespace {
 
 constexpr int kMostDecimals = 12;
 constexpr int kMaxThreads = 1024;
-constexpr double kMetresPerMillimetre = 1e-3;
-// Scans that do not say how fine their ranges are.
-constexpr double kUsualRangeScale = 0.1;
+// Columns asked for at once; sources bound the cells.
+constexpr uint64_t kColumnsPerRead = 256;
 
 void CheckOptions(const ExportOptions& options) {
     kxbase::ErrorContext context;
@@ -36,155 +34,223 @@ void CheckOptions(const ExportOptions& options) {
     throw kxbase::KXBadInputException("Export option is not acceptable", context);
 }
 
-template <class Exception>
-[[noreturn]] void Refuse(const std::string& detail) {
+[[noreturn]] void Refuse(const std::string& file, const std::string& detail) {
     kxbase::ErrorContext context;
+    context.file = file;
     context.detail = detail;
-    throw Exception("Scan cannot be exported", context);
+    throw kxbase::KXBadInputException("Scan cannot be exported", context);
 }
 
-LayoutMessage FindLayout(const kxio::QSNScanReader& reader, std::vector<std::string>& warnings) {
-    const kxbase::GridTopology& grid = reader.GetScanInformation().grid;
-    bool misfit = false;
-    for (const std::wstring& text : reader.GetMessageList()) {
-        if (auto message = LayoutMessage::Parse(kxbase::Encode_UTF8(text))) {
-            if (GridCells::Fits(message->layout, grid)) return std::move(*message);
-            misfit = true;
-        }
-    }
-    if (misfit)
-        warnings.push_back("The stored layout does not fit the grid; cells are in the grid's own order");
-    return GridCells::PlainLayout(grid);
-}
-
-void CheckRegistration(const kxbase::RegistrationInformation& registration) {
-    const double* const values = registration.Values();
-    const double* const end = values + kxbase::RegistrationInformation::ValueCount;
-    if (std::all_of(values, end, [](double value) { return std::isfinite(value); })) return;
-    Refuse<kxbase::KXBadInputException>("the registration holds values that are no numbers");
-}
-
-void Transform(const kxbase::RegistrationInformation& registration, std::vector<Cell>& cells) {
+void Transform(const kxbase::RegistrationInformation& registration, std::span<Cell> cells) {
     const double* const m = registration.Values();
     for (Cell& cell : cells) {
-        if (!cell.valid) continue;
+        if (!cell.valid && !cell.direction) continue;
+        // A direction has no place.
+        const double place = cell.valid ? 1 : 0;
         const double x = cell.x, y = cell.y, z = cell.z;
-        cell.x = x * m[0] + y * m[3] + z * m[6] + m[9];
-        cell.y = x * m[1] + y * m[4] + z * m[7] + m[10];
-        cell.z = x * m[2] + y * m[5] + z * m[8] + m[11];
+        cell.x = x * m[0] + y * m[3] + z * m[6] + place * m[9];
+        cell.y = x * m[1] + y * m[4] + z * m[7] + place * m[10];
+        cell.z = x * m[2] + y * m[5] + z * m[8] + place * m[11];
     }
 }
 
-// Greatest coordinate that may appear; unknown limits count as small.
-double GreatestCoordinate(const kxio::QSNScanReader& reader,
-                          const kxbase::RegistrationInformation& registration, bool apply) {
-    double greatest = 0;
-    const auto limits = kxio::ScanAccess(reader).ReadLimits();
-    if (limits) {
-        for (const kxio::MinMaxPair& pair : limits->patches) {
-            greatest = std::max(greatest, static_cast<double>(pair.maximum) * 1e-3);
-        }
+void ReduceColors(std::span<Cell> cells) {
+    const auto reduce = [](uint16_t value) { return static_cast<uint16_t>((value + 128u) / 257u); };
+    for (Cell& cell : cells) {
+        cell.red = reduce(cell.red);
+        cell.green = reduce(cell.green);
+        cell.blue = reduce(cell.blue);
     }
-    if (apply) {
-        const kxmath::Vector3 translation = registration.GetTranslation();
-        greatest += std::max({std::abs(translation.x), std::abs(translation.y), std::abs(translation.z)});
-    }
-    return greatest;
 }
+
+// What has to be done to a source's cells before the sink gets them.
+struct Treatment {
+    bool applyPose = false;
+    bool toCartesian = false;
+    bool reduceColors = false;
+    kxbase::RegistrationInformation pose;
+
+    void Apply(std::span<Cell> cells) const {
+        if (toCartesian) ToCartesian(cells);
+        if (applyPose) Transform(pose, cells);
+        if (reduceColors) ReduceColors(cells);
+    }
+};
 
 }  // namespace
 
-ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem::path& outPath,
-                        std::string_view formatName, const ExportOptions& options, ProgressSink* progress) {
-    CheckOptions(options);
-    const SinkFormat* const format = FindSinkFormat(formatName);
-    if (!format) Refuse<kxbase::KXBadInputException>("no format is called " + std::string(formatName));
-    const kxio::ScanProperties& properties = reader.GetScanInformation();
-    if (properties.grid.PatchCount64() == 0) Refuse<kxbase::KXBadInputException>("the scan has no grid");
-    for (const auto component : {kxbase::Range, kxbase::VerticalAngle, kxbase::HorizontalAngle}) {
-        if (reader.IsComponentAvailable(component)) continue;
-        Refuse<kxbase::KXComponentNotInFileException>("the scan has no " +
-                                                      kxbase::ComponentToString(component));
-    }
-
-    ExportReport report;
-    const bool holdsPose = format->capabilities.pose == Fate::Kept;
-    report.registrationApplied = options.registration == RegistrationUse::Apply ||
-                                 (options.registration == RegistrationUse::Default && !holdsPose);
-    if (report.registrationApplied || holdsPose) CheckRegistration(properties.registration);
-    LayoutMessage message = FindLayout(reader, report.warnings);
-
-    ScanDescription description;
-    description.columns = message.layout.columns;
-    description.rows = message.layout.rows;
-    description.points = description.columns * description.rows;
-    if (!report.registrationApplied) {
-        description.pose = properties.registration;
-        description.keepsakes = message.keepsakes;
-    }
-    const double rangeScale =
-        properties.componentValue[0] > 0 ? properties.componentValue[0] : kUsualRangeScale;
-    description.coordinates.present = true;
-    description.coordinates.unit = "m";
-    description.coordinates.precision = rangeScale * kMetresPerMillimetre;
-    description.coordinates.maximum =
-        GreatestCoordinate(reader, properties.registration, report.registrationApplied);
-    if (message.intensity.kind == IntensityMapping::Kind::Unit ||
-        message.intensity.kind == IntensityMapping::Kind::None) {
-        description.intensity.unit = "1";
-        description.intensity.minimum = 0;
-        description.intensity.maximum = 1;
-        description.intensity.precision = 1.0 / 65535;
-        description.intensity.numbers = NumberKind::Scaled;
-    }
-
-    GridCells grid(reader, std::move(message), static_cast<unsigned>(options.sink.threads));
-    report.intensity = description.intensity.present = options.intensity && grid.HasIntensity();
-    report.color = description.color.present = options.color && grid.HasColor();
-    report.losses = ForeseeLosses(description, format->capabilities);
-    report.columns = description.columns;
-    report.rows = description.rows;
-
-    PendingFile file(outPath);
-    {
-        kxbase::kxOutFile stream(WidePath(file.Path()));
+struct ScanFileExport::Impl {
+    Impl(const std::filesystem::path& path, const SinkFormat& wanted, const ExportOptions& given)
+        : outPath(path), format(wanted), options(given), file(path), stream(WidePath(file.Path())) {
         if (!stream.IsOpen()) {
             kxbase::ErrorContext context;
             context.file = PathText(file.Path());
             throw kxbase::KXFileNotOpenException("Cannot open file", context);
         }
-        const std::unique_ptr<ScanSink> sink = format->make(stream, options.sink);
-        sink->BeginScan(description);
-        std::vector<Cell> cells;
-        while (const uint64_t columns = grid.Read(cells)) {
-            if (report.registrationApplied) Transform(properties.registration, cells);
-            sink->WriteColumns(cells, columns);
-            report.cells += cells.size();
-            if (progress && !progress->Update(report.cells, description.points, sink->BytesWritten())) {
-                kxbase::ErrorContext context;
-                context.file = PathText(outPath);
-                throw CancelledException("Export was cancelled", context);
-            }
-        }
-        if (grid.UnusableReturns() != 0) {
-            report.warnings.push_back(std::to_string(grid.UnusableReturns()) +
-                                      " returns have no usable position; they are left out");
-        }
-        sink->EndScan();
-        sink->AddLosses(report.losses);
-        sink->Finish();
-        stream.Close();
-        report.points = sink->PointsWritten();
-        report.bytesWritten = sink->BytesWritten();
+        sink = format.make(stream, options.sink);
     }
-    file.Commit();
+
+    bool AppliesPose() const {
+        return options.registration == RegistrationUse::Apply ||
+               (options.registration == RegistrationUse::Default && format.capabilities.pose != Fate::Kept);
+    }
+    Treatment Prepare(const std::string& name, ScanDescription& description, ExportReport& report) const;
+    void Pump(ScanSource& source, const ScanDescription& description, const Treatment& treatment,
+              ExportReport& report, ProgressSink* progress);
+
+    std::filesystem::path outPath;
+    const SinkFormat& format;
+    ExportOptions options;
+    PendingFile file;
+    kxbase::kxOutFile stream;
+    std::unique_ptr<ScanSink> sink;
+    uint64_t scans = 0;
+};
+
+// Turns the source's description into the one the sink is given, and says what is lost on the way.
+Treatment ScanFileExport::Impl::Prepare(const std::string& name, ScanDescription& description,
+                                        ExportReport& report) const {
+    const FormatCapabilities& can = format.capabilities;
+    if (scans != 0 && can.severalScans == Fate::Lost)
+        Refuse(name, std::string(format.name) + " files hold one scan");
+    Treatment treatment;
+    treatment.pose = description.pose;
+    treatment.applyPose = AppliesPose();
+    const double* const values = description.pose.Values();
+    const bool finite = std::all_of(values, values + kxbase::RegistrationInformation::ValueCount,
+                                    [](double value) { return std::isfinite(value); });
+    if (!finite && (treatment.applyPose || can.pose == Fate::Kept))
+        Refuse(name, "the registration holds values that are no numbers");
+
+    const bool hadIntensity = description.intensity.present, hadColor = description.color.present;
+    description.intensity.present = hadIntensity && options.intensity;
+    description.color.present = hadColor && options.color;
+    report.losses = ForeseeLosses(description, can);
+    const bool identity = description.pose == kxbase::RegistrationInformation();
+    if (treatment.applyPose && !identity)
+        report.losses.Add({"pose", Fate::Converted, "applied to the points", {}});
+    if (!treatment.applyPose && !identity && can.pose != Fate::Kept)
+        report.losses.Add({"pose", Fate::Lost, "the points stay in the instrument's frame", {}});
+    if (hadIntensity && !options.intensity)
+        report.losses.Add({"intensity", Fate::Lost, "left out as asked for", {}});
+    if (hadColor && !options.color) report.losses.Add({"colour", Fate::Lost, "left out as asked for", {}});
+    if (options.strict) report.losses.RequireNoLoss(name);
+
+    const bool spherical = description.coordinateKind == CoordinateKind::Spherical;
+    treatment.toCartesian = spherical && (can.spherical != Fate::Kept || treatment.applyPose);
+    treatment.reduceColors = description.color.present && description.colorBits > can.colorBits;
+    if (treatment.toCartesian) {
+        description.coordinateKind = CoordinateKind::Cartesian;
+        description.angles = {};
+    }
+    if (treatment.applyPose) {
+        if (!identity && description.coordinates.maximum) {
+            const kxmath::Vector3 move = description.pose.GetTranslation();
+            *description.coordinates.maximum +=
+                std::max({std::abs(move.x), std::abs(move.y), std::abs(move.z)});
+        }
+        description.pose = {};
+        description.keepsakes.clear();
+    }
+    if (treatment.reduceColors) {
+        description.colorBits = 8;
+        description.color.maximum = 255;
+    }
+    return treatment;
+}
+
+void ScanFileExport::Impl::Pump(ScanSource& source, const ScanDescription& description,
+                                const Treatment& treatment, ExportReport& report, ProgressSink* progress) {
+    const uint64_t pointsBefore = sink->PointsWritten(), bytesBefore = sink->BytesWritten();
+    sink->BeginScan(description);
+    std::vector<Cell> cells;
+    uint64_t columnsDone = 0;
+    while (const uint64_t columns = source.ReadColumns(kColumnsPerRead, cells)) {
+        treatment.Apply(cells);
+        sink->WriteColumns(cells, columns);
+        columnsDone += columns;
+        report.cells += cells.size();
+        if (progress && !progress->Update(report.cells, std::max(report.cells, description.points),
+                                          sink->BytesWritten())) {
+            kxbase::ErrorContext context;
+            context.file = PathText(outPath);
+            throw CancelledException("Export was cancelled", context);
+        }
+    }
+    if (description.HasGrid() && columnsDone != description.columns) {
+        kxbase::ErrorContext context;
+        context.file = source.Name();
+        context.detail = "found " + std::to_string(columnsDone) + " columns, expected " +
+                         std::to_string(description.columns);
+        throw SourceFormatException("Scan ends early", context);
+    }
+    sink->EndScan();
+    report.points = sink->PointsWritten() - pointsBefore;
+    report.bytesWritten = sink->BytesWritten() - bytesBefore;
+}
+
+ScanFileExport::ScanFileExport(const std::filesystem::path& outPath, const SinkFormat& format,
+                               const ExportOptions& options) {
+    CheckOptions(options);
+    m_impl = std::make_unique<Impl>(outPath, format, options);
+}
+
+ScanFileExport::~ScanFileExport() = default;
+
+CoordinateKind ScanFileExport::WantedCoordinates(const SinkFormat& format, const ExportOptions& options) {
+    const bool holdsPose = format.capabilities.pose == Fate::Kept;
+    const bool applies = options.registration == RegistrationUse::Apply ||
+                         (options.registration == RegistrationUse::Default && !holdsPose);
+    if (applies || format.capabilities.spherical != Fate::Kept) return CoordinateKind::Cartesian;
+    return options.sink.coordinateKind.value_or(CoordinateKind::Spherical);
+}
+
+ExportReport ScanFileExport::Add(ScanSource& source, uint64_t scanIndex, ProgressSink* progress) {
+    ScanDescription description = source.OpenScan(scanIndex);
+    ExportReport report;
+    report.registrationApplied = m_impl->AppliesPose();
+    const Treatment treatment = m_impl->Prepare(source.Name(), description, report);
+    report.name = description.name;
+    report.columns = description.columns;
+    report.rows = description.rows;
+    report.intensity = description.intensity.present;
+    report.color = description.color.present;
+    m_impl->Pump(source, description, treatment, report, progress);
+    m_impl->sink->AddLosses(report.losses);
+    if (m_impl->options.strict) report.losses.RequireNoLoss(source.Name());
+    report.warnings = source.Warnings();
+    ++m_impl->scans;
+    return report;
+}
+
+uint64_t ScanFileExport::Commit() {
+    m_impl->sink->Finish();
+    m_impl->stream.Close();
+    const uint64_t bytes = m_impl->sink->BytesWritten();
+    m_impl->file.Commit();
+    return bytes;
+}
+
+ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem::path& outPath,
+                        std::string_view formatName, const ExportOptions& options, ProgressSink* progress) {
+    CheckOptions(options);
+    const SinkFormat* const format = FindSinkFormat(formatName);
+    if (!format) Refuse({}, "no format is called " + std::string(formatName));
+    SourceOptions sourceOptions;
+    sourceOptions.threads = options.sink.threads;
+    sourceOptions.coordinateKind = ScanFileExport::WantedCoordinates(*format, options);
+    QsnSource source(reader, {}, sourceOptions);
+    source.OpenScan(0);  // a scan that cannot be exported is refused before a file is made
+    ScanFileExport file(outPath, *format, options);
+    ExportReport report = file.Add(source, 0, progress);
+    report.bytesWritten = file.Commit();
     return report;
 }
 
 ExportReport ExportScan(const std::filesystem::path& scanPath, const std::filesystem::path& outPath,
-                        std::string_view formatName, const ExportOptions& options, ProgressSink* progress) {
+                        std::string_view format, const ExportOptions& options, ProgressSink* progress) {
     const kxio::QSNScanReader reader(WidePath(scanPath));
-    return ExportScan(reader, outPath, formatName, options, progress);
+    return ExportScan(reader, outPath, format, options, progress);
 }
 
 }  // namespace kxexchange

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace kxexchange {
 
@@ -36,13 +37,17 @@ LayoutMessage GridCells::PlainLayout(const kxbase::GridTopology& grid) {
     return message;
 }
 
-GridCells::GridCells(const kxio::QSNScanReader& reader, LayoutMessage message, unsigned threads)
+GridCells::GridCells(const kxio::QSNScanReader& reader, LayoutMessage message, unsigned threads,
+                     CoordinateKind kind)
     : m_access(reader),
       m_grid(m_access.Grid()),
       m_message(std::move(message)),
       m_intensity16(m_access.Has(kxbase::Luminance16)),
       m_intensity8(!m_intensity16 && m_access.Has(kxbase::Luminance8)),
       m_color(m_access.Has(kxbase::Color)),
+      m_classes(m_access.Has(kxbase::Class)),
+      m_directions(m_message.directions),
+      m_kind(kind),
       m_emptyIntensity(m_message.emptyIntensity.value_or(0)) {
     m_options.threads = threads;
     if (m_message.intensity.kind == IntensityMapping::Kind::None) m_message.intensity = kUnit;
@@ -89,12 +94,33 @@ void GridCells::ReadBlock(uint64_t first, uint64_t columns, Block& block) const 
     if (m_intensity16) read(kxbase::Luminance16, block.luminance16);
     if (m_intensity8) read(kxbase::Luminance8, block.luminance8);
     if (m_color) read(kxbase::Color, block.color);
+    if (m_classes) read(kxbase::Class, block.classes);
+}
+
+// A cell's coordinates; false when the stored values are no numbers.
+bool GridCells::Place(const Block& block, size_t at, Cell& cell) const {
+    const double range = static_cast<double>(block.range[at]) * kMetresPerMillimetre;
+    cell.valid = range > 0;
+    cell.direction = !cell.valid && m_directions;
+    if (!cell.valid && !cell.direction) return true;
+    const auto vertical = static_cast<double>(block.vertical[at]);
+    const auto horizontal = static_cast<double>(block.horizontal[at]);
+    if (m_kind == CoordinateKind::Spherical) {
+        cell.SetSpherical(cell.valid ? range : 0.0, horizontal, std::numbers::pi / 2 - vertical);
+    } else {
+        const double length = cell.valid ? range : 1.0;
+        const double flat = length * std::sin(vertical);
+        cell.x = flat * std::cos(horizontal);
+        cell.y = flat * std::sin(horizontal);
+        cell.z = length * std::cos(vertical);
+    }
+    return std::isfinite(cell.x) && std::isfinite(cell.y) && std::isfinite(cell.z);
 }
 
 // The cells of one source column that lie in a block, from its column `inBlock` of `columns`.
-// Returns how many returns are unusable.
-uint64_t GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const {
-    uint64_t unusable = 0;
+GridCells::Oddities GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t columns,
+                                       Cell* cells) const {
+    Oddities odd;
     for (const RowSegment& segment : m_message.layout.segments) {
         if (segment.far != far) continue;
         Cell* cell = cells + segment.firstRow;
@@ -102,24 +128,14 @@ uint64_t GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t
         const size_t step = segment.descending ? ~columns + 1 : columns;
         for (uint64_t i = 0; i < segment.count; ++i, ++cell, at += step) {
             *cell = {};
-            const double range = static_cast<double>(block.range[at]) * kMetresPerMillimetre;
-            if (!(range > 0)) {
-                cell->intensity = m_emptyIntensity;
-                continue;
-            }
-            const auto vertical = static_cast<double>(block.vertical[at]);
-            const auto horizontal = static_cast<double>(block.horizontal[at]);
-            const double flat = range * std::sin(vertical);
-            cell->x = flat * std::cos(horizontal);
-            cell->y = flat * std::sin(horizontal);
-            cell->z = range * std::cos(vertical);
-            if (!(std::isfinite(cell->x) && std::isfinite(cell->y) && std::isfinite(cell->z))) {
+            if (!Place(block, at, *cell)) {
+                odd.unusable += cell->valid ? 1 : 0;
                 *cell = {};
+            }
+            if (!cell->valid) {
                 cell->intensity = m_emptyIntensity;
-                ++unusable;
                 continue;
             }
-            cell->valid = true;
             if (m_intensity16) {
                 cell->intensity = m_message.intensity.Restore(block.luminance16[at]);
             } else if (m_intensity8) {
@@ -132,9 +148,14 @@ uint64_t GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t
                 cell->green = color.green;
                 cell->blue = color.blue;
             }
+            if (m_classes) {
+                constexpr uint32_t kMostClass = 255;
+                odd.largeClasses += block.classes[at] > kMostClass ? 1 : 0;
+                cell->classification = static_cast<uint8_t>(std::min(block.classes[at], kMostClass));
+            }
         }
     }
-    return unusable;
+    return odd;
 }
 
 uint64_t GridCells::Read(std::vector<Cell>& cells) {
@@ -144,26 +165,33 @@ uint64_t GridCells::Read(std::vector<Cell>& cells) {
         return 0;
     }
     // Up to the end of the column of patches that the next source column lies in.
-    const uint64_t near = layout.NearColumn(m_nextColumn);
-    const uint64_t patchFirst = near / m_grid.patchWidth * m_grid.patchWidth;
+    const uint64_t nearColumn = layout.NearColumn(m_nextColumn);
+    const uint64_t patchFirst = nearColumn / m_grid.patchWidth * m_grid.patchWidth;
     const uint64_t patchEnd = std::min<uint64_t>(patchFirst + m_grid.patchWidth, layout.columns);
-    const uint64_t columns = std::min(layout.columnsReversed ? near + 1 - patchFirst : patchEnd - near,
-                                      std::max<uint64_t>(1, kMostBlockCells / m_grid.rows));
-    const uint64_t first = layout.columnsReversed ? near + 1 - columns : near;
+    const uint64_t columns =
+        std::min(layout.columnsReversed ? nearColumn + 1 - patchFirst : patchEnd - nearColumn,
+                 std::max<uint64_t>(1, kMostBlockCells / m_grid.rows));
+    const uint64_t first = layout.columnsReversed ? nearColumn + 1 - columns : nearColumn;
     ReadBlock(first, columns, m_near);
     if (layout.Folded()) ReadBlock(layout.farColumn + first, columns, m_far);
     cells.resize(static_cast<size_t>(columns * layout.rows));
     const auto count = static_cast<int64_t>(columns);
     const int threads = m_options.threads == 0 ? omp_get_max_threads() : static_cast<int>(m_options.threads);
-    uint64_t unusable = 0;
-#pragma omp parallel for schedule(static) num_threads(threads) reduction(+ : unusable) if (cells.size() >= kWorthThreads)
+    uint64_t unusable = 0, largeClasses = 0;
+#pragma omp parallel for schedule(static) num_threads(threads) reduction(+ : unusable, largeClasses) if (cells.size() >= kWorthThreads)
     for (int64_t i = 0; i < count; ++i) {
         const auto inBlock = static_cast<size_t>(layout.columnsReversed ? count - 1 - i : i);
         Cell* const column = cells.data() + static_cast<size_t>(i) * static_cast<size_t>(layout.rows);
-        unusable += ToCells(m_near, false, inBlock, static_cast<size_t>(columns), column);
-        if (layout.Folded()) unusable += ToCells(m_far, true, inBlock, static_cast<size_t>(columns), column);
+        const Oddities near = ToCells(m_near, false, inBlock, static_cast<size_t>(columns), column);
+        unusable += near.unusable;
+        largeClasses += near.largeClasses;
+        if (!layout.Folded()) continue;
+        const Oddities far = ToCells(m_far, true, inBlock, static_cast<size_t>(columns), column);
+        unusable += far.unusable;
+        largeClasses += far.largeClasses;
     }
     m_unusable += unusable;
+    m_largeClasses += largeClasses;
     m_nextColumn += columns;
     return columns;
 }

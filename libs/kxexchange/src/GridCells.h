@@ -15,7 +15,8 @@ namespace kxexchange {
 class GridCells {
 public:
     /// `message` must fit the scan's grid (Fits). `threads`: 0 all cores.
-    GridCells(const kxio::QSNScanReader& reader, LayoutMessage message, unsigned threads);
+    GridCells(const kxio::QSNScanReader& reader, LayoutMessage message, unsigned threads,
+              CoordinateKind kind = CoordinateKind::Cartesian);
 
     static bool Fits(const GridLayout& layout, const kxbase::GridTopology& grid);
     /// For a scan that says nothing about its origin: columns as they are, rows from the lowest up.
@@ -23,6 +24,7 @@ public:
 
     bool HasIntensity() const { return m_intensity16 || m_intensity8; }
     bool HasColor() const { return m_color; }
+    bool HasClasses() const { return m_classes; }
     const GridLayout& Layout() const { return m_message.layout; }
 
     /// Reads the next source columns, as many as lie in one column of patches (fewer of very tall grids),
@@ -30,6 +32,8 @@ public:
     uint64_t Read(std::vector<Cell>& cells);
     /// Returns so far whose position is no number; they are given as cells without a return.
     uint64_t UnusableReturns() const { return m_unusable; }
+    /// Cells so far whose class number is above 255; they are given as 255.
+    uint64_t LargeClasses() const { return m_largeClasses; }
 
 private:
     /// Values of `columns` grid columns from `first` on, all rows, row by row.
@@ -38,10 +42,15 @@ private:
         std::vector<uint16_t> luminance16;
         std::vector<uint8_t> luminance8;
         std::vector<kxio::Rgb8> color;
+        std::vector<uint32_t> classes;
     };
     void CheckClaims(uint64_t first, uint64_t columns) const;
     void ReadBlock(uint64_t first, uint64_t columns, Block& block) const;
-    uint64_t ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const;
+    struct Oddities {
+        uint64_t unusable = 0, largeClasses = 0;
+    };
+    Oddities ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const;
+    bool Place(const Block& block, size_t at, Cell& cell) const;
 
     kxio::ScanAccess m_access;
     kxbase::GridTopology m_grid;
@@ -50,9 +59,13 @@ private:
     bool m_intensity16;
     bool m_intensity8;
     bool m_color;
+    bool m_classes;
+    bool m_directions;  // cells without a return have directions of their own
+    CoordinateKind m_kind;
     double m_emptyIntensity;
     uint64_t m_nextColumn = 0;  // of the source
     uint64_t m_unusable = 0;
+    uint64_t m_largeClasses = 0;
     Block m_near, m_far;
 };
 

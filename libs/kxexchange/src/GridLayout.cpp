@@ -189,6 +189,7 @@ std::string LayoutMessage::Format() const {
     add("segments", segments);
     add("intensity", IntensityText(intensity));
     if (emptyIntensity) add("empty", ShortestText(*emptyIntensity));
+    if (directions) add("directions", "own");
     if (!source.empty()) add("source", source);
     for (const auto& [key, value] : keepsakes)
         add(key, value);
@@ -229,6 +230,8 @@ std::optional<LayoutMessage> LayoutMessage::Parse(const std::string& text) {
             const auto number = SplitNumbers(value);
             fine = number && number->size() == 1;
             if (fine) message.emptyIntensity = number->front();
+        } else if (key == "directions") {
+            fine = message.directions = value == "own";
         } else if (key == "source") {
             message.source = value;
         } else {

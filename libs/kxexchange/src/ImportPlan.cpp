@@ -41,26 +41,6 @@ void CheckScale(const char* field, double scale, double least, double greatest, 
     }
 }
 
-// The preview-sizing rule reduces both sides by one step, so a grid of a single row or column keeps its full
-// length. The previews stay in memory until the file is complete; such a side is reduced on its own.
-void SetPreviewSize(kxbase::GridTopology& grid) {
-    constexpr double kFactor = 2;
-    constexpr uint64_t kMostPixels = uint64_t{1} << 22;
-    grid.UpdatePreview(kFactor);
-    const uint64_t pixels = uint64_t{grid.previewWidth} * grid.previewHeight;
-    if (pixels <= kMostPixels) return;
-    const auto step = static_cast<uint32_t>(pixels / kMostPixels + 1);
-    const auto reduce = [step](uint32_t cells, uint32_t& side, float& ratio) {
-        side = std::max<uint32_t>(1, side / step);
-        ratio = static_cast<float>(cells) / static_cast<float>(side);
-    };
-    if (grid.previewWidth > grid.previewHeight) {
-        reduce(grid.columns, grid.previewWidth, grid.columnRatio);
-    } else {
-        reduce(grid.rows, grid.previewHeight, grid.rowRatio);
-    }
-}
-
 }  // namespace
 
 void CheckOptions(const ImportOptions& options) {
@@ -83,6 +63,7 @@ void CheckOptions(const ImportOptions& options) {
         Refuse("compression level",
                "found " + std::to_string(options.compressionLevel) + ", expected -1 (default) or 0 to 9");
     }
+    if (options.previewSide == 0) Refuse("preview side", "found 0, expected at least 1");
     if (options.threads < 0 || options.threads > kMaxThreads) {
         Refuse("threads", "found " + std::to_string(options.threads) + ", expected 0 (all cores) to " +
                               std::to_string(kMaxThreads));
@@ -100,6 +81,21 @@ void SetPatchSize(kxbase::GridTopology& grid, uint32_t width, uint32_t height) {
     }
     grid.patchWidth = std::max<uint32_t>(1, width);
     grid.patchHeight = std::max<uint32_t>(1, height);
+}
+
+void SetPreviewSize(kxbase::GridTopology& grid, uint32_t greatestSide) {
+    // Previews of a small grid cost little and show every cell.
+    constexpr uint64_t kSmallGrid = 16384;
+    const auto needed = [greatestSide](uint32_t side) { return (side - 1) / greatestSide + 1; };
+    uint32_t step =
+        std::max({1U, grid.columns > 0 ? needed(grid.columns) : 1, grid.rows > 0 ? needed(grid.rows) : 1});
+    if (uint64_t{grid.columns} * grid.rows > kSmallGrid) step = std::max(step, 2U);
+    const auto reduce = [step](uint32_t cells, uint32_t& side, float& ratio) {
+        side = std::max(1U, cells / step);
+        ratio = static_cast<float>(cells) / static_cast<float>(side);
+    };
+    reduce(grid.columns, grid.previewWidth, grid.columnRatio);
+    reduce(grid.rows, grid.previewHeight, grid.rowRatio);
 }
 
 double FittingRangeScale(double wanted, double greatestRange) {
@@ -129,7 +125,7 @@ kxbase::GridTopology MakeTopology(const FittedGrid& fitted, const ImportOptions&
     grid.columns = static_cast<uint32_t>(fitted.layout.GridColumns());
     grid.rows = static_cast<uint32_t>(fitted.layout.gridRows);
     SetPatchSize(grid, options.patchWidth, options.patchHeight);
-    SetPreviewSize(grid);
+    SetPreviewSize(grid, options.previewSide);
     grid.UpdateHalfSteps();
     return grid;
 }

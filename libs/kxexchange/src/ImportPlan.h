@@ -24,6 +24,9 @@ void SetPatchSize(kxbase::GridTopology& grid, uint32_t width, uint32_t height);
 /// 1, 2, 5, 10, 20 ... millimetres (and their tenths and so on) that does.
 double FittingRangeScale(double wanted, double greatestRange);
 
+/// Preview size for a grid, as ImportOptions::previewSide describes it.
+void SetPreviewSize(kxbase::GridTopology& grid, uint32_t greatestSide);
+
 /// The grid of the file.
 kxbase::GridTopology MakeTopology(const FittedGrid& fitted, const ImportOptions& options);
 

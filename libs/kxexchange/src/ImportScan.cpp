@@ -11,10 +11,12 @@
 #include <thread>
 
 #include "Handover.h"
+#include "ImportLosses.h"
 #include "ImportPlan.h"
 #include "PatchAssembler.h"
 #include "Paths.h"
 #include "ScanSurvey.h"
+#include "SourceFacts.h"
 #include "TextFormat.h"
 #include "kxbase/UTF8.h"
 #include "kxio/QSNScanWriter.h"
@@ -32,6 +34,13 @@ constexpr size_t kWaitingColumns = 1;
 constexpr std::chrono::milliseconds kProgressInterval{100};
 // A bound above this makes a warning: the points lie too far out for the scan to be one of an instrument.
 constexpr double kNotableBound = 0.01;
+
+// A larger picture is no thumbnail.
+constexpr uint64_t kMostThumbnailBytes = uint64_t{4} << 20;
+
+bool IsJpeg(const std::vector<unsigned char>& bytes) {
+    return bytes.size() > 3 && bytes[0] == 0xff && bytes[1] == 0xd8 && bytes[2] == 0xff;
+}
 
 // The intake works on the components of a patch in parallel; how wide is a property of the calling thread.
 class IntakeThreads {
@@ -79,15 +88,13 @@ public:
 private:
     void Survey();
     void Plan();
+    void KeepImage();
     void Write(const std::filesystem::path& path);
     void WriteProperties();
     void ReadAll(PatchAssembler& assembler, const PatchAssembler::Done& done,
                  const std::function<void()>& onBlock);
     void AddPatches(PatchColumn& column);
     void CheckColumns(uint64_t columns) const;
-    void MakeCartesian(std::vector<Cell>& cells) const {
-        if (m_description.coordinateKind == CoordinateKind::Spherical) ToCartesian(cells);
-    }
     void Update();
     void Report();
 
@@ -101,6 +108,7 @@ private:
     std::unique_ptr<ScanSurvey> m_survey;
     LayoutMessage m_message;
     StorageRules m_rules;
+    std::optional<std::vector<unsigned char>> m_thumbnail;
     std::unique_ptr<PatchAssembler> m_assembler;
     std::unique_ptr<kxcodecs::QKXChunkCodec> m_rangeCodec, m_angleCodec, m_intensityCodec, m_colorCodec;
     std::unique_ptr<kxio::QSNScanWriter> m_writer;
@@ -135,12 +143,11 @@ void Import::Survey() {
         context.detail = "the scan has no columns and rows";
         throw kxbase::KXBadInputException("Scan has no grid", context);
     }
-    m_survey = std::make_unique<ScanSurvey>(m_description.rows);
+    m_survey = std::make_unique<ScanSurvey>(m_description.rows, m_description.coordinateKind);
     std::vector<Cell> cells;
     uint64_t columns = 0;
     while (const uint64_t read = m_source.ReadColumns(kColumnsPerRead, cells)) {
         columns += read;
-        MakeCartesian(cells);
         m_survey->Add(cells);
         m_counters.cells += cells.size();
         m_counters.bytes = m_source.BytesRead() - m_bytesBefore;
@@ -164,12 +171,19 @@ void Import::Plan() {
     m_rules.rangeScale = m_report.precision.rangeScale;
     m_rules.intensity = m_report.intensity;
     m_rules.color = m_options.color && m_description.color.present;
+    m_rules.colorBits = m_description.colorBits;
+    m_rules.classes = m_description.classification.present;
+    m_rules.directions = m_survey->Directions() != 0;
+    m_rules.coordinateKind = m_description.coordinateKind;
 
     m_message.layout = fitted.layout;
     m_message.intensity = m_report.intensity;
     m_message.emptyIntensity = m_survey->EmptyIntensity();
+    m_message.directions = m_rules.directions;
     m_message.source = m_source.FormatName();
     m_message.keepsakes = m_description.keepsakes;
+    StoreFacts(m_description, m_message);
+    KeepImage();
 
     if (m_report.precision.rangeScale != m_options.rangeScale) {
         m_report.warnings.push_back("Ranges up to " + ShortestText(std::ceil(m_report.greatestRange)) +
@@ -179,6 +193,24 @@ void Import::Plan() {
     if (m_survey->EmptyCellsDiffer()) {
         m_report.warnings.push_back(
             "Cells without a return carry intensities that differ, or colours; these are not kept");
+    }
+    m_report.name = m_description.name;
+    m_report.losses = ImportLosses({m_description, m_options, *m_survey, m_report, m_thumbnail.has_value()});
+    if (m_options.strict) m_report.losses.RequireNoLoss(m_source.Name());
+}
+
+// The first image that can be the scan's thumbnail: a JPEG that is no panorama of many megabytes.
+void Import::KeepImage() {
+    for (const ImageDescription& image : m_description.images) {
+        if (image.encoding != ImageDescription::Encoding::Jpeg || image.byteCount > kMostThumbnailBytes ||
+            !image.load) {
+            continue;
+        }
+        std::vector<unsigned char> bytes = image.load();
+        if (bytes.size() > kMostThumbnailBytes || !IsJpeg(bytes)) continue;
+        m_thumbnail = std::move(bytes);
+        m_message.keepsakes.emplace_back("image", PercentEncode(image.name));
+        return;
     }
 }
 
@@ -196,7 +228,6 @@ void Import::ReadAll(PatchAssembler& assembler, const PatchAssembler::Done& done
     std::vector<Cell> cells;
     uint64_t columns = 0;
     while (const uint64_t read = m_source.ReadColumns(kColumnsPerRead, cells)) {
-        MakeCartesian(cells);
         const std::span<const Cell> all(cells);
         for (size_t i = 0; i < read; ++i)
             assembler.AddColumn(all.subspan(i * rows, rows), done);
@@ -225,6 +256,8 @@ void Import::AddPatches(PatchColumn& column) {
     std::vector<kxio::PatchDescriptor*> descriptors{&range, &vertical, &horizontal};
     if (!column.luminance16.empty()) descriptors.insert(descriptors.end(), {&luminance16, &luminance8});
     if (!column.color.empty()) descriptors.push_back(&color);
+    Flat classes(ComponentType::Class, sizeof(uint32_t), kxio::RowMajor, 1.0, m_intensityCodec.get());
+    if (!column.classes.empty()) descriptors.push_back(&classes);
 
     const auto point = [&](Flat& descriptor, auto& values, size_t perCell, size_t patch) {
         if (values.empty()) return;
@@ -239,6 +272,7 @@ void Import::AddPatches(PatchColumn& column) {
         point(luminance16, column.luminance16, 1, row);
         point(luminance8, column.luminance8, 1, row);
         point(color, column.color, 3, row);
+        point(classes, column.classes, 1, row);
         m_writer->AddPatch(descriptors, row, column.column);
         Update();
     }
@@ -246,6 +280,15 @@ void Import::AddPatches(PatchColumn& column) {
 
 void Import::WriteProperties() {
     m_writer->SetRegistration(m_description.pose);
+    kxio::ScanProperties& properties = m_writer->GetScanProperties();
+    if (m_description.uuid) properties.scanUUID = *m_description.uuid;
+    properties.scannerModel = kxbase::Decode_UTF8(m_description.sensor.model);
+    if (m_description.acquisitionStart.IsSet() || m_description.acquisitionEnd.IsSet()) {
+        properties.dateStatus = 0;
+        properties.firstDate = m_description.acquisitionStart;
+        properties.secondDate = m_description.acquisitionEnd;
+    }
+    if (m_thumbnail) m_writer->SetCompressedThumbnail(*m_thumbnail);
     const std::string name = PathText(TextPath(m_source.Name()).filename());
     m_writer->AddMessage(
         kxbase::Decode_UTF8("Imported from " + name + ", scan " + std::to_string(m_scanIndex + 1)));
@@ -326,6 +369,8 @@ void Import::Write(const std::filesystem::path& path) {
                                     " m from the origin may move by up to " +
                                     ShortestText(std::ceil(bound * 1000) / 1000) + " m");
     }
+    for (const std::string& warning : m_source.Warnings())
+        m_report.warnings.push_back(warning);
     WriteProperties();
     m_report.statistics = m_writer->EndCreation();
     Update();

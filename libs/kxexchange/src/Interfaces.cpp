@@ -8,6 +8,7 @@
 namespace kxexchange {
 
 CancelledException::~CancelledException() = default;
+LossException::~LossException() = default;
 SourceFormatException::~SourceFormatException() = default;
 ProgressSink::~ProgressSink() = default;
 ScanSource::~ScanSource() = default;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kxexchange/Errors.h"
 #include "kxexchange/FormatCapabilities.h"
 
 namespace kxexchange {
@@ -61,6 +62,20 @@ const LossEntry* LossReport::Find(const std::string& field) const {
         if (entry.field == field) return &entry;
     }
     return nullptr;
+}
+
+void LossReport::RequireNoLoss(const std::string& file) const {
+    std::string list;
+    for (const LossEntry& entry : entries) {
+        if (entry.fate != Fate::Lost) continue;
+        list += (list.empty() ? "" : ", ") + entry.field;
+        if (!entry.detail.empty()) list += " (" + entry.detail + ")";
+    }
+    if (list.empty()) return;
+    kxbase::ErrorContext context;
+    context.file = file;
+    context.detail = list;
+    throw LossException("Something would be lost", context);
 }
 
 const char* FateText(Fate fate) {

@@ -68,6 +68,7 @@ PatchColumn& PatchAssembler::Open(uint32_t patchColumn) {
         column.luminance8.assign(count, 0);
     }
     if (m_rules.color) column.color.assign(3 * count, 0);
+    if (m_rules.classes) column.classes.assign(count, 0);
     const uint32_t width = m_topology.ColumnsInPatch(patchColumn);
     std::vector<float> horizontal(width);
     for (uint32_t i = 0; i < width; ++i)
@@ -82,12 +83,48 @@ PatchColumn& PatchAssembler::Open(uint32_t patchColumn) {
     return column;
 }
 
+PatchAssembler::Polar PatchAssembler::ToPolar(const Cell& cell, double gridHorizontal) const {
+    Polar polar{};
+    double horizontal = gridHorizontal;
+    if (m_rules.coordinateKind == CoordinateKind::Spherical) {
+        polar.range = cell.Range() * kMillimetresPerMetre;
+        polar.vertical = std::clamp(std::numbers::pi / 2 - cell.Elevation(), 0.0, std::numbers::pi);
+        polar.sine = std::sin(polar.vertical);
+        horizontal = cell.Azimuth();
+    } else {
+        const double flat = std::sqrt(cell.x * cell.x + cell.y * cell.y);
+        const double range = std::sqrt(flat * flat + cell.z * cell.z);
+        polar.range = range * kMillimetresPerMetre;
+        polar.vertical = std::atan2(flat, cell.z);
+        polar.sine = range > 0 ? flat / range : 0;
+        if (flat > 0) horizontal = std::atan2(cell.y, cell.x);
+    }
+    polar.horizontal = horizontal + kTurn * std::round((gridHorizontal - horizontal) / kTurn);
+    return polar;
+}
+
+void PatchAssembler::SetValues(PatchColumn& column, size_t at, const Cell& cell) const {
+    if (m_rules.intensity.kind != IntensityMapping::Kind::None && !cell.intensityInvalid) {
+        const uint16_t stored = m_rules.intensity.Store(cell.intensity);
+        column.luminance16[at] = stored;
+        column.luminance8[at] = IntensityMapping::To8Bit(stored);
+    }
+    if (m_rules.color) {
+        const auto channel = [this](uint16_t value) {
+            return static_cast<uint8_t>(m_rules.colorBits == 16 ? (value + 128u) / 257u : value);
+        };
+        column.color[3 * at] = channel(cell.red);
+        column.color[3 * at + 1] = channel(cell.green);
+        column.color[3 * at + 2] = channel(cell.blue);
+    }
+    if (m_rules.classes) column.classes[at] = cell.classification;
+}
+
 void PatchAssembler::Fill(std::span<const Cell> cells, uint64_t gridColumn, bool far) {
     const auto patchColumn = static_cast<uint32_t>(gridColumn / m_topology.patchWidth);
     PatchColumn& column = Open(patchColumn);
     const auto inPatch = static_cast<size_t>(gridColumn % m_topology.patchWidth);
     const double gridHorizontal = HorizontalAt(gridColumn);
-    const bool intensity = m_rules.intensity.kind != IntensityMapping::Kind::None;
     const double leastRange = 0.5 * m_rules.rangeScale * (1 + 1e-6);
     for (const RowSegment& segment : m_layout.segments) {
         if (segment.far != far) continue;
@@ -95,40 +132,28 @@ void PatchAssembler::Fill(std::span<const Cell> cells, uint64_t gridColumn, bool
         const size_t step = segment.descending ? ~size_t{0} : size_t{1};
         const Cell* cell = cells.data() + segment.firstRow;
         for (const Cell* const end = cell + segment.count; cell != end; ++cell, gridRow += step) {
-            if (!cell->valid) continue;
+            const bool direction = !cell->valid && cell->direction && m_rules.directions;
+            if (!cell->valid && !direction) continue;
             const size_t at = m_rowOffsets[gridRow] + inPatch;
-            const double flat = std::sqrt(cell->x * cell->x + cell->y * cell->y);
-            const double range = std::sqrt(flat * flat + cell->z * cell->z) * kMillimetresPerMetre;
-            const double vertical = std::atan2(flat, cell->z);
-            double horizontal = gridHorizontal;
-            if (flat > 0) {
-                horizontal = std::atan2(cell->y, cell->x);
-                horizontal += kTurn * std::round((gridHorizontal - horizontal) / kTurn);
+            const Polar polar = ToPolar(*cell, gridHorizontal);
+            column.vertical[at] = static_cast<float>(polar.vertical);
+            column.horizontal[at] = static_cast<float>(polar.horizontal);
+            m_greatestHorizontal = std::max(m_greatestHorizontal, std::abs(polar.horizontal));
+            if (direction) {
+                ++m_directions;
+                continue;
             }
-            if (range < leastRange) {
+            if (polar.range < leastRange) {
                 column.range[at] = static_cast<float>(m_rules.rangeScale);
                 ++m_returnsAtOrigin;
             } else {
-                column.range[at] = static_cast<float>(range);
+                column.range[at] = static_cast<float>(polar.range);
             }
-            column.vertical[at] = static_cast<float>(vertical);
-            column.horizontal[at] = static_cast<float>(horizontal);
-            m_greatestHorizontal = std::max(m_greatestHorizontal, std::abs(horizontal));
             m_maxVerticalResidual =
-                std::max(m_maxVerticalResidual, std::abs(vertical - m_rowAngles[gridRow]));
+                std::max(m_maxVerticalResidual, std::abs(polar.vertical - m_rowAngles[gridRow]));
             m_maxHorizontalResidual =
-                std::max(m_maxHorizontalResidual,
-                         std::abs(horizontal - gridHorizontal) * flat * kMillimetresPerMetre / range);
-            if (intensity) {
-                const uint16_t stored = m_rules.intensity.Store(cell->intensity);
-                column.luminance16[at] = stored;
-                column.luminance8[at] = IntensityMapping::To8Bit(stored);
-            }
-            if (m_rules.color) {
-                column.color[3 * at] = static_cast<uint8_t>(cell->red);
-                column.color[3 * at + 1] = static_cast<uint8_t>(cell->green);
-                column.color[3 * at + 2] = static_cast<uint8_t>(cell->blue);
-            }
+                std::max(m_maxHorizontalResidual, std::abs(polar.horizontal - gridHorizontal) * polar.sine);
+            SetValues(column, at, *cell);
         }
     }
     --column.missing;

@@ -26,7 +26,8 @@ struct PatchColumn {
     std::vector<float> horizontal;  ///< radians
     std::vector<uint16_t> luminance16;
     std::vector<uint8_t> luminance8;
-    std::vector<uint8_t> color;  ///< three bytes per cell
+    std::vector<uint8_t> color;     ///< three bytes per cell
+    std::vector<uint32_t> classes;  ///< class numbers
 };
 
 /// Which values an import keeps, and how.
@@ -34,6 +35,10 @@ struct StorageRules {
     double rangeScale = 0.1;     ///< millimetres
     IntensityMapping intensity;  ///< Kind::None: no intensity
     bool color = false;
+    uint8_t colorBits = 8;  ///< of the cells; 16 bits are rounded to 8
+    bool classes = false;
+    bool directions = false;  ///< cells without a return keep a direction of their own
+    CoordinateKind coordinateKind = CoordinateKind::Cartesian;
 };
 
 /// Turns cells, source column after source column, into values of patches.
@@ -64,11 +69,19 @@ public:
     double GreatestHorizontal() const { return m_greatestHorizontal; }
     /// Returns nearer than half a range step, which are kept at one step.
     uint64_t ReturnsAtOrigin() const { return m_returnsAtOrigin; }
+    /// Directions of cells without a return that were kept.
+    uint64_t Directions() const { return m_directions; }
 
 private:
     PatchColumn& Open(uint32_t patchColumn);
     void Fill(std::span<const Cell> cells, uint64_t gridColumn, bool far);
     double HorizontalAt(uint64_t gridColumn) const;
+    /// A cell's place as the file has it: range in millimetres, both angles.
+    struct Polar {
+        double range, vertical, horizontal, sine;  // sine of the vertical angle
+    };
+    Polar ToPolar(const Cell& cell, double gridHorizontal) const;
+    void SetValues(PatchColumn& column, size_t at, const Cell& cell) const;
 
     kxbase::GridTopology m_topology;
     GridLayout m_layout;
@@ -83,6 +96,7 @@ private:
     double m_maxVerticalResidual = 0;
     double m_greatestHorizontal = 0;
     uint64_t m_returnsAtOrigin = 0;
+    uint64_t m_directions = 0;
 };
 
 }  // namespace kxexchange

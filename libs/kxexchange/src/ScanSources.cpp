@@ -5,6 +5,7 @@
 
 #include "Paths.h"
 #include "PtxSource.h"
+#include "QsnSource.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/kxInFile.h"
 #include "kxexchange/ScanSource.h"
@@ -20,10 +21,14 @@ std::unique_ptr<ScanSource> Make(std::unique_ptr<kxbase::IInFileStream> stream, 
 }
 
 constexpr std::array<std::string_view, 2> kPtxEndings{".ptx", ".ptx.gz"};
+constexpr std::array<std::string_view, 1> kQsnEndings{".qsn"};
+// The tag of the first record.
+constexpr std::string_view kQsnMagic = "\x5e\xde\x73\x9b\xdb\x7e\x79\xab";
 
 // Every format that can be read: one line each.
 constexpr std::array kFormats{
     SourceFormat{"PTX", kPtxEndings, {}, &Make<PtxSource>},
+    SourceFormat{"QSN", kQsnEndings, kQsnMagic, &Make<QsnSource>},
 };
 
 constexpr size_t kMostMagicBytes = 16;

@@ -14,7 +14,8 @@ namespace kxexchange {
 /// What the first pass over a scan learns.
 class ScanSurvey {
 public:
-    explicit ScanSurvey(uint64_t rows) : m_rows(rows) {}
+    explicit ScanSurvey(uint64_t rows, CoordinateKind kind = CoordinateKind::Cartesian)
+        : m_rows(rows), m_kind(kind) {}
 
     /// Takes whole columns.
     void Add(std::span<const Cell> cells);
@@ -22,6 +23,11 @@ public:
     FittedGrid Grid() const { return m_fit.Finish(); }
     IntensityMapping Intensity() const { return m_intensity.Mapping(); }
     uint64_t Returns() const { return m_returns; }
+    /// Returns whose intensity, or colour, the file calls invalid.
+    uint64_t InvalidIntensities() const { return m_invalidIntensities; }
+    uint64_t InvalidColors() const { return m_invalidColors; }
+    /// Cells without a return that have a direction.
+    uint64_t Directions() const { return m_directions; }
     uint64_t Columns() const { return m_columns; }
     /// Metres.
     double GreatestRange() const;
@@ -33,10 +39,15 @@ public:
 
 private:
     uint64_t m_rows;
+    CoordinateKind m_kind;
+    std::vector<Cell> m_cartesian;
     GridFit m_fit;
     IntensitySurvey m_intensity;
     uint64_t m_columns = 0;
     uint64_t m_returns = 0;
+    uint64_t m_invalidIntensities = 0;
+    uint64_t m_invalidColors = 0;
+    uint64_t m_directions = 0;
     double m_greatestSquare = 0;
     std::optional<double> m_emptyIntensity;
     bool m_emptyDiffers = false;

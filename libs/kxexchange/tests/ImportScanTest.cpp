@@ -522,27 +522,47 @@ TEST(PatchSize, FollowsTheGridWhereTheGridIsSmaller) {
     }
 }
 
-TEST(PreviewSize, OfALongThinGridIsBoundedToo) {
+kxbase::GridTopology PreviewedGrid(uint64_t columns, uint64_t rows, uint32_t previewSide = 1000) {
     FittedGrid fitted;
-    fitted.columnStep = fitted.rowStep = 0.01;
-    fitted.layout.columns = 1;
-    fitted.layout.rows = fitted.layout.gridRows = 100000000;
-    kxbase::GridTopology grid = MakeTopology(fitted, {});
-    EXPECT_EQ(grid.previewWidth, 1U);
-    EXPECT_LE(grid.previewHeight, 1U << 22);
-    EXPECT_GT(grid.previewHeight, 1U << 21);
-    EXPECT_NEAR(grid.rowRatio * static_cast<float>(grid.previewHeight), 1e8F, 100);
-    std::swap(fitted.layout.columns, fitted.layout.gridRows);
-    fitted.layout.rows = 1;
-    grid = MakeTopology(fitted, {});
-    EXPECT_EQ(grid.previewHeight, 1U);
-    EXPECT_LE(grid.previewWidth, 1U << 22);
-    // Ordinary grids follow the rule alone.
-    fitted.layout.columns = 10000;
-    fitted.layout.gridRows = 5000;
-    grid = MakeTopology(fitted, {});
-    EXPECT_EQ(grid.previewWidth, 2000U);
-    EXPECT_EQ(grid.previewHeight, 1000U);
+    fitted.columnStep = fitted.rowStep = 1e-3;
+    fitted.layout.columns = columns;
+    fitted.layout.rows = fitted.layout.gridRows = rows;
+    ImportOptions options;
+    options.previewSide = previewSide;
+    return MakeTopology(fitted, options);
+}
+
+TEST(PreviewSize, IsAWholeStepSmallerThanTheGridAndNoSideIsLongerThanAsked) {
+    struct Row {
+        uint64_t columns, rows;
+        uint32_t previewSide, width, height;
+    };
+    const Row table[] = {
+        {1, 1, 1000, 1, 1},
+        {128, 128, 1000, 128, 128},  // small: every cell
+        {129, 128, 1000, 64, 64},    // at least a step of two
+        {345, 1074, 1000, 172, 537},
+        {8000, 4000, 1000, 1000, 500},
+        {8001, 4000, 1000, 889, 444},
+        {2000, 1000, 4000, 1000, 500},
+        {2000, 1000, 1, 1, 1},
+        {1, 100000000, 1000, 1, 1000},
+        {100000001, 1, 1000, 999, 1},
+    };
+    for (const Row& row : table) {
+        const kxbase::GridTopology grid = PreviewedGrid(row.columns, row.rows, row.previewSide);
+        EXPECT_EQ(grid.previewWidth, row.width) << row.columns << " x " << row.rows;
+        EXPECT_EQ(grid.previewHeight, row.height) << row.columns << " x " << row.rows;
+        EXPECT_FLOAT_EQ(grid.columnRatio, static_cast<float>(row.columns) / static_cast<float>(row.width));
+        EXPECT_FLOAT_EQ(grid.rowRatio, static_cast<float>(row.rows) / static_cast<float>(row.height));
+    }
+    EXPECT_THROW(
+        {
+            ImportOptions options;
+            options.previewSide = 0;
+            CheckOptions(options);
+        },
+        kxbase::KXBadInputException);
 }
 
 // Feeds a sweep to an assembler and notes how many columns of patches were begun at the same time.

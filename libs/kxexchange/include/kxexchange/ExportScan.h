@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "kxexchange/LossReport.h"
 #include "kxexchange/Progress.h"
 #include "kxexchange/ScanSink.h"
+#include "kxexchange/ScanSource.h"
 
 namespace kxio {
 class QSNScanReader;
@@ -30,12 +32,14 @@ struct ExportOptions {
     RegistrationUse registration = RegistrationUse::Default;
     bool intensity = true;  ///< write intensity where the scan has it (PTX needs a value: 0.5 when left out)
     bool color = true;      ///< write colour where the scan has it
+    bool strict = false;    ///< refuse to write what would lose something
     SinkOptions sink;       ///< what the format leaves open; its threads: 0, as many as the machine has cores
     ExportOptions() { sink.threads = 0; }
 };
 
 /// What an export did.
 struct ExportReport {
+    std::string name;      ///< of the scan, UTF-8; may be empty
     uint64_t columns = 0;  ///< of the grid as exported
     uint64_t rows = 0;
     uint64_t cells = 0;
@@ -45,7 +49,43 @@ struct ExportReport {
     bool color = false;
     bool registrationApplied = false;
     LossReport losses;
-    std::vector<std::string> warnings;  ///< UTF-8
+    std::vector<std::string> warnings;  ///< UTF-8; what the source noticed too
+};
+
+/// Writes scans of any sources into one file of another format.
+///
+/// The file is written beside its target under a temporary name and gets its own in Commit; without it, or
+/// after a failure, nothing is left. Memory is bounded by a block of columns. What a scan loses is known, and
+/// with `strict` refused, before its first cell is read, but for what only the cells themselves show.
+class KXEXCHANGE_EXPORT ScanFileExport {
+public:
+    /// \throws kxbase::KXBadInputException    an option is not acceptable
+    /// \throws kxbase::KXFileNotOpenException  the file cannot be made
+    ScanFileExport(const std::filesystem::path& outPath, const SinkFormat& format,
+                   const ExportOptions& options = {});
+    ~ScanFileExport();
+    ScanFileExport(const ScanFileExport&) = delete;
+    ScanFileExport& operator=(const ScanFileExport&) = delete;
+
+    /// Appends a scan. After a failure the file cannot be completed.
+    /// \param scanIndex  from 0
+    /// \param progress   may be null
+    /// \throws CancelledException      `progress` said so
+    /// \throws LossException           `strict`, and something would be lost
+    /// \throws SourceFormatException   the source breaks its format
+    /// \throws kxbase::KXBadInputException  the scan does not fit the format, or its pose holds values that
+    ///                                 are no numbers, or the format holds one scan and has one
+    /// \throws kxbase::KXWritingException, and what else reading the source throws
+    ExportReport Add(ScanSource& source, uint64_t scanIndex, ProgressSink* progress = nullptr);
+    /// Completes the file and gives it its name; an older file of that name is replaced. \return its size
+    /// \throws kxbase::KXWritingException
+    uint64_t Commit();
+    /// The kind of coordinates in which the format takes scans best, for SourceOptions.
+    static CoordinateKind WantedCoordinates(const SinkFormat& format, const ExportOptions& options);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
 };
 
 /// Exports an open scan.

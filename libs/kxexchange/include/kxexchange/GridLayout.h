@@ -60,7 +60,8 @@ struct KXEXCHANGE_EXPORT LayoutMessage {
     GridLayout layout;
     IntensityMapping intensity;
     std::optional<double> emptyIntensity;  ///< what the source says in cells without a return
-    std::string source;                    ///< short name of the format
+    bool directions = false;  ///< cells without a return have angles of their own, not the grid's
+    std::string source;       ///< short name of the format
     std::vector<std::pair<std::string, std::string>> keepsakes;
 
     std::string Format() const;

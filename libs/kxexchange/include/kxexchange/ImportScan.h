@@ -12,6 +12,7 @@
 #include "kxexchange/Export.h"
 #include "kxexchange/GridLayout.h"
 #include "kxexchange/IntensityMapping.h"
+#include "kxexchange/LossReport.h"
 #include "kxexchange/PositionBound.h"
 #include "kxexchange/Progress.h"
 #include "kxexchange/ScanSource.h"
@@ -40,7 +41,11 @@ struct ImportOptions {
     bool intensity = true;          ///< keep intensity (components 4 and 5)
     bool color = true;              ///< keep colour (component 6)
     bool histograms = true;         ///< count intensities per patch
-    int threads = 0;                ///< 1: all in the caller's thread; 0: as many as the machine has cores
+    /// Previews are the grid reduced by a whole step, so that no side is longer than this, and at least by
+    /// two unless the grid is small (up to 16384 cells).
+    uint32_t previewSide = 1000;
+    bool strict = false;  ///< refuse to write what would lose something
+    int threads = 0;      ///< 1: all in the caller's thread; 0: as many as the machine has cores
 };
 
 /// What an import did.
@@ -59,7 +64,9 @@ struct ImportReport {
     uint64_t bytesRead = 0;                      ///< of the source, both passes
     uint64_t bytesWritten = 0;                   ///< size of the file
     std::map<std::string, uint64_t> statistics;  ///< bytes per component and kind of record, by name
-    std::vector<std::string> warnings;           ///< UTF-8; also stored in the file
+    std::string name;                            ///< of the scan, UTF-8; may be empty
+    LossReport losses;
+    std::vector<std::string> warnings;  ///< UTF-8; also stored in the file
 };
 
 /// Imports one scan of `source` into a new .qsn file.
@@ -72,6 +79,7 @@ struct ImportReport {
 /// \param scanIndex  from 0
 /// \param progress   may be null
 /// \throws CancelledException                   `progress` said so
+/// \throws LossException                        `strict`, and something would be lost
 /// \throws SourceFormatException                the source breaks its format
 /// \throws kxbase::KXIndexOutOfBoundsException  the source has no such scan
 /// \throws kxbase::KXBadInputException          an option is not acceptable; nothing was written

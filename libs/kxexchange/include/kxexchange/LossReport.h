@@ -38,6 +38,8 @@ struct KXEXCHANGE_EXPORT LossReport {
     bool AnyLost() const;
     bool AnyConverted() const;
     const LossEntry* Find(const std::string& field) const;
+    /// \throws LossException  something is lost; `file` is named
+    void RequireNoLoss(const std::string& file) const;
 };
 
 /// "kept", "converted", "lost".

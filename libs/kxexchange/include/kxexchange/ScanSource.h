@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -20,6 +21,8 @@ namespace kxexchange {
 struct SourceOptions {
     int threads = 1;     ///< 1: all in the caller's thread; 0: as many as the machine has cores
     std::string format;  ///< name of the format ("PTX"); empty: told from the file
+    /// The kind of coordinates that suits who reads, for sources that can give either.
+    std::optional<CoordinateKind> coordinateKind;
     /// Where a reader may put what it cannot keep in memory; empty: the system's folder.
     std::filesystem::path temporaryFolder;
 };
