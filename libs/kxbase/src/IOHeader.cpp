@@ -129,22 +129,28 @@ uint64_t IOHeader::Read(IInFileStream* in) {
 uint64_t IOHeader::Write(IOutFileStream* out) {
     if (out == nullptr)
         throw KXWritingException("Cannot write file", {{}, GetRecordName(), {}, {}, "no stream"});
-    // The version first: the size of some records depends on the version they hold.
-    m_tag = GetMagic();
-    m_version = GetCurrentVersion();
-    m_stamped = true;
-    m_dataSize = DataSize(m_version);
-    std::vector<unsigned char> bytes(size_t{FrameSize} + m_dataSize);
-    EncodeFrame({m_tag, m_version, m_dataSize}, std::span(bytes).first(FrameSize));
-    _Write(bytes.data() + FrameSize, m_dataSize);
-    if (DataSize(m_version) != m_dataSize) {
-        throw KXWrongDataSizeofException(
-            "Record does not fit its size",
-            {{}, GetRecordName(), {}, {}, "its size changed while it was encoded"});
+    // What cannot be written leaves the record describing what it described before.
+    const auto before = std::make_tuple(m_tag, m_version, m_dataSize, m_stamped);
+    try {
+        // The version first: the size of some records depends on the version they hold.
+        m_tag = GetMagic();
+        m_version = GetCurrentVersion();
+        m_stamped = true;
+        m_dataSize = DataSize(m_version);
+        std::vector<unsigned char> bytes(size_t{FrameSize} + m_dataSize);
+        EncodeFrame({m_tag, m_version, m_dataSize}, std::span(bytes).first(FrameSize));
+        _Write(bytes.data() + FrameSize, m_dataSize);
+        if (DataSize(m_version) != m_dataSize) {
+            throw KXWrongDataSizeofException(
+                "Record does not fit its size",
+                {{}, GetRecordName(), {}, {}, "its size changed while it was encoded"});
+        }
+        out->Write(bytes.data(), bytes.size());
+        return bytes.size();
+    } catch (...) {
+        std::tie(m_tag, m_version, m_dataSize, m_stamped) = before;
+        throw;
     }
-    out->Write(bytes.data(), bytes.size());
-    m_valid = true;
-    return bytes.size();
 }
 
 uint32_t IOHeader::HeaderSize() const {

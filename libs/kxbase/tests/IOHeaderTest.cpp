@@ -78,7 +78,21 @@ TEST(IOHeader, WritesFrameThenPayload) {
     EXPECT_EQ(stream.GetBytes(), kRecord);
     EXPECT_EQ(stream.Tell(), 28u);
     EXPECT_EQ(record.HeaderSize(), 28u);
+}
+
+TEST(IOHeader, ValidityTellsOfReadingAlone) {
+    InMemoryStream stream;
+    Sample record;
+    record.Write(&stream);
+    EXPECT_FALSE(record.IsValid()) << "never read";
+    stream.Seek(0);
+    record.Read(&stream);
     EXPECT_TRUE(record.IsValid());
+    record.Write(&stream);
+    EXPECT_TRUE(record.IsValid());
+    EXPECT_EQ(record.Read(&stream), 0u);  // at the end
+    record.Write(&stream);
+    EXPECT_FALSE(record.IsValid());
 }
 
 TEST(IOHeader, ReadsFrameThenPayload) {
@@ -317,6 +331,28 @@ TEST(IOHeader, FailureOfTheStreamLeavesAsItIs) {
     CountingStream stream(1);
     Sample record;
     EXPECT_THROW(record.Write(&stream), KXWritingException);
+}
+
+TEST(IOHeader, FailedWriteLeavesVersionAndSizeAsTheyWere) {
+    Bytes old(kRecord.begin(), kRecord.begin() + 22);
+    old[8] = 2;
+    old[12] = 6;
+    for (const bool inTheStream : {true, false}) {
+        InMemoryStream stream(old);
+        Sample record;
+        ASSERT_EQ(record.Read(&stream), 22u);
+        CountingStream out(inTheStream ? 1 : 0);
+        record.growsWhileWriting = !inTheStream;
+        EXPECT_THROW(record.Write(&out), KXException);
+        EXPECT_EQ(record.GetVersion(), 2u);
+        EXPECT_EQ(record.GetDataSize(), 6u);
+        EXPECT_TRUE(record.IsValid());
+    }
+    Sample fresh;
+    CountingStream out(1);
+    EXPECT_THROW(fresh.Write(&out), KXException);
+    fresh.tail.resize(100);
+    EXPECT_EQ(fresh.HeaderSize(), 126u) << "still what it would write now";
 }
 
 TEST(IOHeader, CopiesAndMovesKeepTheFrame) {

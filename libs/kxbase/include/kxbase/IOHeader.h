@@ -66,7 +66,8 @@ public:
     ///          `GetReadProblem()` tells why.
     /// \throws what `_Read` throws (position restored, context added)
     uint64_t Read(IInFileStream* in);
-    /// Stamps tag, current version and size, and writes frame and payload in one `Write` of the stream.
+    /// Stamps tag, current version and size, and writes frame and payload in one `Write` of the stream. After
+    /// an exception version and size are as before.
     /// \returns bytes written \throws KXWritingException
     uint64_t Write(IOutFileStream* out);
 
@@ -78,7 +79,8 @@ public:
     /// Size of the whole record on disk: 16 + payload size. Before any read or write: as it would be
     /// written now.
     uint32_t HeaderSize() const;
-    /// True when the last `Read` found a whole record of this class, or after `Write`.
+    /// True when the last `Read` found a whole record of this class; false before any. Writing changes
+    /// nothing here.
     bool IsValid() const;
     /// Version of the last read or write; before either, the current version.
     uint32_t GetVersion() const;
