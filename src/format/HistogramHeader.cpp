@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "format/HistogramLimit.h"
 #include "format/RecordSize.h"
 #include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
@@ -57,7 +58,8 @@ std::vector<unsigned char> DecodeNumbers(std::span<const unsigned char> data, co
     const auto chunk = in.Take(chunkSize, "chunk");
     kxcodecs::ChunkHeaderInfo header;
     std::vector<unsigned char> numbers;
-    const kxcodecs::DecodeStatus status = kxcodecs::QKXChunkCodec::DecodeChunk(chunk, header, numbers);
+    const kxcodecs::DecodeStatus status =
+        kxcodecs::QKXChunkCodec::DecodeChunk(chunk, header, numbers, MaxDecodedHistogramBytes(chunk.size()));
     if (status != kxcodecs::DecodeStatus::Decoded) {
         FailDecoding(recordName, {{}, {}, "chunk", {}, kxcodecs::ToText(status)});
     }

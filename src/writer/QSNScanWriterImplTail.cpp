@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The end of creation: missing patches, tables, previews, limits, tail records, the final main header.
 #include <exception>
+#include <utility>
 
 #include "kxbase/Exceptions.h"
 #include "kxio/ColorizationModeExtendedHeader.h"
@@ -15,6 +16,7 @@
 #include "kxio/ScanningModeExtendedHeader.h"
 #include "kxio/UUIDExtendedHeader.h"
 #include "kxio/WarningExtendedHeader.h"
+#include "writer/HistogramRecords.h"
 #include "writer/QSNScanWriterImpl.h"
 
 namespace kxio {
@@ -140,6 +142,9 @@ std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHead
         for (const std::wstring& text : *texts)
             records.push_back(std::make_unique<WarningExtendedHeader>(text));
     }
+    HistogramRecords histograms = MakeHistogramRecords(m_histograms);
+    for (const std::wstring& text : histograms.warnings)
+        records.push_back(std::make_unique<WarningExtendedHeader>(text));
     for (const auto* texts : {&m_messages, &p.messages}) {
         for (const std::wstring& text : *texts)
             records.push_back(std::make_unique<CommentExtendedHeader>(text));
@@ -152,18 +157,8 @@ std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHead
         records.push_back(std::make_unique<ERExtendedHeader>(link));
     for (const kxbase::UUID& link : p.hdrLinks)
         records.push_back(std::make_unique<HDRExtendedHeader>(link));
-    if (!m_histograms.Classes().empty()) {
-        records.push_back(std::make_unique<ClassHistogramHeader>(m_histograms.Classes()));
-    }
-    if (!m_histograms.Segments().empty()) {
-        records.push_back(std::make_unique<SegmentHistogramHeader>(m_histograms.Segments()));
-    }
-    if (!m_histograms.Luminance8().empty()) {
-        records.push_back(std::make_unique<Luminance8HistogramHeader>(m_histograms.Luminance8()));
-    }
-    if (!m_histograms.Luminance16().empty()) {
-        records.push_back(std::make_unique<Luminance16HistogramHeader>(m_histograms.Luminance16()));
-    }
+    for (std::unique_ptr<ExtendedHeader>& record : histograms.records)
+        records.push_back(std::move(record));
     return records;
 }
 

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 list(APPEND kxio_sources
+  writer/HistogramRecords.cpp
   writer/MultiLevelPatch.cpp
   writer/PatchDescriptor.cpp
   writer/PatchHistograms.cpp

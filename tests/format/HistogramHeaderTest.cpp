@@ -7,6 +7,7 @@
 #include <limits>
 #include <span>
 
+#include "format/HistogramLimit.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
 #include "support/AllocationWatch.h"
@@ -224,6 +225,13 @@ TEST(HistogramHeader, DamagedChunksAreRefused) {
         ExpectUndecodable(WithChunk(damaged));
         EXPECT_LT(watch.Largest(), size_t{1} << 20);
     }
+}
+
+TEST(HistogramHeader, MoreThanOneGibibyteMustBeCredibleByTheBytesThatAreThere) {
+    constexpr uint64_t kMiB = uint64_t{1} << 20;
+    EXPECT_EQ(kxio::MaxDecodedHistogramBytes(0), 1024 * kMiB);
+    EXPECT_EQ(kxio::MaxDecodedHistogramBytes(16 * kMiB), 1024 * kMiB);
+    EXPECT_EQ(kxio::MaxDecodedHistogramBytes(50 * kMiB), 3200 * kMiB);
 }
 
 TEST(HistogramHeader, EveryCutOfTheChunkIsRefused) {

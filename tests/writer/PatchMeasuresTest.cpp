@@ -6,6 +6,8 @@
 #include <cstring>
 #include <random>
 
+#include "kxio/HistogramHeader.h"
+#include "writer/HistogramRecords.h"
 #include "writer/PatchHistograms.h"
 #include "writer/PatchLimits.h"
 
@@ -109,6 +111,43 @@ TEST(PatchMeasures, HistogramsAreThoseOfAPlainLoop) {
         kxbase::Class, [](auto& h) -> auto& { return h.Classes(); }, 32);
     CompareHistograms<uint64_t>(
         kxbase::Segment, [](auto& h) -> auto& { return h.Segments(); }, 64);
+}
+
+TEST(HistogramRecords, OneTooLargeForARecordIsLeftOutWithAWarning) {
+    PatchPlace place;
+    place.grid.columns = place.grid.patchWidth = 4;
+    place.grid.rows = place.grid.patchHeight = 1;
+    PatchHistograms histograms;
+    // Three, two and four different values: 8 x (1 + 2 + 2 n) bytes.
+    histograms.Count(kxbase::Class, 4, BytesOf(std::vector<uint32_t>{1, 2, 3, 3}), place);
+    histograms.Count(kxbase::Luminance8, 1, BytesOf(std::vector<uint8_t>{7, 7, 7, 9}), place);
+    histograms.Count(kxbase::Luminance16, 2, BytesOf(std::vector<uint16_t>{1, 2, 3, 4}), place);
+    const auto types = [](const HistogramRecords& made) {
+        std::vector<uint64_t> list;
+        for (const auto& record : made.records)
+            list.push_back(record->GetType());
+        return list;
+    };
+
+    const HistogramRecords all = MakeHistogramRecords(histograms);
+    EXPECT_EQ(types(all), (std::vector<uint64_t>{ClassHistogramHeader::Type, Luminance8HistogramHeader::Type,
+                                                 Luminance16HistogramHeader::Type}));
+    EXPECT_TRUE(all.warnings.empty());
+
+    const HistogramRecords some = MakeHistogramRecords(histograms, 72);
+    EXPECT_EQ(types(some),
+              (std::vector<uint64_t>{ClassHistogramHeader::Type, Luminance8HistogramHeader::Type}));
+    EXPECT_EQ(some.warnings, (std::vector<std::wstring>{L"The histogram of Luminance16 is too large for the "
+                                                        L"file (88 bytes) and was left out"}));
+
+    const HistogramRecords one = MakeHistogramRecords(histograms, 71);
+    EXPECT_EQ(types(one), (std::vector<uint64_t>{Luminance8HistogramHeader::Type}));
+    EXPECT_EQ(one.warnings.size(), 2U);
+}
+
+TEST(HistogramRecords, WhatIsNotLeftOutFitsARecord) {
+    // Bytes that do not pack grow by less than a thousandth; 64 bytes are for the frame and the headers.
+    EXPECT_LT(kMaxHistogramBytes + kMaxHistogramBytes / 1000 + 64, uint64_t{1} << 32);
 }
 
 }  // namespace
