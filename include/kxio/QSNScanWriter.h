@@ -75,8 +75,8 @@ public:
     ///@{
 
     /// A grid with angles, patch size and, if wanted, a preview size. Previews larger than the grid shrink
-    /// to it; with a preview size of 0 they get at most 2^20 x 2 pixels. With `rows` 0 the number of rows
-    /// stays 0, so patches are stored but lie outside the grid: use a `CylindricalTopology` for a scan
+    /// to it; with a preview size of 0 they get about 2^20 x 2 pixels at most. With `rows` 0 the number of
+    /// rows stays 0, so patches are stored but lie outside the grid: use a `CylindricalTopology` for a scan
     /// whose number of rows is not known yet.
     void CreateNew(const std::wstring& path, const kxbase::GridTopology& topology);
     /// The same into a stream.

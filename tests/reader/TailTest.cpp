@@ -38,7 +38,9 @@ TEST(Tail, FileWithoutItHasNothingOfIt) {
     ScanFileBuilder file = BareScan();
     file.properties.scannerModel = L"Ostrak RM7";
     file.properties.grid.rowAngularStep = 0.00019F;
-    MemoryScan scan(file.Build());
+    const Bytes bytes = file.Build();
+    EXPECT_EQ(GetMainField(bytes, MainField::FirstExtendedHeader), 0U);
+    MemoryScan scan(bytes);
     const kxio::ScanProperties& properties = scan.reader.GetScanInformation();
     EXPECT_TRUE(properties.messages.empty());
     EXPECT_TRUE(properties.warnings.empty());

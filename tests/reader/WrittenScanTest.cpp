@@ -247,6 +247,25 @@ TEST(WrittenScan, WithoutAGridGivesItsStoredPatches) {
     EXPECT_EQ(access.ReadStoredPatch<float>(Range, 0, 2).values, std::vector<float>(5, 5.0F));
 }
 
+TEST(WrittenScan, GridWhoseRowsWereNeverToldOpensAndHasNoPatches) {
+    kxbase::InMemoryStream stream;
+    kxcodecs::SnappyChunkCodec snappy;
+    kxio::QSNScanWriter writer;
+    writer.CreateNew(&stream, Grid(8, 0, 4, 4));
+    std::vector<float> ranges(16, 7.0F);
+    auto range = Flat(Range, ranges, snappy);
+    writer.AddPatch({&range}, 1, 1);
+    writer.EndCreation();
+    const kxio::QSNScanReader reader(&stream);
+    EXPECT_EQ(reader.GetPatchNumber(), 0U);
+    EXPECT_TRUE(reader.IsComponentAvailable(Range));
+    // Reported, but no patch of it can be asked for its codec.
+    EXPECT_EQ(reader.GetScanInformation().componentCodecs.at(Range), "");
+    Bytes chunk;
+    EXPECT_EQ(Failure([&] { reader.GetPatchCompressed(1, 1, chunk, Range); }),
+              "KXUnreadablePatchException: Index 3 is outside bounds");
+}
+
 RC_GTEST_PROP(WrittenScanProperties, AnyGridAnyOrderAnyCodecReadsBack, ()) {
     const auto side = rc::gen::inRange<uint32_t>(1, 24);
     const kxbase::GridTopology grid = Grid(*side, *side, *side, *side);

@@ -11,7 +11,7 @@ struct CylindricalTopology {
     uint32_t patchHeight = 0;  ///< rows per patch
     uint32_t width = 0;        ///< columns
     uint32_t height = 0;       ///< rows; 0 when not known yet
-    double previewFactor = 0;  ///< previews get up to 2^20 x this many pixels; 0 means 2
+    double previewFactor = 0;  ///< previews get up to about 2^20 x this many pixels; 0 means 2
 };
 
 }  // namespace kxbase
