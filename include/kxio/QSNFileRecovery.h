@@ -47,7 +47,8 @@ public:
     struct AsciiOptions {
         /// Where the messages go; null: nowhere.
         std::ostream* messages = nullptr;
-        /// Called after each patch row. What it throws ends the export; the text is then incomplete.
+        /// Called after each patch row; without messages, once for rows without chunks that follow each
+        /// other. What it throws ends the export; the text is then incomplete.
         std::function<void(uint32_t rowsDone, uint32_t rows)> rowDone;
     };
 

@@ -331,7 +331,18 @@ QSNFileRecovery::AsciiReport QSNFileRecovery::ExportAscii(kxbase::IOutFileStream
         text.clear();
     };
     for (uint32_t row = 0; row < m_largestRow; ++row) {
-        if (!m_patches.contains(row)) ++state.report.rowsMissing;
+        if (!m_patches.contains(row)) {
+            ++state.report.rowsMissing;
+            if (options.messages == nullptr) {
+                // Nobody wants to hear of each of them, and one damaged number may claim billions.
+                const auto present = m_patches.lower_bound(row);
+                const uint32_t next = present == m_patches.end() ? m_largestRow : present->first;
+                state.report.rowsMissing += next - row - 1;
+                row = next - 1;
+                if (options.rowDone) options.rowDone(row + 1, m_largestRow);
+                continue;
+            }
+        }
         state.valuesLeft = kMaxStripValues;
         const Strip ranges = BuildStrip(row, ComponentType::Range, state);
         const Strip vertical = BuildStrip(row, ComponentType::VerticalAngle, state);

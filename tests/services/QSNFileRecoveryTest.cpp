@@ -514,6 +514,26 @@ TEST(QSNFileRecovery, FarAwayPatchCostsMessagesButNoMemory) {
     EXPECT_EQ(e.printed.back(), "1000000/1000000");
 }
 
+TEST(QSNFileRecovery, WithoutMessagesBillionsOfMissingRowsCostNothing) {
+    FileBytes file;
+    AddPatch(file, 0, 0);
+    AddPatch(file, 3, 0);
+    AddPatch(file, 0xfffffffe, 1);
+    const TemporaryFolder folder;
+    WriteBytes(folder / "scan.qsn", file.Get());
+    QSNFileRecovery recovery(folder / "scan.qsn");
+    std::vector<uint32_t> rows;
+    QSNFileRecovery::AsciiOptions options;
+    options.rowDone = [&](uint32_t done, uint32_t all) {
+        EXPECT_EQ(all, 0xfffffffeU);
+        rows.push_back(done);
+    };
+    const QSNFileRecovery::AsciiReport report = recovery.ExportAscii(folder / "points.txt", options);
+    EXPECT_EQ(rows, (std::vector<uint32_t>{1, 3, 4, 0xfffffffe}));
+    EXPECT_EQ(report.rowsMissing, 0xfffffffeU - 2);
+    EXPECT_EQ(report.points, 8U);
+}
+
 TEST(QSNFileRecovery, HugePatchSideIsNotAllocated) {
     FileBytes file;
     file.AddChunk(0, 0, kR, Encode<float>(std::vector<float>(1 << 16, 1000.0F), 1 << 16, 1));
