@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "kxio/CoordConverter3D.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
-#include <system_error>
+#include <string>
 
 #include "geometry/GridProjection.h"
 #include "kxbase/Exceptions.h"
@@ -22,16 +24,37 @@ namespace {
     throw kxbase::KXBadInputException("Coordinate not found", {{}, "scan grid", {}, {}, detail});
 }
 
-// After a search around `centre`, which looked for a cell that `wanted`.
+// With two decimals, and a point in every locale.
+std::string Degrees(double radians) {
+    char digits[400];  // the largest double has 309 digits before the point
+    const auto end = std::to_chars(digits, digits + sizeof digits, radians * (180 / 3.14159265358979323846),
+                                   std::chars_format::fixed, 2);
+    return {digits, end.ptr};
+}
+
+// "17.80 to 57.80" of cells that begin at `start` and go on by `step`, half a step more on either side.
+std::string Reach(float start, double step, uint32_t count) {
+    const double edge = static_cast<double>(start) - step / 2;
+    const double otherEdge = edge + step * count;
+    return Degrees(std::min(edge, otherEdge)) + " to " + Degrees(std::max(edge, otherEdge));
+}
+
+// After a search around `centre`, towards which `direction` points, for a cell that `wanted`.
 [[noreturn]] void ThrowNotFound(const kxbase::GridTopology& grid, const ImageCoordinates& centre,
-                                const std::string& wanted) {
-    const std::string place =
-        "row " + std::to_string(centre.row) + ", column " + std::to_string(centre.column);
+                                const kxbase::Angles& direction, const std::string& wanted) {
     const bool inside = centre.row >= 0 && centre.column >= 0 && uint64_t(centre.row) < grid.rows &&
                         uint64_t(centre.column) < grid.columns;
-    if (inside) ThrowNotFound("no cell around " + place + " " + wanted);
-    ThrowNotFound(place + " is outside the grid of " + std::to_string(grid.rows) + " rows and " +
-                  std::to_string(grid.columns) + " columns, and no cell near by " + wanted);
+    if (inside) {
+        ThrowNotFound("no cell around row " + std::to_string(centre.row) + ", column " +
+                      std::to_string(centre.column) + " " + wanted);
+    }
+    ThrowNotFound("the direction of " + Degrees(static_cast<double>(direction.horizontal)) +
+                  " degrees horizontally and " + Degrees(static_cast<double>(direction.vertical)) +
+                  " from the zenith is outside the grid of " + std::to_string(grid.rows) + " rows and " +
+                  std::to_string(grid.columns) + " columns, which reaches from " +
+                  Reach(grid.columnStartAngle, -static_cast<double>(grid.columnAngularStep), grid.columns) +
+                  " and " + Reach(grid.rowStartAngle, static_cast<double>(grid.rowAngularStep), grid.rows) +
+                  " degrees, and no cell near by " + wanted);
 }
 
 QSNIndexCoordinates ToIndexCoordinates(const kxbase::GridTopology& grid, const QSNCoordinates& cell) {
@@ -103,8 +126,9 @@ PolarPoint CoordConverter3D::GetPoint(const QSNCoordinates& cell) const {
             return PolarPoint::Invalid();
         }
         return {values.range[offset], values.horizontal[offset], values.vertical[offset]};
-    } catch (const std::exception&) {
-        // Unreadable patch, failed lock or no memory: the point cannot be had, which is this call's answer.
+    } catch (...) {
+        // Unreadable patch, failed lock, no memory or whatever a caller's stream throws: the point cannot be
+        // had, which is this call's answer.
         return PolarPoint::Invalid();
     }
 }
@@ -130,13 +154,14 @@ bool CoordConverter3D::IsSamePoint(PolarPoint a, PolarPoint b) const {
 QSNIndexCoordinates CoordConverter3D::GetClosestQSNCoordinate(const XYZPoint& point) const {
     const kxbase::GridTopology& grid = GetScanInformation().grid;
     const PolarPoint polar(point);
-    const auto centre = ProjectOntoGrid(grid, {polar.horizontal, polar.vertical});
+    const kxbase::Angles direction{polar.horizontal, polar.vertical};
+    const auto centre = ProjectOntoGrid(grid, direction);
     if (!centre) ThrowNotFound("the point has no place on the grid");
     for (const ImageCoordinates& image : SearchOrder(grid, *centre)) {
         const QSNCoordinates cell = ToPatchCoordinates(grid, image);
         if (IsSamePoint(GetPoint(cell), polar)) return ToIndexCoordinates(grid, cell);
     }
-    ThrowNotFound(grid, *centre, "stores this point");
+    ThrowNotFound(grid, *centre, direction, "stores this point");
 }
 
 QSNIndexCoordinates CoordConverter3D::GetClosestValidQSNCoordinate(const kxbase::Angles& direction) const {
@@ -157,7 +182,7 @@ QSNIndexCoordinates CoordConverter3D::GetClosestValidQSNCoordinate(const kxbase:
         }
     }
     if (best == std::numeric_limits<float>::max()) {
-        ThrowNotFound(grid, *centre, "has a return");
+        ThrowNotFound(grid, *centre, direction, "has a return");
     }
     return ToIndexCoordinates(grid, winner);
 }

@@ -11,6 +11,7 @@
 #include "geometry/GridProjection.h"
 #include "kxbase/InMemoryStream.h"
 #include "kxio/LineCache.h"
+#include "support/InterruptedStream.h"
 #include "support/ScanFileBuilder.h"
 
 namespace {
@@ -163,6 +164,15 @@ TEST(GetPoint, AnUnreadablePatchIsInvalidEveryTimeAndNeverCached) {
     EXPECT_FALSE(converter.IsInCache({1, 0}, kxbase::Luminance8));
 }
 
+TEST(GetPoint, WhateverTheStreamThrowsIsTheInvalidPointAndReleasesTheLock) {
+    kxtest::InterruptedStream stream(FullScan({}).Build());
+    const Converter converter(&stream);
+    stream.beforeRead = [] { throw 7; };
+    EXPECT_EQ(converter.GetPoint(QSNCoordinates{1, 1, 0, 0}), PolarPoint::Invalid());
+    stream.beforeRead = nullptr;
+    EXPECT_NE(converter.GetPoint(QSNCoordinates{1, 1, 0, 0}), PolarPoint::Invalid());
+}
+
 TEST(ClosestCell, OfAPointFromACellsOwnValuesIsThatCell) {
     GridSpec full;
     full.columns = kFullColumns;
@@ -251,6 +261,22 @@ TEST(ClosestValidCell, ABlockWithoutReturnsIsNotFound) {
     ExpectNotFound([&] { converter.GetClosestValidQSNCoordinate({Horizontal(g, 4), Vertical(g, 4)}); });
     ExpectNotFound([&] { converter.GetClosestValidQSNCoordinate({Horizontal(g, 10), Vertical(g, 6)}); });
     EXPECT_NO_THROW(converter.GetClosestValidQSNCoordinate({Horizontal(g, 11), Vertical(g, 6)}));
+}
+
+TEST(ClosestValidCell, ADirectionOutsideTheGridIsToldInDegreesWithTheGridsReach) {
+    kxbase::InMemoryStream stream(FullScan({}).Build());  // 20 columns from 0.5 down, 12 rows from 1 down
+    const Converter converter(&stream);
+    try {
+        converter.GetClosestValidQSNCoordinate({-1.0f, 1.1f});
+        FAIL() << "something was found";
+    } catch (const kxbase::KXBadInputException& e) {
+        EXPECT_STREQ(e.what(), "Coordinate not found");
+        EXPECT_EQ(
+            e.Context().detail,
+            "the direction of -57.30 degrees horizontally and 63.03 from the zenith is outside the grid "
+            "of 12 rows and 20 columns, which reaches from 6.30 to 29.22 and 56.72 to 70.47 degrees, "
+            "and no cell near by has a return");
+    }
 }
 
 TEST(ClosestValidCell, AmongEqualDistancesTheCentreAndThenHigherRowsAndColumnsWin) {
