@@ -411,32 +411,65 @@ TEST(GridPlaces, OfValidPointsOrOfAllCellsInsideTheGrid) {
               "Index 2 is outside bounds");
 }
 
-// A point of the patch must lie on the inner side of the two side faces and of the far face. The far face is
-// drawn out for the larger of the two extents only, so the middle of a patch with two wide extents may lie
-// beyond it by a known share of the range.
-void ExpectEnclosed(const std::vector<XYZPoint>& corners, const XYZPoint& point, double farShortfall) {
+// By how much, as a share of the range, the six faces between the corners may cut into a patch. The side
+// faces hold the vertical through the scanner and cut nothing, and the near face lies inside the sphere of
+// the nearest range. The far face is drawn out for the larger of the two extents only, so the middle of a
+// patch with two wide extents may lie beyond it. The upper and the lower face are flat between edges of one
+// vertical angle, which bulge towards the horizon half way between them.
+struct Shares {
+    double farFace = 0;
+    double lowerFace = 0;
+    double upperFace = 0;
+};
+Shares SharesOf(const PolarPoint& min, const PolarPoint& max, double halfWidth, double halfHeight) {
+    // The plane through the scanner and the two corners of an edge against the edge's middle.
+    const double halfBox = static_cast<double>(min.horizontal - max.horizontal) / 2;
+    const auto bulge = [halfBox](float vertical) {
+        const auto v = static_cast<double>(vertical);
+        const double plane = std::atan2(std::sin(v) * std::cos(halfBox), std::cos(v));
+        return std::sin(std::abs(v - plane));
+    };
+    Shares shares;
+    shares.farFace =
+        1 - std::cos(std::hypot(halfWidth, halfHeight)) / std::cos(std::max(halfWidth, halfHeight));
+    // Above the horizon an edge's plane lies above its middle, below the horizon below it.
+    shares.lowerFace = max.vertical < kPi / 2 ? bulge(max.vertical) : 0;
+    shares.upperFace = min.vertical > kPi / 2 ? bulge(min.vertical) : 0;
+    return shares;
+}
+
+// A point of the patch must lie on the inner side of the six faces.
+void ExpectEnclosed(const std::vector<XYZPoint>& corners, const XYZPoint& point, const Shares& shares,
+                    double range) {
     const auto vec = [](const XYZPoint& a) {
         return kxmath::Vector3{static_cast<double>(a.x), static_cast<double>(a.y), static_cast<double>(a.z)};
     };
     kxmath::Vector3 centre;
     for (const XYZPoint& corner : corners)
         centre = centre + (1.0 / 8) * vec(corner);
-    // Each face by three of its corners: last column, first column, far face.
     struct Face {
+        const char* name;
         size_t a, b, c;
-        double allowance;
+        double share;
     };
-    for (const Face& face : {Face{0, 2, 4, 1e-4}, {1, 3, 5, 1e-4}, {0, 1, 2, 1e-4 + farShortfall}}) {
+    for (const Face& face : {Face{"last column", 0, 2, 4, 0},
+                             {"first column", 1, 3, 5, 0},
+                             {"far", 0, 1, 2, shares.farFace},
+                             {"near", 4, 5, 6, 0},
+                             {"lower", 0, 1, 4, shares.lowerFace},
+                             {"upper", 2, 3, 6, shares.upperFace}}) {
         const kxmath::Vector3 a = vec(corners[face.a]);
         const kxmath::Vector3 n = kxmath::Cross(vec(corners[face.b]) - a, vec(corners[face.c]) - a);
-        const double inside = kxmath::Dot(n, centre - a);
-        const double own = kxmath::Dot(n, vec(point) - a) * (inside < 0 ? -1 : 1);
-        EXPECT_GE(own, -face.allowance * std::sqrt(kxmath::Dot(n, n)));
+        const double length = std::sqrt(kxmath::Dot(n, n));
+        const double inside = kxmath::Dot(n, centre - a) / length;
+        const double own = kxmath::Dot(n, vec(point) - a) / length * (inside < 0 ? -1 : 1);
+        EXPECT_GE(own, -1e-4 - face.share * range) << face.name;
     }
 }
 
 TEST(Geometry, StoredPointsOfRandomGridsLieInTheirPatchsBoxAndBetweenItsVertices) {
-    for (uint32_t seed = 1; seed <= 6; ++seed) {
+    uint64_t pointCount = 0;
+    for (uint32_t seed = 1; seed <= 12; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(seed);
         const auto pick = [&random](uint32_t low, uint32_t high) {
@@ -498,9 +531,8 @@ TEST(Geometry, StoredPointsOfRandomGridsLieInTheirPatchsBoxAndBetweenItsVertices
                                      static_cast<double>(grid.columnAngularStep) / 2;
             const double halfHeight = (grid.RowsInPatch(index / grid.PatchesPerRow()) + 1) *
                                       static_cast<double>(grid.rowAngularStep) / 2;
-            const double shortfall =
-                static_cast<double>(max.range) *
-                (1 - std::cos(std::hypot(halfWidth, halfHeight)) / std::cos(std::max(halfWidth, halfHeight)));
+            const Shares shares = SharesOf(min, max, halfWidth, halfHeight);
+            pointCount += points.size();
             for (const XYZPoint& point : points) {
                 const PolarPoint polar(point);
                 EXPECT_GE(polar.range, min.range * (1 - 1e-6f));
@@ -510,14 +542,17 @@ TEST(Geometry, StoredPointsOfRandomGridsLieInTheirPatchsBoxAndBetweenItsVertices
                 const float turn = std::remainder(polar.horizontal - min.horizontal, 2 * kPi);
                 EXPECT_LE(turn, 4e-6f);
                 EXPECT_GE(turn, max.horizontal - min.horizontal - 4e-6f);
-                ExpectEnclosed(corners, point, shortfall);
+                ExpectEnclosed(corners, point, shares, static_cast<double>(polar.range));
                 EXPECT_GE(point.x, scanBox.min.x - 1e-4f);
                 EXPECT_LE(point.x, scanBox.max.x + 1e-4f);
+                EXPECT_GE(point.y, scanBox.min.y - 1e-4f);
+                EXPECT_LE(point.y, scanBox.max.y + 1e-4f);
                 EXPECT_GE(point.z, scanBox.min.z - 1e-4f);
                 EXPECT_LE(point.z, scanBox.max.z + 1e-4f);
             }
         }
     }
+    EXPECT_GT(pointCount, 3000U);
 }
 
 }  // namespace

@@ -4,11 +4,13 @@
 
 #include <cstring>
 #include <numeric>
+#include <stdexcept>
 
 #include "kxbase/InMemoryStream.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
+#include "support/InterruptedStream.h"
 #include "support/ScanFileBuilder.h"
 
 namespace {
@@ -166,6 +168,24 @@ TEST(ReducedDetail, MissingAndUndecodablePatchesLeaveTheirBlockZero) {
     EXPECT_EQ(At<float>(patch, 0, 2), 0.0f);
     EXPECT_EQ(At<float>(patch, 2, 0), 0.0f);
     EXPECT_EQ(At<float>(patch, 2, 2), static_cast<float>(CellValue(4, 4)));
+}
+
+TEST(ReducedDetail, ExceptionsThatAreNotOfAPatchComeOutWholeWithAndWithoutTheFlag) {
+    kxtest::InterruptedStream stream(Scan<uint8_t>(4, 4, 4, 4).Build());
+    const kxio::QSNScanReader reader(&stream);
+    stream.beforeRead = [] { throw std::runtime_error("the disk is on fire"); };
+    for (const bool flag : {false, true}) {
+        Bytes out;
+        unsigned level = 2;
+        try {
+            reader.GetPatchCompressed(0, 0, out, kxbase::Luminance8, level, flag);
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::runtime_error& e) {
+            EXPECT_STREQ(e.what(), "the disk is on fire");
+        }
+    }
+    stream.beforeRead = nullptr;
+    EXPECT_EQ(At<uint8_t>(Fetch(reader, 0, 0, 4, 2), 1, 1), static_cast<uint8_t>(CellValue(4, 4)));
 }
 
 TEST(ReducedDetail, SourcesWithOtherElementsLeaveTheirBlockZero) {

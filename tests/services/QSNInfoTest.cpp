@@ -259,6 +259,9 @@ TEST_F(InfoOfAFile, LinksOfEachKindComeBackAndGrowTheFileByOneRecord) {
     QSNInfo::AddERLink(path, er);
     QSNInfo::AddERLink(path, er);
     QSNInfo::AddHDRLink(path, kxbase::UUID::Generate_Zeros());
+    after = kxtest::LoadFile(kxbase::Encode_UTF8(path));
+    ASSERT_EQ(after.size(), before.size() + 4 * (36 + 37));
+    EXPECT_TRUE(std::equal(before.begin(), before.end(), after.begin()));
     EXPECT_EQ(QSNInfo::GetHQLink(path), (std::list<kxbase::UUID>{hq}));
     EXPECT_EQ(QSNInfo::GetERLink(path), (std::list<kxbase::UUID>{er, er}));
     EXPECT_EQ(QSNInfo::GetHDRLink(path), (std::list<kxbase::UUID>{kxbase::UUID()}));

@@ -104,6 +104,9 @@ TEST(RecoveryRate, CutAtTwoHundredPlaces) {
         Check(original, chunks, Piece(original, 0, at), rate);
     }
     rate.Print("cut files");
+    EXPECT_EQ(rate.files, 200U);
+    EXPECT_GT(rate.intact, rate.chunks / 2);
+    EXPECT_LT(rate.intact, rate.chunks);
     EXPECT_EQ(rate.recovered, rate.intact);
 }
 
@@ -134,6 +137,8 @@ TEST(RecoveryRate, OneToSixtyFourDamages) {
         Check(original, chunks, damaged, rate);
     }
     rate.Print("damaged files");
+    EXPECT_GT(rate.intact, rate.chunks / 2);
+    EXPECT_LT(rate.intact, rate.chunks);
     EXPECT_EQ(rate.recovered, rate.intact);
 }
 
@@ -150,6 +155,8 @@ TEST(RecoveryRate, CutAndDamaged) {
         Check(original, chunks, damaged, rate);
     }
     rate.Print("cut and damaged files");
+    EXPECT_GT(rate.intact, rate.chunks / 4);
+    EXPECT_LT(rate.intact, rate.chunks);
     EXPECT_EQ(rate.recovered, rate.intact);
 }
 
