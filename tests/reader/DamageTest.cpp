@@ -118,12 +118,16 @@ struct HostileField {
     size_t offset;  // from the record's start
     const char* failure;
 };
+void PrintTo(const HostileField& field, std::ostream* out) {
+    *out << field.name;
+}
 constexpr size_t kMainRecordItself = ~size_t{0};
 
 class HostileSize : public testing::TestWithParam<HostileField> {};
 
 TEST_P(HostileSize, FailsAsDocumentedWithoutTakingMemory) {
     const Bytes whole = TinyScan().Build();
+    ReadEverything(whole);  // what the OpenMP runtime takes once is not counted below
     const size_t start = GetParam().record == kMainRecordItself
                              ? 0
                              : static_cast<size_t>(GetMainField(whole, GetParam().record));
