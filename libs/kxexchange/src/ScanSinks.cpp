@@ -5,6 +5,7 @@
 #include "PlySink.h"
 #include "PtxSink.h"
 #include "XyzSink.h"
+#include "e57/E57Sink.h"
 #include "kxexchange/ScanSink.h"
 
 namespace kxexchange {
@@ -16,12 +17,14 @@ std::unique_ptr<ScanSink> Make(kxbase::IOutFileStream& stream, const SinkOptions
     return std::make_unique<Sink>(stream, options);
 }
 
+constexpr std::array<std::string_view, 1> kE57Endings{".e57"};
 constexpr std::array<std::string_view, 1> kPtxEndings{".ptx"};
 constexpr std::array<std::string_view, 1> kPlyEndings{".ply"};
 constexpr std::array<std::string_view, 1> kXyzEndings{".xyz"};
 
 // Every format that can be written: one line each.
 const std::array kFormats{
+    SinkFormat{"E57", kE57Endings, E57Sink::Capabilities(), &Make<E57Sink>},
     SinkFormat{"PTX", kPtxEndings, PtxSink::Capabilities(), &Make<PtxSink>},
     SinkFormat{"PLY", kPlyEndings, PlySink::Capabilities(), &Make<PlySink>},
     SinkFormat{"XYZ", kXyzEndings, XyzSink::Capabilities(), &Make<XyzSink>},

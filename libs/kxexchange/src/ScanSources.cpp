@@ -6,6 +6,7 @@
 #include "Paths.h"
 #include "PtxSource.h"
 #include "QsnSource.h"
+#include "e57/E57Source.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/kxInFile.h"
 #include "kxexchange/ScanSource.h"
@@ -20,6 +21,7 @@ std::unique_ptr<ScanSource> Make(std::unique_ptr<kxbase::IInFileStream> stream, 
     return std::make_unique<Source>(std::move(stream), name, options);
 }
 
+constexpr std::array<std::string_view, 1> kE57Endings{".e57"};
 constexpr std::array<std::string_view, 2> kPtxEndings{".ptx", ".ptx.gz"};
 constexpr std::array<std::string_view, 1> kQsnEndings{".qsn"};
 // The tag of the first record.
@@ -27,6 +29,7 @@ constexpr std::string_view kQsnMagic = "\x5e\xde\x73\x9b\xdb\x7e\x79\xab";
 
 // Every format that can be read: one line each.
 constexpr std::array kFormats{
+    SourceFormat{"E57", kE57Endings, "ASTM-E57", &Make<E57Source>},
     SourceFormat{"PTX", kPtxEndings, {}, &Make<PtxSource>},
     SourceFormat{"QSN", kQsnEndings, kQsnMagic, &Make<QsnSource>},
 };
