@@ -429,7 +429,8 @@ TEST(ScanSources, TheNameTellsTheFormat) {
     } catch (const kxbase::KXBadInputException& e) {
         EXPECT_STREQ(e.what(), "Unknown kind of scan file");
         EXPECT_EQ(e.Context().file, "a.pts");
-        EXPECT_EQ(e.Context().detail, "expected a name that ends in .ptx .ptx.gz");
+        EXPECT_TRUE(e.Context().detail.starts_with("expected a name that ends in "));
+        EXPECT_NE(e.Context().detail.find(" .ptx .ptx.gz"), std::string::npos);
     }
     EXPECT_THROW(OpenScanSource("no-such-file.ptx"), kxbase::KXFileNotOpenException);
 }

@@ -5,46 +5,6 @@
 
 namespace kxexchange {
 
-namespace {
-
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
-}
-
-}  // namespace
-
-std::string EncodeKeepsake(std::string_view text) {
-    constexpr const char* kHex = "0123456789abcdef";
-    std::string value;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte <= ' ' || byte == 0x7f || c == '%' || c == '=') {
-            value += {'%', kHex[byte >> 4], kHex[byte & 15]};
-        } else {
-            value += c;
-        }
-    }
-    return value;
-}
-
-std::string DecodeKeepsake(std::string_view value) {
-    std::string text;
-    for (size_t i = 0; i < value.size(); ++i) {
-        if (value[i] == '%' && value.size() - i > 2) {
-            const int high = HexDigit(value[i + 1]), low = HexDigit(value[i + 2]);
-            if (high >= 0 && low >= 0) {
-                text += static_cast<char>(high * 16 + low);
-                i += 2;
-                continue;
-            }
-        }
-        text += value[i];
-    }
-    return text;
-}
-
 const std::string* FindKeepsake(const Keepsakes& keepsakes, std::string_view key) {
     for (const auto& [name, value] : keepsakes) {
         if (name == key) return &value;

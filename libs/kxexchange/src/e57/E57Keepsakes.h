@@ -17,11 +17,6 @@ using Keepsakes = std::vector<std::pair<std::string, std::string>>;
 constexpr std::string_view kE57OwnNamespace = "urn:kxio:e57:1";
 constexpr std::string_view kE57OwnPrefix = "kx";
 
-/// Text as a keepsake's value: bytes up to the blank, '%' and '=' become %xx.
-std::string EncodeKeepsake(std::string_view text);
-/// The text of a keepsake's value; what is no %xx stays as it is.
-std::string DecodeKeepsake(std::string_view value);
-
 /// The value of a key; nullptr when there is none.
 const std::string* FindKeepsake(const Keepsakes& keepsakes, std::string_view key);
 /// The numbers of a key's value, when there are `count` of them.

@@ -8,6 +8,7 @@
 #include "E57Keepsakes.h"
 #include "E57Pose.h"
 #include "E57Time.h"
+#include "SourceFacts.h"
 #include "TextFormat.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/UTF8.h"
@@ -89,7 +90,7 @@ private:
         m_scan.guid = TextOf(m_node, "guid");
         m_out.uuid = UuidOf(m_scan.guid);
         if (!m_scan.guid.empty() && (!m_out.uuid || m_scan.guid != E57GuidText(*m_out.uuid))) {
-            Keep("e57-guid", EncodeKeepsake(m_scan.guid));
+            Keep("e57-guid", PercentEncode(m_scan.guid));
         }
         if (const E57Node* const originals = m_node.Find("originalGuids")) {
             for (size_t i = 0; i < originals->children.size(); ++i) {
@@ -105,7 +106,7 @@ private:
             }
         }
         const std::string system = TextOf(m_document.root, "coordinateMetadata");
-        if (!system.empty()) Keep("e57-coordinate-metadata", EncodeKeepsake(system));
+        if (!system.empty()) Keep("e57-coordinate-metadata", PercentEncode(system));
     }
 
     static std::string LowerKey(std::string_view name) {

@@ -9,6 +9,7 @@
 #include "E57Images.h"
 #include "E57Scan.h"
 #include "E57Time.h"
+#include "SourceFacts.h"
 #include "TextFormat.h"
 #include "kxbase/ByteWriter.h"
 #include "kxbase/Exceptions.h"
@@ -196,7 +197,7 @@ void E57Sink::BeginScan(const ScanDescription& description) {
     m_spherical = m_options.coordinateKind.value_or(description.coordinateKind) == CoordinateKind::Spherical;
 
     const std::string* const guid = FindKeepsake(m_scan.keepsakes, "e57-guid");
-    m_guid = guid ? DecodeKeepsake(*guid) : E57GuidText(m_scan.uuid.value_or(kxbase::UUID::Generate()));
+    m_guid = guid ? PercentDecode(*guid) : E57GuidText(m_scan.uuid.value_or(kxbase::UUID::Generate()));
     WriteImages();
 
     PlanCoordinates();
@@ -388,7 +389,7 @@ void E57Sink::Finish() {
     root.Add(E57Node::Integer("versionMinor", 0));
     root.Add(E57Node::String("e57LibraryVersion", "kxio"));
     if (const std::string* const system = FindKeepsake(m_scan.keepsakes, "e57-coordinate-metadata")) {
-        root.Add(E57Node::String("coordinateMetadata", DecodeKeepsake(*system)));
+        root.Add(E57Node::String("coordinateMetadata", PercentDecode(*system)));
     }
     root.Add(DateNode("creationDateTime", GpsOfDate(kxbase::Date::Now()), false));
     root.Add(std::move(m_data3D));

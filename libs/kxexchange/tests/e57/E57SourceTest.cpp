@@ -462,7 +462,7 @@ TEST(E57Source, PoseDatesTextsAndSensorAreRead) {
     const ScanDescription d = source->OpenScan(0);
     EXPECT_EQ(d.uuid, kxbase::UUID(L"12345678-9abc-def0-1234-56789abcdef0"));
     EXPECT_EQ(Keepsake(d, "e57-guid"),
-              "{12345678-9abc-def0-1234-56789abcdef0}");  // not as the writer writes it
+              "%7B12345678-9abc-def0-1234-56789abcdef0%7D");  // not as the writer writes it
     EXPECT_EQ(d.original, kxbase::UUID(L"00000000-0000-0000-0000-000000000001"));
     EXPECT_EQ(d.name, "Nord");
     EXPECT_EQ(d.text, "zwei Worte");
