@@ -17,8 +17,9 @@ namespace kxio {
 ///
 /// Points are in the scanner's frame and in the file's length unit (x = r sin v cos h, y = r sin v sin h,
 /// z = r cos v); angles in radians. Patches are decoded on first use and kept until the converter is
-/// destroyed: three floats per cell of every patch visited. All const members may run at the same time;
-/// one mutex per converter serialises cache and loading.
+/// destroyed: three floats per cell of every patch visited. One converter therefore serves the scan it was
+/// constructed on; for another file take another converter instead of opening it with this one. All const
+/// members may run at the same time; one mutex per converter serialises cache and loading.
 class KXIO_EXPORT CoordConverter3D : public QSNScanReader {
 public:
     /// Opens the scan. \throws what opening a reader throws

@@ -199,7 +199,8 @@ public:
     // filled on the first query and kept until `Close`. A box is stored as start and end corner along the
     // grid, not as sorted minima and maxima: `min` carries the larger horizontal angle (the edge of the first
     // column) and the smaller vertical one, `max` the opposite. Edges lie half a step outside the cells.
-    // All throw KXIncompleteFileException "No bounding information found" for a file without limits record.
+    // All throw KXIncompleteFileException "No bounding information found" for a file without limits record,
+    // and KXHeaderReadingException "Unsupported MinMax version" for one of an old version.
 
     /// \throws KXIndexOutOfBoundsException "Call to GetBoundingBox with invalid parameters"
     void GetBoundingBox(unsigned patchRow, unsigned patchColumn, kxbase::tBasePolarPoint<float>& min,

@@ -8,6 +8,7 @@
 #include "kxio/MinMaxHeader.h"
 #include "kxio/QSNScanReader.h"
 #include "reader/Locks.h"
+#include "reader/RecordAt.h"
 
 namespace kxio {
 
@@ -75,7 +76,7 @@ void QSNScanReader::FillupBoundingBox() const {
     std::vector<MinMaxPair> pairs;
     MinMaxHeader limits(&pairs);
     kxbase::ErrorContext context = FileContext();
-    context.record = "MinMaxHeader";
+    context.record = limits.GetRecordName();
     const uint64_t position = m_mainHeader.boundingInformationPosition;
     if (position == 0) {
         context.detail = "the file has no limits record";
@@ -83,14 +84,13 @@ void QSNScanReader::FillupBoundingBox() const {
     }
     if (m_stream == nullptr) ThrowNoLimits(context);
     uint64_t fileSize = 0;
-    {
+    try {
         const std::lock_guard lock(FileAccessLock());
         fileSize = m_stream->GetSize();
-        if (!m_stream->Seek(position) || limits.Read(m_stream) == 0) {
-            context = limits.GetReadProblem();
-            context.file = FileContext().file;
-            ThrowNoLimits(context);
-        }
+        if (!ReadRecordAt(m_stream, position, limits)) ThrowNoLimits(ProblemOf(limits, position));
+    } catch (kxbase::KXException& e) {  // a refused version too
+        e.AddContext(FileContext());
+        throw;
     }
     // Every patch of a real scan costs more than a byte of its file: a grid that claims more is damaged, and
     // no memory is taken on its word.

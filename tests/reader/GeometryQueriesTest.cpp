@@ -129,6 +129,23 @@ TEST(BoundingBoxes, AnUnreadableLimitsRecordCountsAsNone) {
               "No bounding information found");
 }
 
+TEST(BoundingBoxes, AnOldLimitsRecordIsRefusedByNameOnEveryQuery) {
+    Bytes bytes = EdgeGrid().Build();
+    const uint64_t position = kxtest::GetMainField(bytes, kxtest::MainField::BoundingInformation);
+    kxtest::PutU32(bytes, position + 8, 199);
+    kxbase::InMemoryStream stream(bytes);
+    const kxio::QSNScanReader reader(&stream);
+    for (int i = 0; i < 2; ++i) {
+        try {
+            reader.GetPatchVertices();
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const kxbase::KXHeaderReadingException& e) {
+            EXPECT_STREQ(e.what(), "Unsupported MinMax version");
+            EXPECT_EQ(e.Context().file, "memory");
+        }
+    }
+}
+
 TEST(BoundingBoxes, AnEmptyGridHasNoVerticesAndNoExtent) {
     kxtest::ScanFileBuilder file(0, 0, 4, 4);
     kxbase::InMemoryStream stream(file.Build());

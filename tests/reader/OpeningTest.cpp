@@ -168,6 +168,14 @@ TEST(Opening, FileWithoutLookupTableIsIncomplete) {
     EXPECT_EQ(context.file, "memory");
 }
 
+TEST(Opening, OldLookupTablesAreRefusedByName) {
+    for (const size_t table : {MainField::LookupTable, MainField::PreviewLookupTable}) {
+        Bytes file = SmallScan().Build();
+        PutU32(file, GetMainField(file, table) + 8, 199);
+        EXPECT_EQ(OpenFailure(file), "KXHeaderReadingException: Unsupported LookupTableHeader version");
+    }
+}
+
 TEST(Opening, UnreadablePreviewTableIsIncomplete) {
     Bytes file = SmallScan().Build();
     SetMainField(file, MainField::PreviewLookupTable, 92);
