@@ -50,11 +50,12 @@ int main(int argc, char** argv) {
 
     const Bytes image = Gradient(12 * 9 * 3);
     const Bytes sides = {12, 0, 9, 0, 3};
-    unsigned char mode = 0;
+    unsigned char codec = 0;
     for (const auto& [identifier, name] : ChunkCodecFactory::GetCodecs()) {
         Bytes chunk;
         ChunkCodecFactory::MakeCodec(identifier)->Encode(image.data(), 12, 9, image.size(), 1.0F, chunk);
         const Bytes payload(chunk.begin() + QKXChunkCodec::HeaderSize, chunk.end());
+        const auto mode = static_cast<unsigned char>(codec < 3 ? codec : codec + 4);
         write("payload-" + name, Bytes{mode} + sides + payload);
         write("payload-" + name + "-cut", Bytes{mode} + sides + Bytes(payload.begin(), payload.end() - 3));
         write("chunk-" + name, Bytes{3} + chunk);
@@ -62,8 +63,23 @@ int main(int argc, char** argv) {
         EncodeChunkHeader({identifier, 65536, 65535, 0xFFFF0000, 1.0F, 0xFFFF0000}, bomb);
         bomb.resize(QKXChunkCodec::HeaderSize + 10);
         write("chunk-" + name + "-bomb", Bytes{3} + bomb);
-        write("roundtrip-" + name, Bytes{5, mode, 11, 2, 6} + image);
-        ++mode;
+        write("roundtrip-" + name, Bytes{5, codec, 11, 2, 6} + image);
+        ++codec;
+    }
+    // The grid codec in its own forms: 20 x 18 elements of two bytes with holes.
+    Bytes ranges;
+    for (unsigned i = 0; i < 20 * 18; ++i) {
+        const unsigned range = i % 7 == 3 || i % 20 > 15 ? 0 : 3000 + 9 * (i / 20) + i * i % 13;
+        ranges.push_back(static_cast<unsigned char>(range));
+        ranges.push_back(static_cast<unsigned char>(range >> 8));
+    }
+    for (const auto gridMode : {GridChunkCodec::Mode::Fast, GridChunkCodec::Mode::Balanced}) {
+        Bytes made;
+        GridChunkCodec(gridMode).Encode(ranges.data(), 20, 18, ranges.size(), 1.0F, made);
+        const std::string name = gridMode == GridChunkCodec::Mode::Fast ? "fast" : "balanced";
+        write("chunk-Grid-" + name, Bytes{3} + made);
+        write("payload-Grid-" + name,
+              Bytes{8, 20, 0, 18, 0, 2} + Bytes(made.begin() + QKXChunkCodec::HeaderSize, made.end()));
     }
     const Bytes floats = FloatBytes({1.5F, -1.5F, 0.0005F, 1e30F, 0.0F, 12.25F});
     Bytes chunk;

@@ -5,12 +5,17 @@
 //   4                          a plain JPEG image
 //   5                          u8 codec, u8 width, u8 element size, u8 level, then data to encode and decode
 //   6                          f32 step, then floats to quantise, against the plain definition
+//   7 Zstd, 8 Grid             as 0 to 2; the check of a grid payload is made to fit, or little would get
+//   past
+//                              it, and plain and wide code must agree
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <span>
 
 #include "FuzzCheck.h"
+#include "grid/GridPayload.h"
+#include "grid/GridSimd.h"
 #include "kxbase/ByteReader.h"
 #include "kxcodecs/kxcodecs.h"
 
@@ -23,9 +28,19 @@ using kxcodecs::QKXChunkCodec;
 using Bytes = std::vector<unsigned char>;
 
 constexpr uint64_t kMaxBytes = uint64_t{1} << 22;
-constexpr uint64_t kIdentifiers[] = {kxcodecs::SnappyChunkCodec::kIdentifier,
-                                     kxcodecs::ZLibChunkCodec::kIdentifier,
-                                     kxcodecs::JPEGChunkCodec::kIdentifier};
+constexpr uint64_t kIdentifiers[] = {
+    kxcodecs::SnappyChunkCodec::kIdentifier, kxcodecs::ZLibChunkCodec::kIdentifier,
+    kxcodecs::JPEGChunkCodec::kIdentifier, kxcodecs::ZstdChunkCodec::kIdentifier,
+    kxcodecs::GridChunkCodec::kIdentifier};
+constexpr uint64_t kGrid = 4;
+
+void FitCheck(uint32_t width, uint32_t height, uint32_t elementBytes, Bytes& payload) {
+    if (payload.size() < kxcodecs::grid::PayloadHeader::kByteSize) return;
+    const std::span<const unsigned char> all(payload);
+    const uint32_t check = kxcodecs::grid::CheckOf(all.first(4), width, height, elementBytes, all.subspan(8));
+    for (std::size_t i = 0; i < 4; ++i)
+        payload[4 + i] = static_cast<unsigned char>(check >> (8 * i));
+}
 
 void DecodePayload(uint64_t identifier, kxbase::ByteReader& in) {
     const uint32_t width = in.U16("width");
@@ -33,7 +48,9 @@ void DecodePayload(uint64_t identifier, kxbase::ByteReader& in) {
     const uint32_t elementBytes = in.U8("element size");
     const uint64_t claimed = uint64_t{width} * height * elementBytes;
     if (claimed > kMaxBytes) return;
-    const auto payload = in.Take(in.Remaining(), "payload");
+    const auto taken = in.Take(in.Remaining(), "payload");
+    Bytes payload(taken.begin(), taken.end());
+    if (identifier == kIdentifiers[kGrid]) FitCheck(width, height, elementBytes, payload);
     const auto codec = ChunkCodecFactory::MakeCodec(identifier);
     codec->SetLayout(width, height, static_cast<uint32_t>(claimed), 1.0F);
 
@@ -50,6 +67,14 @@ void DecodePayload(uint64_t identifier, kxbase::ByteReader& in) {
         Require(decodedBytes == 0, "no size without a buffer");
     }
     codec->Free(decoded);
+    if (identifier == kIdentifiers[kGrid]) {
+        kxcodecs::grid::UseVectors(kxcodecs::grid::Vectors::Plain);
+        Bytes plain(claimed);
+        Require(codec->DecodeInto(payload.data(), payload.size(), plain) == same,
+                "plain code agrees on success");
+        Require(!same || plain == mine, "plain code agrees on the values");
+        kxcodecs::grid::UseVectors(kxcodecs::grid::Vectors::Wide);
+    }
 }
 
 void DecodeChunk(std::span<const unsigned char> chunk) {
@@ -87,7 +112,7 @@ void DecodeImage(std::span<const unsigned char> image) {
 }
 
 void RoundTrip(kxbase::ByteReader& in) {
-    const uint64_t identifier = kIdentifiers[in.U8("codec") % 3];
+    const uint64_t identifier = kIdentifiers[in.U8("codec") % std::size(kIdentifiers)];
     const uint32_t width = in.U8("width") + 1U;
     uint32_t elementBytes = in.U8("element size") % 24U + 1U;
     const int level = in.U8("level") % 12;
@@ -148,6 +173,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 break;
             case 6:
                 QuantiseFloats(in);
+                break;
+            case 7:
+            case 8:
+                DecodePayload(kIdentifiers[data[0] - 4], in);
                 break;
             default:
                 break;

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "kxcodecs/ChunkCodecFactory.h"
 
+#include "kxcodecs/GridChunkCodec.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
+#include "kxcodecs/ZstdChunkCodec.h"
 
 namespace kxcodecs {
 namespace {
@@ -24,6 +26,8 @@ constexpr Entry kCodecs[] = {
     EntryOf<SnappyChunkCodec>(),
     EntryOf<ZLibChunkCodec>(),
     EntryOf<JPEGChunkCodec>(),
+    EntryOf<ZstdChunkCodec>(),
+    EntryOf<GridChunkCodec>(),
 };
 
 const Entry* Find(uint64_t identifier) {

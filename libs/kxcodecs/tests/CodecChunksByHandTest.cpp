@@ -130,6 +130,68 @@ TEST(JPEGChunkByHand, OneGreyBlock) {
     EXPECT_EQ(out, Bytes(64, 130));
 }
 
+const Bytes kZstdIdentifier = {'K', 'X', 'Z', 'S', 'T', 'D', 0, 0};
+const Bytes kGridIdentifier = {'K', 'X', 'G', 'R', 'I', 'D', 0, 0};
+// Four bytes that say "a zstd frame".
+const Bytes kFrame = {0x28, 0xB5, 0x2F, 0xFD};
+
+TEST(ZstdChunkByHand, TwoIntegersWithoutDifferences) {
+    const Bytes chunk = kZstdIdentifier + Bytes{0x02, 0,    0,    0,       // width 2
+                                                0x01, 0,    0,    0,       // height 1
+                                                0x04, 0,    0,    0,       // decoded bytes 4
+                                                0x00, 0,    0x80, 0x3F,    // step 1.0
+                                                0x04, 0,    0,    0,       // uncompressed bytes 4
+                                                0x00,                      // filter: no differences
+                                                0x65, 0x15, 0x31, 0x17} +  // hash of 0, 2, 1, 2
+                        kFrame +
+                        Bytes{0x20, 0x04,               // one segment of 4 bytes, no checksum
+                              0x21, 0x00, 0x00,         // last block, raw, 4 bytes
+                              0x01, 0x02, 0x00, 0x00};  // lowest bytes, highest bytes
+    Bytes out;
+    ASSERT_EQ(Decode(chunk, out), DecodeStatus::Decoded);
+    EXPECT_EQ(ValuesOf<uint16_t>(out), (std::vector<uint16_t>{1, 2}));
+}
+
+// 1000 1003
+//    0 1001, the 0 being a cell that is not stored.
+TEST(GridChunkByHand, FourCellsOfOneBlock) {
+    const Bytes header = kGridIdentifier + Bytes{0x02, 0, 0,    0,     // width 2
+                                                 0x02, 0, 0,    0,     // height 2
+                                                 0x08, 0, 0,    0,     // decoded bytes 8
+                                                 0x00, 0, 0x80, 0x3F,  // step 1.0
+                                                 0x08, 0, 0,    0};    // uncompressed bytes 8
+    const Bytes payload = Bytes{0x01,                                  // form: widths
+                                0x00,                                  // lines are rows
+                                0x01,                      // one value stands in cells that are not stored
+                                0x00,                      // value = base + step x number
+                                0x20, 0x2D, 0xA1, 0x2A,    // check
+                                0x0D, 0x00, 0x00, 0x00,    // mask: 13 bytes
+                                0x34, 0x00, 0x00, 0x00,    // parameters: 52 bytes,
+                                0x2B, 0x00, 0x00, 0x00,    // 43 unpacked
+                                0x00, 0x00, 0x00, 0x00} +  // no tokens
+                          kFrame +
+                          Bytes{0x20, 0x04, 0x21, 0x00, 0x00,  // one raw block of 4 bytes
+                                0x03, 0x00,                    // line 0: cells 0 and 1
+                                0x01, 0x00} +                  // line 1: cell 0 is another
+                          kFrame +
+                          Bytes{0x20, 0x2B, 0x59, 0x01, 0x00,           // one raw block of 43 bytes
+                                0xE8, 0x03, 0,    0,    0,    0, 0, 0,  // base 1000
+                                0x01, 0,    0,    0,                    // step 1
+                                0,    0,    0,    0,                    // no table
+                                0,    0,    0,    0,                    // no exceptions
+                                0,    0,    0,    0,    0,    0, 0, 0,  // the void is 0
+                                0,    6,    0,    0,    0,    0, 0, 0,  // line 0: 0, and 3 more
+                                0,                                      // predictor: the line before
+                                1,                                      // exponent: 1 low bit
+                                0,                                      // no exceptions
+                                1,    0,    0,    0} +                  // offset -1
+                          Bytes{0x01, 0x00} +
+                          Bytes(30);  // low bits: 1, which is residual -1
+    Bytes out;
+    ASSERT_EQ(Decode(header + payload, out), DecodeStatus::Decoded);
+    EXPECT_EQ(ValuesOf<uint16_t>(out), (std::vector<uint16_t>{1000, 1003, 0, 1001}));
+}
+
 TEST(JPEGChunkByHand, HeaderAndMarkersOfAnEncodedChunk) {
     const Bytes chunk = EncodeWith(JPEGChunkCodec(), SmoothImage(5, 3, 3), 5, 3, 250.0F);
     const Bytes header = kJPEGIdentifier + Bytes{

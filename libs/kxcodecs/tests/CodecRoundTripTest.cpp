@@ -12,7 +12,8 @@ protected:
     ChunkCodecFactory::CodecPtr codec = ChunkCodecFactory::MakeCodec(GetParam());
 };
 INSTANTIATE_TEST_SUITE_P(Codecs, LosslessCodec,
-                         ::testing::Values(SnappyChunkCodec::kIdentifier, ZLibChunkCodec::kIdentifier),
+                         ::testing::Values(SnappyChunkCodec::kIdentifier, ZLibChunkCodec::kIdentifier,
+                                           ZstdChunkCodec::kIdentifier, GridChunkCodec::kIdentifier),
                          [](const auto& which) { return ChunkCodecFactory::GetName(which.param); });
 
 // Decodes by each of the ways there are and expects the same.

@@ -5,9 +5,11 @@
 
 #include "kxcodecs/ChunkCodecFactory.h"
 #include "kxcodecs/ChunkHeader.h"
+#include "kxcodecs/GridChunkCodec.h"
 #include "kxcodecs/JPEG.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxcodecs/Quantise.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
+#include "kxcodecs/ZstdChunkCodec.h"

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+
+#include "grid/GridTypes.h"
+
+namespace kxcodecs::grid {
+
+/// Where the parts of one block lie.
+struct BlockInput {
+    const uint16_t* low;    ///< low bits of its stored cells
+    const uint8_t* tokens;  ///< their tokens; null: all 0
+    uint32_t offset;
+    uint16_t stored;  ///< how many
+    uint8_t exponent;
+    uint8_t predictor;
+    uint16_t exceptions;
+    const uint8_t* places;  ///< of the exceptions
+    const uint32_t* more;
+};
+
+/// A row of blocks while it is decoded.
+struct BlockRow {
+    const BlockInput* blocks;  ///< one per group
+    uint32_t groups;
+    const uint16_t* mask;  ///< of its first line
+    uint32_t* line;        ///< its first line, with `stride` to the next; the two lines before are there
+    std::size_t stride;
+    uint32_t lines;         ///< from 0 to 16
+    uint32_t* residuals;    ///< room for groups x 256 + 16
+    const uint32_t** next;  ///< room for one per group
+};
+
+/// Fills the lines of a block row, aprons included. `low` and `tokens` are readable 16 elements beyond.
+void DecodeBlockRow(const BlockRow& row) noexcept;
+
+}  // namespace kxcodecs::grid
