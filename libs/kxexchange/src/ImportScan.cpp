@@ -166,7 +166,11 @@ void Import::Plan() {
     m_report.precision.rangeScale = FittingRangeScale(m_options.rangeScale, m_report.greatestRange);
     m_report.precision.verticalScale = m_options.verticalScale;
     m_report.precision.horizontalScale = m_options.horizontalScale;
-    if (m_options.intensity && m_description.intensity.present) m_report.intensity = m_survey->Intensity();
+    const FieldDescription& intensity = m_description.intensity;
+    if (m_options.intensity && intensity.present) {
+        const bool steps = intensity.numbers == NumberKind::Scaled && intensity.precision;
+        m_report.intensity = m_survey->Intensity(steps ? *intensity.precision : 0);
+    }
 
     m_rules.rangeScale = m_report.precision.rangeScale;
     m_rules.intensity = m_report.intensity;

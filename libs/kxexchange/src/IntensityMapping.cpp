@@ -38,9 +38,20 @@ double IntensityMapping::Bound() const {
     return kind == Kind::Unit || kind == Kind::Real ? 0.5 * scale : 0.0;
 }
 
-IntensityMapping IntensitySurvey::Mapping() const {
+IntensityMapping IntensitySurvey::Mapping(double step) const {
     using Kind = IntensityMapping::Kind;
     if (!(m_minimum <= m_maximum)) return {};
+    const IntensityMapping usual = UsualMapping();
+    constexpr double kRounding = 1e-6;
+    if (step > 0 && usual.kind != Kind::Integer && step < usual.scale * (1 - kRounding) &&
+        (m_maximum - m_minimum) / step <= kLevels + 0.5) {
+        return {Kind::Real, m_minimum, step};
+    }
+    return usual;
+}
+
+IntensityMapping IntensitySurvey::UsualMapping() const {
+    using Kind = IntensityMapping::Kind;
     if (m_minimum >= 0 && m_maximum <= 1) return {Kind::Unit, 0, 1 / kLevels};
     // The usual ranges first, so that files of one instrument agree whatever their values span.
     struct Usual {

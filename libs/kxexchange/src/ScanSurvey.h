@@ -21,7 +21,8 @@ public:
     void Add(std::span<const Cell> cells);
 
     FittedGrid Grid() const { return m_fit.Finish(); }
-    IntensityMapping Intensity() const { return m_intensity.Mapping(); }
+    /// `step`: as IntensitySurvey::Mapping takes it.
+    IntensityMapping Intensity(double step = 0) const { return m_intensity.Mapping(step); }
     uint64_t Returns() const { return m_returns; }
     /// Returns whose intensity, or colour, the file calls invalid.
     uint64_t InvalidIntensities() const { return m_invalidIntensities; }

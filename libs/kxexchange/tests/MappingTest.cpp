@@ -134,6 +134,23 @@ IntensityMapping MappingOf(std::initializer_list<double> values) {
     return survey.Mapping();
 }
 
+TEST(IntensityMapping, AStatedStepThatIsFinerIsTakenWhileItsLevelsFit) {
+    IntensitySurvey shares;
+    shares.Add(0.25);
+    shares.Add(0.5);
+    EXPECT_EQ(shares.Mapping(1.0 / 32767).kind, Kind::Unit);  // coarser: its levels stay apart
+    EXPECT_EQ(shares.Mapping(5e-6), (IntensityMapping{Kind::Real, 0.25, 5e-6}));
+    EXPECT_EQ(shares.Mapping(1e-6).kind, Kind::Unit);  // 250,000 levels
+    const IntensityMapping fine = shares.Mapping(5e-6);
+    for (int level = 0; level <= 50000; level += 77)
+        EXPECT_EQ(fine.Store(0.25 + level * 5e-6), level);
+    IntensitySurvey wide;
+    wide.Add(-100.5);
+    wide.Add(500);
+    EXPECT_EQ(wide.Mapping(0.25).kind, Kind::Real);
+    EXPECT_EQ(wide.Mapping(0.25).scale, 600.5 / 65535);  // finer than the step already
+}
+
 TEST(IntensityMapping, TheRangesThatFilesUseAreRecognised) {
     EXPECT_EQ(MappingOf({}), (IntensityMapping{Kind::None, 0, 1}));
     EXPECT_EQ(MappingOf({0.2, 1, 0}), (IntensityMapping{Kind::Unit, 0, 1.0 / 65535}));

@@ -48,9 +48,13 @@ public:
     /// Unit for values within 0..1. Integer for whole numbers that fit: 0..255 is stretched by 257,
     /// 0..4095 and -2048..2047 by 16, 0..65535 and -32768..32767 by 1, so that the 16-bit values use their
     /// range; other spans by the greatest whole factor. Real otherwise. None when no value was added.
-    IntensityMapping Mapping() const;
+    /// \param step  the values are whole multiples of it, above the least of them; 0: unknown. When 65536
+    ///              levels of it hold them but the mapping above is coarser: Real with that scale.
+    IntensityMapping Mapping(double step = 0) const;
 
 private:
+    IntensityMapping UsualMapping() const;
+
     static constexpr double kWholeLimit = 1e15;
     double m_minimum = std::numeric_limits<double>::infinity();
     double m_maximum = -std::numeric_limits<double>::infinity();

@@ -5,6 +5,7 @@
 
 #include "PlainE57.h"
 #include "TestTools.h"
+#include "kxbase/kxOutFile.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
 
@@ -175,6 +176,103 @@ TEST_P(E57RoundTripOf, EveryCellComesBackInItsPlace) {
         EXPECT_EQ(kxexchange::testing::ReadFile(folder / "first.ptx"),
                   kxexchange::testing::ReadFile(folder / "second.ptx"));
     }
+}
+
+// E57 -> QSN -> E57: places, raw intensities, colours, the pose and its quaternion, texts.
+void CheckE57ToE57(const std::filesystem::path& first, double shiftBound) {
+    const TempFolder folder;
+    Import(first, folder / "scan.qsn");
+    ExportScan(folder / "scan.qsn", folder / "second.e57", "E57");
+    Scan before = ReadScan(*OpenScanSource(first));
+    Scan after = ReadScan(*OpenScanSource(folder / "second.e57"));
+    const ScanDescription &a = before.description, &b = after.description;
+    EXPECT_EQ(a.columns, b.columns);
+    EXPECT_EQ(a.rows, b.rows);
+    EXPECT_EQ(a.pose, b.pose);
+    EXPECT_EQ(a.uuid, b.uuid);
+    EXPECT_EQ(a.name, b.name);
+    EXPECT_EQ(a.intensity.minimum, b.intensity.minimum);
+    EXPECT_EQ(a.intensity.maximum, b.intensity.maximum);
+    for (const auto& keepsake : a.keepsakes) {
+        EXPECT_NE(std::find(b.keepsakes.begin(), b.keepsakes.end(), keepsake), b.keepsakes.end())
+            << keepsake.first;
+    }
+    if (a.coordinateKind == CoordinateKind::Spherical) ToCartesian(before.cells);
+    if (b.coordinateKind == CoordinateKind::Spherical) ToCartesian(after.cells);
+    ASSERT_EQ(before.cells.size(), after.cells.size());
+    uint64_t places = 0, shifts = 0, intensities = 0, colors = 0;
+    for (size_t i = 0; i < before.cells.size(); ++i) {
+        const Cell& p = before.cells[i];
+        const Cell& q = after.cells[i];
+        places += p.valid != q.valid ? 1 : 0;
+        if (!p.valid) continue;
+        shifts += std::hypot(p.x - q.x, p.y - q.y, p.z - q.z) <= shiftBound ? 0 : 1;
+        intensities += p.intensity != q.intensity ? 1 : 0;
+        colors += p.red != q.red || p.green != q.green || p.blue != q.blue ? 1 : 0;
+    }
+    EXPECT_EQ(places, 0U);
+    EXPECT_EQ(shifts, 0U);
+    EXPECT_EQ(intensities, 0U);
+    EXPECT_EQ(colors, 0U);
+}
+
+TEST(E57RoundTrip, RealE57ScansComeBackWithTheirIndexesRawIntensitiesAndPoses) {
+    if (SharedData("tiny_spherical.e57").empty()) {
+        GTEST_SKIP() << "the folder shared/data beside the project is not there";
+    }
+    // 0.05 mm of the range's step, and half a microradian in two directions, at up to 240 m.
+    CheckE57ToE57(SharedData("pumpARowColumnIndexNoInvalidPoints.e57"), 1e-4);
+    CheckE57ToE57(SharedData("street_a_1024x128_grid.e57"), 3e-4);
+    CheckE57ToE57(SharedData("tilt_226x360_spherical.e57"), 2e-4);
+}
+
+// An E57 whose intensities are packed in a given way.
+std::filesystem::path PackedScan(const TempFolder& folder, const std::string& packed, double scale,
+                                 double offset, int64_t least, int64_t most) {
+    Scan scan;
+    scan.description.columns = 40;
+    scan.description.rows = 50;
+    scan.description.points = 2000;
+    scan.description.intensity.present = scan.description.coordinates.present = true;
+    scan.description.keepsakes = {
+        {"e57-intensity", packed}, {"e57-first-row", "100"}, {"e57-first-column", "-3"}};
+    scan.cells = kxexchange::testing::MakeSweep({.columns = 40, .rows = 50, .missing = 0.1});
+    for (size_t i = 0; i < scan.cells.size(); ++i) {
+        Cell& cell = scan.cells[i];
+        const int64_t raw = i % 7 == 0   ? least
+                            : i % 7 == 1 ? most
+                                         : least + static_cast<int64_t>(i * 7919) % (most - least + 1);
+        cell.intensity = cell.valid ? static_cast<double>(raw) * scale + offset : 0;
+    }
+    auto path = folder / "packed.e57";
+    kxbase::kxOutFile stream(path.wstring());
+    const auto sink = FindSinkFormat("E57")->make(stream, {});
+    sink->BeginScan(scan.description);
+    sink->WriteColumns(scan.cells, 40);
+    sink->EndScan();
+    LossReport losses;
+    sink->AddLosses(losses);
+    EXPECT_EQ(losses.Find("intensity"), nullptr);
+    sink->Finish();
+    stream.Close();
+    return path;
+}
+
+TEST(E57RoundTrip, RawIntensitiesOfUpTo65536LevelsComeBackWhateverTheirScale) {
+    const auto check = [](const std::string& packed, double scale, double offset, int64_t least,
+                          int64_t most) {
+        SCOPED_TRACE(packed);
+        const TempFolder folder;
+        CheckE57ToE57(PackedScan(folder, packed, scale, offset, least, most), 1e-4);
+    };
+    check("integer:0:255", 1, 0, 0, 255);
+    check("integer:-2048:2047", 1, 0, -2048, 2047);
+    check("integer:0:65535", 1, 0, 0, 65535);
+    check("integer:-40:100000", 1, 0, 30000, 95535);
+    check("scaled:0:65535:1.5259021896696422e-05:0", 1.5259021896696422e-05, 0, 0, 65535);
+    check("scaled:0:65535:7e-06:0", 7e-06, 0, 0, 65535);
+    check("scaled:-30000:30000:0.01:-5.5", 0.01, -5.5, -30000, 30000);
+    check("scaled:0:4095:0.25:0.1", 0.25, 0.1, 0, 4095);
 }
 
 INSTANTIATE_TEST_SUITE_P(SampleScans, E57RoundTripOf,
