@@ -154,6 +154,62 @@ TEST(PreviewSampler, TransposedPatchesStayInsideThePreviewWhateverTheSizes) {
     }
 }
 
+// The rule as it is stated, step by step, without regard to speed.
+Bytes SampleByTheRule(const PreviewSampling& s, Bytes preview, const Bytes& patch) {
+    const auto ratio = [](uint32_t a, uint32_t b) { return static_cast<float>(a) / static_cast<float>(b); };
+    const auto kept = [](uint32_t side, int64_t origin, float forth, float back, int64_t extent) {
+        const auto half = static_cast<int64_t>(back * 0.5F);
+        const auto source = [&](int64_t pixel) {
+            return static_cast<int64_t>(static_cast<float>(pixel) * back) - origin + half;
+        };
+        const auto count = static_cast<int64_t>(static_cast<float>(side) * forth + 0.5F) + 1;
+        auto first = static_cast<int64_t>(static_cast<float>(origin) * forth);
+        while (source(first) < 0)
+            ++first;
+        std::vector<std::pair<int64_t, int64_t>> list;
+        for (int64_t k = 0; k < count; ++k) {
+            const int64_t at = source(first + k);
+            if (at >= 0 && at < int64_t{side} && first + k < extent) list.emplace_back(first + k, at);
+        }
+        return list;
+    };
+    const bool t = s.transposed;
+    const auto columns = kept(s.patchWidth, int64_t{t ? s.patchRow : s.patchColumn} * s.patchWidth,
+                              ratio(s.previewWidth, s.gridWidth), ratio(s.gridWidth, s.previewWidth),
+                              t ? s.previewHeight : s.previewWidth);
+    const auto rows = kept(s.patchHeight, int64_t{t ? s.patchColumn : s.patchRow} * s.patchHeight,
+                           ratio(s.previewHeight, s.gridHeight), ratio(s.gridHeight, s.previewHeight),
+                           t ? s.previewWidth : s.previewHeight);
+    const int64_t stride = t ? s.previewHeight : s.previewWidth;
+    for (const auto& [py, y] : rows) {
+        for (const auto& [px, x] : columns) {
+            const int64_t from = y * s.patchWidth + x;
+            std::memcpy(preview.data() + 4 * (py * stride + px), patch.data() + 4 * from, 4);
+        }
+    }
+    return preview;
+}
+
+TEST(PreviewSampler, AnySizesAndEitherOrientationFollowTheStatedSteps) {
+    std::mt19937 random(31);
+    for (int round = 0; round < 3000; ++round) {
+        const auto upTo = [&](uint32_t limit) { return 1 + static_cast<uint32_t>(random() % limit); };
+        const Grid grid{upTo(90), upTo(90)};
+        PreviewSampling s = Sampling(grid, upTo(120), upTo(120), upTo(20), upTo(20));
+        s.transposed = random() % 2 == 0;
+        s.patchRow = static_cast<uint32_t>(random() % PatchesAlong(grid.height, s.patchHeight));
+        s.patchColumn = static_cast<uint32_t>(random() % PatchesAlong(grid.width, s.patchWidth));
+        const Bytes patch = grid.Patch(s.patchRow, s.patchColumn, s.patchWidth, s.patchHeight, s.transposed);
+        const Bytes blank(size_t{4} * s.previewWidth * s.previewHeight, 0x5a);
+        Bytes preview = blank;
+        SamplePatchIntoPreview(s, preview, patch);
+        ASSERT_EQ(preview, SampleByTheRule(s, blank, patch))
+            << "grid " << grid.width << " x " << grid.height << ", preview " << s.previewWidth << " x "
+            << s.previewHeight << ", patches " << s.patchWidth << " x " << s.patchHeight << ", row "
+            << s.patchRow << ", column " << s.patchColumn << (s.transposed ? ", transposed" : "");
+    }
+}
+
 TEST(PreviewSampler, LargerPreviewRepeatsTheNearestValue) {
     const Grid grid{3, 2};
     const Bytes preview = SampleAll(grid, Sampling(grid, 6, 6, 3, 2));
