@@ -9,6 +9,7 @@
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxio/Tilt.h"
+#include "reader/Prefetch.h"
 #include "support/TemporaryFile.h"
 
 namespace {
@@ -598,6 +599,9 @@ TEST(RegistrationModified, ScannersOwnTiltIsNot) {
     EXPECT_TRUE(Modified(2, tilted, angles));
     EXPECT_TRUE(Modified(3, {}, angles));
 }
+
+// It runs on a thread that nobody waits for: an exception would end the process.
+static_assert(noexcept(kxio::FillUpOSCache(std::wstring(), uint64_t{0})));
 
 TEST(Prefetch, OpensAsWithoutIt) {
     const Bytes bytes = SmallScan().Build();
