@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "format/HistogramLimit.h"
+#include "format/HistogramNumbers.h"
 #include "format/RecordSize.h"
 #include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
@@ -51,22 +52,6 @@ void Rescale(std::vector<unsigned char>& numbers, uint64_t elementBytes, float s
     numbers = std::move(whole);
 }
 
-// The numbers of the chunk in the data buffer, little-endian.
-std::vector<unsigned char> DecodeNumbers(std::span<const unsigned char> data, const char* recordName) {
-    kxbase::ByteReader in(data, 0, recordName);
-    const uint64_t chunkSize = in.U64("chunk size");
-    const auto chunk = in.Take(chunkSize, "chunk");
-    kxcodecs::ChunkHeaderInfo header;
-    std::vector<unsigned char> numbers;
-    const kxcodecs::DecodeStatus status =
-        kxcodecs::QKXChunkCodec::DecodeChunk(chunk, header, numbers, MaxDecodedHistogramBytes(chunk.size()));
-    if (status != kxcodecs::DecodeStatus::Decoded) {
-        FailDecoding(recordName, {{}, {}, "chunk", {}, kxcodecs::ToText(status)});
-    }
-    Rescale(numbers, header.ElementBytes(), header.step);
-    return numbers;
-}
-
 template <class Map>
 std::vector<unsigned char> EncodeNumbers(const Map& histogram, const char* recordName) {
     uint64_t count = 1;
@@ -88,6 +73,22 @@ std::vector<unsigned char> EncodeNumbers(const Map& histogram, const char* recor
 }
 
 }  // namespace
+
+std::vector<unsigned char> DecodeHistogramNumbers(std::span<const unsigned char> data,
+                                                  const char* recordName) {
+    kxbase::ByteReader in(data, 0, recordName);
+    const uint64_t chunkSize = in.U64("chunk size");
+    const auto chunk = in.Take(chunkSize, "chunk");
+    kxcodecs::ChunkHeaderInfo header;
+    std::vector<unsigned char> numbers;
+    const kxcodecs::DecodeStatus status =
+        kxcodecs::QKXChunkCodec::DecodeChunk(chunk, header, numbers, MaxDecodedHistogramBytes(chunk.size()));
+    if (status != kxcodecs::DecodeStatus::Decoded) {
+        FailDecoding(recordName, {{}, {}, "chunk", {}, kxcodecs::ToText(status)});
+    }
+    Rescale(numbers, header.ElementBytes(), header.step);
+    return numbers;
+}
 
 std::optional<kxbase::ComponentType> HistogramComponent(uint64_t typeTag) {
     switch (typeTag) {
@@ -144,7 +145,7 @@ template <class Map>
 Map HistogramHeader<Map>::GetHistogram() const {
     using Key = typename Map::mapped_type::key_type;
     try {
-        const std::vector<unsigned char> numbers = DecodeNumbers(Data(), GetRecordName());
+        const std::vector<unsigned char> numbers = DecodeHistogramNumbers(Data(), GetRecordName());
         Map histogram;
         kxbase::ByteReader in(numbers, 0, GetRecordName());
         if (in.Remaining() < 2 * kNumberSize) return histogram;

@@ -1,9 +1,15 @@
 # SPDX-License-Identifier: MIT
 list(APPEND kxio_sources
   services/AngleFit.cpp
+  services/DiffScans.cpp
+  services/DumpRecords.cpp
+  services/FileLayout.cpp
   services/FileSets.cpp
   services/FileWindow.cpp
   services/GridDecision.cpp
+  services/PatchCells.cpp
+  services/PreviewComparison.cpp
+  services/PropertyTexts.cpp
   services/QSNFileRecovery.cpp
   services/QSNInfo.cpp
   services/RecordSurvey.cpp
@@ -11,8 +17,16 @@ list(APPEND kxio_sources
   services/SalvagedProperties.cpp
   services/ScanRebuild.cpp
   services/ScanRebuildWriting.cpp
+  services/ScanStatistics.cpp
   services/SpeckleByte.cpp
   services/StoredChunkCodec.cpp
+  services/StoredHistogram.cpp
   services/TableEvidence.cpp
   services/TagSearch.cpp
-  services/ThumbnailEdit.cpp)
+  services/ThumbnailEdit.cpp
+  services/ValueCounts.cpp
+  services/VerifyExtended.cpp
+  services/VerifyHeaders.cpp
+  services/VerifyPatches.cpp
+  services/VerifyScan.cpp
+  services/VerifyTables.cpp)

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#include "kxio/VerifyScan.h"
+
+#include "kxbase/Exceptions.h"
+#include "kxbase/UTF8.h"
+#include "kxbase/kxInFile.h"
+#include "services/FileLayout.h"
+#include "services/FindingList.h"
+#include "services/VerifyHeaders.h"
+#include "services/VerifyPatches.h"
+#include "services/VerifyTables.h"
+
+namespace kxio {
+
+VerifyReport VerifyScan(kxbase::IInFileStream& stream, const VerifyOptions& options) {
+    VerifyReport report;
+    report.level = options.level;
+    FindingList findings(report, options.mostFindings);
+    FileWindow file(stream);
+    report.fileBytes = file.Size();
+    const bool decode = options.level != VerifyLevel::Quick;
+    const FileLayout layout = FindLayout(file, [&](uint64_t done) {
+        if (options.progress) options.progress(decode ? done / 100 : done, file.Size());
+    });
+    report.unsupported = layout.refusal.has_value();
+    if (layout.mainHeader && !layout.scanHeader) {
+        ScanHeader header;
+        kxbase::ErrorContext problem;
+        ReadRecord(file, layout.mainHeader->scanHeaderPosition, header, problem);
+        report.unsupported = problem.detail.starts_with("Unsupported");
+    }
+    const VerifiedHeaders headers = VerifyHeaders(file, layout, decode, findings);
+    const ListedChunks chunks = VerifyTables(file, layout, findings, report);
+    if (decode) {
+        VerifyPatches(file, layout, headers, chunks, options, findings, report);
+    } else {
+        for (const auto& [component, list] : chunks) {
+            for (const ListedChunk& chunk : list)
+                report.damagedChunks += chunk.damaged ? 1 : 0;
+        }
+    }
+    if (file.UnreadableBytes() != 0)
+        findings.Add(
+            Error("bytes").Says(std::to_string(file.UnreadableBytes()) + " bytes could not be read"));
+    if (options.progress) options.progress(file.Size(), file.Size());
+    return report;
+}
+
+VerifyReport VerifyScan(const std::wstring& path, const VerifyOptions& options) {
+    kxbase::kxInFile file(path);
+    if (!file.IsOpen()) {
+        kxbase::ErrorContext context;
+        context.file = kxbase::Encode_UTF8(path);
+        throw kxbase::KXHeaderReadingException("Cannot open file", context);
+    }
+    return VerifyScan(file, options);
+}
+
+}  // namespace kxio
