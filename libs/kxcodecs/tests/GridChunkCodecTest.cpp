@@ -28,7 +28,8 @@ std::vector<T> Ranges(uint32_t width, uint32_t height, uint32_t seed, uint32_t h
             const double wave = 40000 + 3000 * std::sin(x * 0.05) + 2000 * std::cos(y * 0.03);
             const auto noise = static_cast<int>(random() % 31) - 15;
             const bool hole = (x / 9 + y / 5) % 100 < holes / 2 || random() % 200 < holes;
-            values.push_back(hole ? T{0} : static_cast<T>(wave + noise));
+            // Elements too small for the range keep its low part, which is noise of another kind.
+            values.push_back(hole ? T{0} : static_cast<T>(static_cast<int32_t>(wave + noise)));
         }
     }
     return values;

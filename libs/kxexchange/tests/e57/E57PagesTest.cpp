@@ -57,8 +57,8 @@ TEST(E57Pages, ContentIsReadAcrossPagesFromAnyPlace) {
     kxbase::InMemoryStream stream(plain::PlainPages(content));
     E57PageReader reader(stream, "a.e57");
     EXPECT_EQ(reader.LogicalBytes(), content.size());
-    for (const size_t at : {0, 1, 1019, 1020, 1021, 130 * 1020 - 3, 299 * 1020}) {
-        for (const size_t count : {1, 2, 5, 1020}) {
+    for (const size_t at : std::vector<size_t>{0, 1, 1019, 1020, 1021, 130 * 1020 - 3, 299 * 1020}) {
+        for (const size_t count : std::vector<size_t>{1, 2, 5, 1020}) {
             Bytes out(count);
             reader.Read(at, out, "piece");
             EXPECT_TRUE(std::equal(out.begin(), out.end(), content.begin() + static_cast<ptrdiff_t>(at)));
@@ -108,7 +108,7 @@ TEST(E57Pages, ReadingBehindTheEndIsRefused) {
 }
 
 TEST(E57Pages, WrittenPagesAreWhatTheyShouldBe) {
-    for (const size_t bytes : {1, 1019, 1020, 1021, 600 * 1020, 1300 * 1020 + 17}) {
+    for (const size_t bytes : std::vector<size_t>{1, 1019, 1020, 1021, 600 * 1020, 1300 * 1020 + 17}) {
         Bytes content = Count(bytes);
         kxbase::InMemoryStream stream;
         E57PageWriter writer(stream);
