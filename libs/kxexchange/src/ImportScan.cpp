@@ -19,6 +19,7 @@
 #include "SourceFacts.h"
 #include "TextFormat.h"
 #include "kxbase/UTF8.h"
+#include "kxcodecs/JPEG.h"
 #include "kxio/QSNScanWriter.h"
 
 namespace kxexchange {
@@ -38,8 +39,20 @@ constexpr double kNotableBound = 0.01;
 // A larger picture is no thumbnail.
 constexpr uint64_t kMostThumbnailBytes = uint64_t{4} << 20;
 
-bool IsJpeg(const std::vector<unsigned char>& bytes) {
-    return bytes.size() > 3 && bytes[0] == 0xff && bytes[1] == 0xd8 && bytes[2] == 0xff;
+constexpr uint64_t kMostThumbnailPixels = uint64_t{1} << 24;
+
+bool IsThumbnail(const std::vector<unsigned char>& bytes) {
+    unsigned width = 0, height = 0;
+    if (bytes.size() > kMostThumbnailBytes ||
+        !kxcodecs::JPEG::ReadSize(bytes.data(), bytes.size(), width, height) ||
+        uint64_t{width} * height > kMostThumbnailPixels) {
+        return false;
+    }
+    unsigned char* pixels = nullptr;
+    uint64_t count = 0;
+    const bool whole = kxcodecs::JPEG::Decode(bytes.data(), bytes.size(), pixels, count, width, height);
+    kxcodecs::JPEG::Free(pixels);
+    return whole;
 }
 
 // The intake works on the components of a patch in parallel; how wide is a property of the calling thread.
@@ -211,7 +224,7 @@ void Import::KeepImage() {
             continue;
         }
         std::vector<unsigned char> bytes = image.load();
-        if (bytes.size() > kMostThumbnailBytes || !IsJpeg(bytes)) continue;
+        if (!IsThumbnail(bytes)) continue;
         m_thumbnail = std::move(bytes);
         m_message.keepsakes.emplace_back("image", PercentEncode(image.name));
         return;

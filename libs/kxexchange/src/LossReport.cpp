@@ -119,9 +119,9 @@ LossReport ForeseeLosses(const ScanDescription& description, const FormatCapabil
         how = "to " + std::to_string(capabilities.intensityBits) + " significant bits";
     }
     foresight.Add(description.intensity.present, "intensity", intensity, how);
-    foresight.Add(
-        description.intensity.present && description.intensity.minimum && description.intensity.maximum,
-        "declared intensity range", capabilities.intensityRange);
+    foresight.Add(description.intensity.present && description.intensity.minimum &&
+                      description.intensity.maximum && !description.intensity.assumedRange,
+                  "declared intensity range", capabilities.intensityRange);
 
     Fate color = capabilities.color;
     how.clear();
@@ -135,7 +135,7 @@ LossReport ForeseeLosses(const ScanDescription& description, const FormatCapabil
     foresight.Add(!description.images.empty(), "images", capabilities.images);
     foresight.Add(!description.name.empty(), "name", capabilities.name);
     foresight.Add(!description.text.empty(), "description", capabilities.text);
-    foresight.Add(description.uuid.has_value(), "UUID", capabilities.uuid);
+    foresight.Add(description.uuid.has_value() && !description.uuidMade, "UUID", capabilities.uuid);
     foresight.Add(description.acquisitionStart.IsSet() || description.acquisitionEnd.IsSet(), "dates",
                   capabilities.dates);
     foresight.Add(!description.sensor.Empty(), "sensor", capabilities.sensor);

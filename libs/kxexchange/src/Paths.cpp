@@ -11,6 +11,17 @@ namespace kxexchange {
 
 namespace {
 
+// What file systems allow for one name.
+constexpr size_t kMostNameBytes = 255;
+
+// The first bytes of a UTF-8 text, cut between two characters.
+std::string Shortened(const std::string& text, size_t bytes) {
+    if (text.size() <= bytes) return text;
+    while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xc0) == 0x80)
+        --bytes;
+    return text.substr(0, bytes);
+}
+
 // A name that no other file has: two exports to one target do not write into each other.
 std::filesystem::path TemporaryName(const std::filesystem::path& target) {
     constexpr char kDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
@@ -21,8 +32,8 @@ std::filesystem::path TemporaryName(const std::filesystem::path& target) {
         std::string ending = ".part-";
         for (int digit = 0; digit < 8; ++digit)
             ending += kDigits[random() % 36];
-        path = target;
-        path += ending;
+        path = target.parent_path() /
+               TextPath(Shortened(PathText(target.filename()), kMostNameBytes - ending.size()) + ending);
         std::error_code error;
         if (!std::filesystem::exists(path, error)) break;
     }

@@ -88,8 +88,10 @@ LayoutMessage QsnSource::FindLayout() {
 void QsnSource::DescribeIntensity(const LayoutMessage& message, ScanDescription& description) const {
     FieldDescription& intensity = description.intensity;
     const auto declare = [&](double least, double greatest) {
-        if (!intensity.minimum) intensity.minimum = least;
-        if (!intensity.maximum) intensity.maximum = greatest;
+        if (intensity.minimum && intensity.maximum) return;
+        intensity.minimum = least;
+        intensity.maximum = greatest;
+        intensity.assumedRange = true;
     };
     switch (message.intensity.kind) {
         case IntensityMapping::Kind::None:
@@ -117,6 +119,7 @@ void QsnSource::Describe(LayoutMessage& message, ScanDescription& description) c
     if (description.sensor.model.empty())
         description.sensor.model = kxbase::Encode_UTF8(properties.scannerModel);
     if (!properties.scanUUID.IsZero()) description.uuid = properties.scanUUID;
+    description.uuidMade = std::erase(message.keepsakes, kUuidMade) != 0;
     if (!properties.parentUUID.IsZero()) description.original = properties.parentUUID;
     if (properties.dateStatus != 1) {
         description.acquisitionStart = properties.firstDate;

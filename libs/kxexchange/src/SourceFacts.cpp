@@ -105,10 +105,11 @@ void StoreFacts(const ScanDescription& description, LayoutMessage& message) {
         if (!text.empty()) message.keepsakes.emplace_back(fact.key, PercentEncode(text));
     }
     const FieldDescription& intensity = description.intensity;
-    if (intensity.present && intensity.minimum && intensity.maximum) {
+    if (intensity.present && intensity.minimum && intensity.maximum && !intensity.assumedRange) {
         const double range[] = {*intensity.minimum, *intensity.maximum};
         message.keepsakes.emplace_back(kIntensityRange, JoinNumbers(range));
     }
+    if (!description.uuid || description.uuidMade) message.keepsakes.push_back(kUuidMade);
     if (description.original) {
         message.keepsakes.emplace_back(kOriginal, kxbase::Encode_UTF8(description.original->ToWString()));
     }

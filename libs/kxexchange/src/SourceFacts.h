@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "kxexchange/GridLayout.h"
 #include "kxexchange/ScanDescription.h"
@@ -13,6 +14,9 @@ namespace kxexchange {
 std::string PercentEncode(std::string_view text);
 /// The way back; a % without two hexadecimal digits stands for itself.
 std::string PercentDecode(std::string_view text);
+
+/// The keepsake of a scan whose source has no UUID.
+inline const std::pair<std::string, std::string> kUuidMade{"uuid", "made"};
 
 /// Puts into the message what a description says and a .qsn file has no field for: name, text, sensor,
 /// declared range of the intensities, the scan's original.

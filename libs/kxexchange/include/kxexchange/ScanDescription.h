@@ -32,6 +32,8 @@ struct FieldDescription {
     std::string unit;               ///< "m", "rad", "1" for a share of 1, "count"; empty when unknown
     std::optional<double> minimum;  ///< declared range, when the format declares one
     std::optional<double> maximum;
+    bool assumedRange =
+        false;  ///< minimum and maximum follow from the storage; the file does not declare them
     std::optional<double> precision;  ///< step of the stored values, in `unit`
     NumberKind numbers = NumberKind::Unknown;
 };
@@ -77,6 +79,7 @@ struct ScanDescription {
     std::string name;                      ///< UTF-8; may be empty
     std::string text;                      ///< the file's own words about the scan
     std::optional<kxbase::UUID> uuid;      ///< of the scan
+    bool uuidMade = false;                 ///< made up at the import: nothing is lost with it
     std::optional<kxbase::UUID> original;  ///< of the scan it was made from
     kxbase::Date acquisitionStart;         ///< UTC; not set when unknown
     kxbase::Date acquisitionEnd;

@@ -13,6 +13,7 @@
 #include "kxexchange/LossReport.h"
 #include "kxexchange/PositionBound.h"
 #include "kxexchange/Progress.h"
+#include "kxexchange/RecodeScan.h"
 #include "kxexchange/ScanDescription.h"
 #include "kxexchange/ScanSink.h"
 #include "kxexchange/ScanSource.h"
