@@ -18,6 +18,16 @@ namespace qsn {
 namespace {
 
 const CommandDescription kCommands[] = {
+    {"convert",
+     "Turn scans of any format into any other",
+     {{"qsn convert scan.ptx room.qsn", "one scan; what changes or is lost is reported"},
+      {"qsn convert --json --to qsn several.ptx folder/",
+       "every scan a file of its own; report for programs"},
+      {"qsn convert scan.qsn several.ptx all.ptx", "all scans in one file"},
+      {"qsn convert --codec color=jpeg scan.qsn small.qsn", "the same scan, stored otherwise"},
+      {"qsn convert --strict scan.qsn copy.ptx", "only if nothing is lost by it"}},
+     true,
+     MakeConvertCommand},
     {"import",
      "Turn a scan in another format into a .qsn file",
      {{"qsn import scan.ptx scan.qsn", "the whole scan, with the usual settings"},

@@ -8,6 +8,7 @@
 namespace qsn {
 
 std::unique_ptr<Command> MakeBoxCommand();
+std::unique_ptr<Command> MakeConvertCommand();
 std::unique_ptr<Command> MakeEditCommand();
 std::unique_ptr<Command> MakeExportCommand();
 std::unique_ptr<Command> MakeHistogramCommand();

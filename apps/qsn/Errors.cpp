@@ -75,6 +75,7 @@ ExitCode ExitCodeOf(const std::exception& error) {
     if (Is<UsageError>(error)) return ExitWrongUsage;
     if (const auto* ended = dynamic_cast<const Ended*>(&error)) return ended->Code();
     if (const auto* failure = dynamic_cast<const Failure*>(&error)) return failure->Code();
+    if (Is<kxexchange::LossException>(error)) return ExitDifferent;
     if (const auto* known = dynamic_cast<const kxbase::KXException*>(&error))
         return CodeOfLibraryError(*known);
     if (Is<std::bad_alloc>(error)) return ExitLimit;

@@ -18,6 +18,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// What file systems take for one name, not for the path as a whole.
+constexpr size_t kMostNameBytes = 255;
+
 fs::path FolderOf(const fs::path& path) {
     return path.has_parent_path() ? path.parent_path() : fs::path(".");
 }
@@ -59,6 +62,12 @@ void RequireOutputAllowed(const std::string& path, bool force, const std::vector
     }
     if (!ToPath(path).has_filename())
         throw Failure(fmt::format("'{}': no name of a file", path), ExitWriteFailed);
+    const size_t nameBytes = ToUtf8(ToPath(path).filename()).size();
+    if (nameBytes > kMostNameBytes) {
+        throw Failure(fmt::format("{}: a name of {} bytes; file systems take names of up to {}", path,
+                                  nameBytes, kMostNameBytes),
+                      ExitWriteFailed);
+    }
     std::error_code error;
     const fs::file_status status = fs::status(ToPath(path), error);
     if (fs::exists(status)) {

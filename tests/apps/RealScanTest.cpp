@@ -134,7 +134,7 @@ TEST(ImportCommand, AFileWithADamagedSecondScanKeepsTheFirst) {
     const std::string second = MakeSmallPtx(13, 10);
     folder.Write("two.ptx", MakeSmallPtx(12, 10) + second.substr(0, second.size() / 2));
     const ProgramResult result = RunQsn({"import", "two.ptx", "out.qsn"}, here);
-    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_EQ(result.exitCode, 6);
     EXPECT_NE(result.err.find("two.ptx"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("line "), std::string::npos) << result.err;
     EXPECT_EQ(folder.Names(), (Names{"out_1.qsn", "two.ptx"}));

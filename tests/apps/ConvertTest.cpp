@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+// qsn convert: many to many, many to one, folders, standard streams, going on after an interruption, losses.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "DocumentedKeys.h"
+#include "RunProgram.h"
+#include "SamplePtx.h"
+#include "TemporaryFolder.h"
+
+namespace qsn {
+namespace {
+
+using Names = std::vector<std::string>;
+namespace fs = std::filesystem;
+
+class Convert : public testing::Test {
+protected:
+    ProgramResult Run(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), "convert");
+        return RunQsn(arguments, Here());
+    }
+    nlohmann::json Json(std::vector<std::string> arguments, int exitCode = 0) const {
+        arguments.insert(arguments.begin(), "--json");
+        const ProgramResult result = Run(arguments);
+        EXPECT_EQ(result.exitCode, exitCode) << result.err;
+        return nlohmann::json::parse(result.out, nullptr, false);
+    }
+    ProgramOptions Here() const { return {folder.Path(), {}, false}; }
+    void MakeFolder(const std::string& name) const { fs::create_directory(folder.File(name)); }
+    Names NamesIn(const std::string& name) const {
+        Names names;
+        for (const auto& entry : fs::directory_iterator(folder.File(name)))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    static bool Contains(const std::string& text, const std::string& piece) {
+        return text.find(piece) != std::string::npos;
+    }
+
+    TemporaryFolder folder;
+};
+
+TEST_F(Convert, AnyFormatToAnyOther) {
+    folder.Write("a.ptx", MakeSmallPtx());
+    EXPECT_EQ(Run({"a.ptx", "b.qsn"}).exitCode, 0);
+    EXPECT_EQ(Run({"b.qsn", "c.ptx"}).exitCode, 0);
+    EXPECT_EQ(Run({"c.ptx", "d.ply"}).exitCode, 0);  // past .qsn
+    EXPECT_EQ(Run({"b.qsn", "d2.ply"}).exitCode, 0);
+    EXPECT_EQ(Run({"b.qsn", "e.qsn"}).exitCode, 0);
+    EXPECT_EQ(Run({"e.qsn", "f.ptx"}).exitCode, 0);
+    EXPECT_EQ(folder.Read("f.ptx"), folder.Read("c.ptx"));
+    EXPECT_EQ(folder.Names(), (Names{"a.ptx", "b.qsn", "c.ptx", "d.ply", "d2.ply", "e.qsn", "f.ptx"}));
+}
+
+TEST_F(Convert, ImportAndExportAreTheSameCode) {
+    folder.Write("a.ptx", MakeSmallPtx());
+    ASSERT_EQ(RunQsn({"import", "a.ptx", "b.qsn"}, Here()).exitCode, 0);
+    ASSERT_EQ(Run({"a.ptx", "c.qsn"}).exitCode, 0);
+    ASSERT_EQ(RunQsn({"export", "b.qsn", "b.ptx"}, Here()).exitCode, 0);
+    ASSERT_EQ(Run({"c.qsn", "c.ptx"}).exitCode, 0);
+    EXPECT_EQ(folder.Read("b.ptx"), folder.Read("c.ptx"));
+}
+
+TEST_F(Convert, AFileOfSeveralScansBecomesSeveralFiles) {
+    folder.Write("two.ptx", MakeSmallPtx(12, 10) + MakeSmallPtx(13, 10));
+    EXPECT_EQ(Run({"two.ptx", "room.qsn"}).exitCode, 0);
+    EXPECT_EQ(folder.Names(), (Names{"room_1.qsn", "room_2.qsn", "two.ptx"}));
+    EXPECT_EQ(Run({"--scan", "2", "two.ptx", "second.ply"}).exitCode, 0);
+    EXPECT_TRUE(folder.Has("second.ply"));
+    const ProgramResult beyond = Run({"--scan", "3", "two.ptx", "third.ply"});
+    EXPECT_EQ(beyond.exitCode, 2) << beyond.err;
+    const ProgramResult name = Run({"--scan", "kitchen", "two.ptx", "third.ply"});
+    EXPECT_EQ(name.exitCode, 2);
+    EXPECT_TRUE(Contains(name.err, "'kitchen'")) << name.err;
+    EXPECT_FALSE(folder.Has("third.ply"));
+}
+
+TEST_F(Convert, SeveralFilesBecomeOneWhereTheFormatCan) {
+    folder.Write("one.ptx", MakeSmallPtx(12, 10));
+    folder.Write("two.ptx", MakeSmallPtx(13, 10) + MakeSmallPtx(14, 10));
+    const auto json = Json({"one.ptx", "two.ptx", "all.ptx"});
+    ASSERT_EQ(json["scans"].size(), 3U);
+    EXPECT_EQ(json["scans"][2]["source"], "two.ptx");
+    EXPECT_EQ(json["scans"][2]["scan"], 2);
+    EXPECT_EQ(Json({"all.ptx", "back.qsn"})["scans"].size(), 3U);
+    EXPECT_EQ(Json({"back_1.qsn", "back_2.qsn", "back_3.qsn", "again.ptx"})["scans"].size(), 3U);
+    // Where it cannot, the files are numbered.
+    EXPECT_EQ(Run({"back_1.qsn", "back_2.qsn", "point.ply"}).exitCode, 0);
+    EXPECT_TRUE(folder.Has("point_1.ply") && folder.Has("point_2.ply"));
+}
+
+TEST_F(Convert, FoldersAreInputsAndOutputs) {
+    MakeFolder("in");
+    folder.Write("in/a.ptx", MakeSmallPtx(12, 10));
+    folder.Write("in/b.c.ptx", MakeSmallPtx(12, 10) + MakeSmallPtx(13, 10));
+    folder.Write("in/readme.txt", "no scan");
+    EXPECT_EQ(Run({"--to", "qsn", "in", "out/"}).exitCode, 0);
+    EXPECT_EQ(NamesIn("out"), (Names{"a.qsn", "b.c_1.qsn", "b.c_2.qsn"}));
+    const ProgramResult untold = Run({"in", "out"});
+    EXPECT_EQ(untold.exitCode, 2);
+    EXPECT_TRUE(Contains(untold.err, "--to")) << untold.err;
+    MakeFolder("empty");
+    EXPECT_EQ(Run({"--to", "qsn", "empty", "out"}).exitCode, 2);
+}
+
+TEST_F(Convert, TwoInputsThatWouldBecomeOneFileAreRefused) {
+    MakeFolder("x");
+    MakeFolder("y");
+    folder.Write("x/a.ptx", MakeSmallPtx(12, 10));
+    folder.Write("y/a.ptx", MakeSmallPtx(12, 10));
+    const ProgramResult result = Run({"--to", "qsn", "x", "y", "out/"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(Contains(result.err, "two scans")) << result.err;
+}
+
+TEST_F(Convert, StandardStreamsCarryAScanEitherWay) {
+    folder.Write("a.ptx", MakeSmallPtx());
+    ASSERT_EQ(Run({"a.ptx", "a.qsn"}).exitCode, 0);
+    ASSERT_EQ(Run({"a.qsn", "plain.ptx"}).exitCode, 0);
+    EXPECT_EQ(RunShellLine("qsn convert --from ptx --to qsn - - < a.ptx > b.qsn", Here()).exitCode, 0);
+    // .qsn files are known by their first bytes.
+    const ProgramResult piped = RunShellLine("qsn convert -q --to ptx - - < b.qsn", Here());
+    EXPECT_EQ(piped.exitCode, 0) << piped.err;
+    EXPECT_EQ(piped.out, folder.Read("plain.ptx"));
+    EXPECT_EQ(Run({"a.qsn", "-"}).exitCode, 2);
+    EXPECT_EQ(Run({"--json", "--to", "ptx", "a.qsn", "-"}).exitCode, 2);
+    EXPECT_EQ(folder.Names(), (Names{"a.ptx", "a.qsn", "b.qsn", "plain.ptx"}));
+}
+
+TEST_F(Convert, OneBadInputDoesNotCostTheOthers) {
+    folder.Write("a.ptx", MakeSmallPtx(12, 10));
+    folder.Write("bad.ptx", "12\n10\nnonsense\n");
+    folder.Write("c.ptx", MakeSmallPtx(12, 10));
+    const auto json = Json({"--to", "qsn", "a.ptx", "bad.ptx", "c.ptx", "."}, 6);
+    EXPECT_EQ(json["scans"].size(), 2U);
+    ASSERT_EQ(json["failures"].size(), 1U);
+    EXPECT_EQ(json["failures"][0]["source"], "bad.ptx");
+    EXPECT_EQ(json["failures"][0]["exitCode"], 5);
+    EXPECT_TRUE(folder.Has("a.qsn") && folder.Has("c.qsn"));
+    EXPECT_FALSE(folder.Has("bad.qsn"));
+    // With nothing made at all, the failure is the answer.
+    EXPECT_EQ(Run({"--to", "qsn", "bad.ptx", "missing.ptx", "out/"}).exitCode, 5);
+}
+
+TEST_F(Convert, FinishedScansAreNotDoneAgainAfterAFailure) {
+    folder.Write("a.ptx", MakeSmallPtx(12, 10));
+    folder.Write("b.ptx", MakeSmallPtx(13, 10).substr(0, 900));
+    const std::vector<std::string> line = {"--to", "qsn", "a.ptx", "b.ptx", "out/"};
+    Json(line, 6);
+    EXPECT_EQ(NamesIn("out").size(), 2U);  // one scan, and what is known of it
+    const auto first = fs::last_write_time(folder.File("out/a.qsn"));
+    folder.Write("b.ptx", MakeSmallPtx(13, 10));
+    const auto json = Json(line);
+    EXPECT_EQ(json["scans"][0]["finishedBefore"], true);
+    EXPECT_EQ(json["scans"][1]["finishedBefore"], false);
+    EXPECT_EQ(fs::last_write_time(folder.File("out/a.qsn")), first);
+    EXPECT_EQ(NamesIn("out"), (Names{"a.qsn", "b.qsn"}));  // nothing is left to know
+    // Now they are files like any others.
+    EXPECT_EQ(Run(line).exitCode, 7);
+}
+
+TEST_F(Convert, AnOutputThatWasChangedOrHasAnotherSourceIsNeverTakenForFinished) {
+    folder.Write("a.ptx", MakeSmallPtx(12, 10));
+    folder.Write("b.ptx", "12\nbroken");
+    const std::vector<std::string> line = {"--to", "qsn", "a.ptx", "b.ptx", "out/"};
+    Json(line, 6);
+    // Another command: other options shape another file.
+    EXPECT_EQ(Run({"--scale", "range=1", "--to", "qsn", "a.ptx", "b.ptx", "out/"}).exitCode, 7);
+    // A source that changed.
+    folder.Write("a.ptx", MakeSmallPtx(14, 10));
+    EXPECT_EQ(Run(line).exitCode, 7);
+    folder.Write("a.ptx", MakeSmallPtx(12, 10));
+    // An output that changed.
+    fs::remove(folder.File("out/a.qsn"));
+    Json(line, 6);
+    std::ofstream(folder.File("out/a.qsn"), std::ios::app) << "more";
+    EXPECT_EQ(Run(line).exitCode, 7);
+    // --force does everything again.
+    EXPECT_EQ(Json({"--force", "--to", "qsn", "a.ptx", "b.ptx", "out/"}, 6)["scans"][0]["finishedBefore"],
+              false);
+}
+
+TEST_F(Convert, AnInterruptionLeavesOnlyWhatIsCompleteAndTheNextRunGoesOn) {
+    folder.Write("a.ptx", MakeSmallPtx(12, 10));
+    folder.Write("b.ptx", MakeSmallPtx(1400, 1000));
+    MakeFolder("out");
+    const std::vector<std::string> line = {"convert", "--threads", "1",     "--to",  "qsn",
+                                           "--patch", "64",        "a.ptx", "b.ptx", "out"};
+    Program program(QsnPath(), line, Here());
+    // a.qsn, the journal, and the hidden file of b.
+    while (program.IsRunning() && NamesIn("out").size() < 3)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    program.Signal(SIGINT);
+    const ProgramResult stopped = program.Wait();
+    EXPECT_EQ(stopped.exitCode, 130) << stopped.err;
+    const Names left = NamesIn("out");
+    EXPECT_EQ(left.size(), 2U);
+    EXPECT_EQ(left.back(), "a.qsn");
+    const ProgramResult rest = RunQsn(line, Here());
+    EXPECT_EQ(rest.exitCode, 0) << rest.err;
+    EXPECT_TRUE(Contains(rest.err, "finished before")) << rest.err;
+    EXPECT_EQ(NamesIn("out"), (Names{"a.qsn", "b.qsn"}));
+}
+
+TEST_F(Convert, LossesAreReportedAndStrictRefusesThem) {
+    folder.Write("a.ptx", MakeSmallPtx());
+    ASSERT_EQ(Run({"a.ptx", "a.qsn"}).exitCode, 0);
+    const ProgramResult told = Run({"a.qsn", "b.ply"});
+    EXPECT_EQ(told.exitCode, 0);
+    EXPECT_TRUE(Contains(told.err, "lost: grid")) << told.err;
+    const ProgramResult refused = Run({"--strict", "a.qsn", "c.ply"});
+    EXPECT_EQ(refused.exitCode, 1) << refused.err;
+    EXPECT_TRUE(Contains(refused.err, "grid")) << refused.err;
+    EXPECT_FALSE(folder.Has("c.ply"));
+    EXPECT_EQ(Run({"--strict", "a.qsn", "c.ptx"}).exitCode, 0);
+    EXPECT_EQ(Run({"--strict", "--no-color", "a.qsn", "d.ptx"}).exitCode, 1);
+    const auto json = Json({"a.qsn", "e.xyz"});
+    for (const auto& loss : json["scans"][0]["losses"])
+        EXPECT_TRUE(loss["fate"] == "kept" || loss["fate"] == "converted" || loss["fate"] == "lost") << loss;
+}
+
+TEST_F(Convert, UsageIsChecked) {
+    folder.Write("a.ptx", MakeSmallPtx());
+    const std::pair<std::vector<std::string>, std::string> table[] = {
+        {{"a.ptx"}, "IN"},
+        {{"a.ptx", "out.nothing"}, ".ply"},
+        {{"--to", "nothing", "a.ptx", "out"}, "nothing"},
+        {{"--from", "nothing", "a.ptx", "out.qsn"}, "nothing"},
+        {{"--coordinates", "round", "a.ptx", "out.ply"}, "round"},
+        {{"--decimals", "0", "a.ptx", "out.xyz"}, "--decimals"},
+        {{"--local", "--registered", "a.ptx", "out.ply"}, "exclude"},
+        {{"--scan", "0", "a.ptx", "out.ply"}, "--scan"},
+        {{"-f", "a.ptx", "a.ptx"}, "input itself"},
+    };
+    for (const auto& [arguments, piece] : table) {
+        const ProgramResult result = Run(arguments);
+        EXPECT_EQ(result.exitCode, 2) << piece << ": " << result.err;
+        EXPECT_TRUE(Contains(result.err, piece)) << result.err;
+    }
+    EXPECT_EQ(Run({"missing.ptx", "out.qsn"}).exitCode, 3);
+    EXPECT_EQ(folder.Names(), Names{"a.ptx"});
+}
+
+TEST_F(Convert, NamesOfThreeHundredCharactersInAllWork) {
+    // 255 bytes a name is what file systems take; the whole path is longer.
+    const std::string deep =
+        "R\xc3\xa4ume \xe7\x82\xb9\xe7\xbe\xa4 \xf0\x9f\x93\xa1 " + std::string(100, 'd');
+    MakeFolder(deep);
+    const std::string base = deep + "/" + std::string(251, 'n');
+    folder.Write(base + ".ptx", MakeSmallPtx());
+    for (const char* ending : {".qsn", ".xyz"}) {
+        const ProgramResult result = Run({base + ".ptx", base + ending});
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_TRUE(folder.Has(base + ending));
+    }
+    EXPECT_EQ(NamesIn(deep).size(), 3U);
+}
+
+TEST_F(Convert, TheGuideListsTheKeysOfTheJson) {
+    folder.Write("a.ptx", MakeSmallPtx(12, 10));
+    folder.Write("bad.ptx", "12\n");
+    ExpectDocumentedKeys({Json({"--to", "qsn", "a.ptx", "bad.ptx", "out/"}, 6)}, "### JSON of `qsn convert`");
+}
+
+}  // namespace
+}  // namespace qsn
