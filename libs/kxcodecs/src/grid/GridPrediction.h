@@ -102,10 +102,10 @@ KXGRID_INLINE void Predict16(Predictor predictor, const uint32_t* a, const uint3
         case Predictor::Slope15:
             return PredictWith<15, 2, -1, 0>(a, b, out);
         case Predictor::Zero:
-            for (uint32_t i = 0; i < kBlock; ++i)
-                out[i] = 0;
-            return;
+            break;
     }
+    for (uint32_t i = 0; i < kBlock; ++i)
+        out[i] = 0;
 }
 
 }  // namespace kxcodecs::grid
