@@ -106,7 +106,7 @@ TEST(QsnCommand, WrongUsageExitsWithTwoAndSaysWhy) {
         {{"preview", "scan.qsn", "out.png", "--size", "800"}, "--size 800"},
         {{"preview", "scan.qsn", "out.png", "--size", "1x1"}, "--size 1x1"},
         {{"preview", "scan.qsn", "scan.qsn"}, "input itself"},
-        {{"export", "scan.qsn", "out.las"}, ".ply"},
+        {{"export", "scan.qsn", "out.laz"}, ".ply"},
         {{"export", "scan.qsn", "out.ply", "--local", "--registered"}, "--local"},
         {{"info", "\xff.qsn"}, "UTF-8"},
     };

@@ -87,12 +87,15 @@ struct ScanFileExport::Impl {
             context.file = PathText(file.Path());
             throw kxbase::KXFileNotOpenException("Cannot open file", context);
         }
-        sink = format.make(stream, options.sink);
+        SinkOptions sinkOptions = options.sink;
+        sinkOptions.gzip = sinkOptions.gzip || LowerCase(PathText(path)).ends_with(".gz");
+        sink = format.make(stream, sinkOptions);
     }
 
     bool AppliesPose() const {
         return options.registration == RegistrationUse::Apply ||
-               (options.registration == RegistrationUse::Default && format.capabilities.pose != Fate::Kept);
+               (options.registration == RegistrationUse::Default &&
+                format.capabilities.pose == Fate::Converted);
     }
     Treatment Prepare(const std::string& name, ScanDescription& description, ExportReport& report) const;
     void Pump(ScanSource& source, const ScanDescription& description, const Treatment& treatment,
@@ -198,9 +201,9 @@ ScanFileExport::ScanFileExport(const std::filesystem::path& outPath, const SinkF
 ScanFileExport::~ScanFileExport() = default;
 
 CoordinateKind ScanFileExport::WantedCoordinates(const SinkFormat& format, const ExportOptions& options) {
-    const bool holdsPose = format.capabilities.pose == Fate::Kept;
+    const bool takesPose = format.capabilities.pose == Fate::Converted;
     const bool applies = options.registration == RegistrationUse::Apply ||
-                         (options.registration == RegistrationUse::Default && !holdsPose);
+                         (options.registration == RegistrationUse::Default && takesPose);
     if (applies || format.capabilities.spherical != Fate::Kept) return CoordinateKind::Cartesian;
     return options.sink.coordinateKind.value_or(CoordinateKind::Spherical);
 }

@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <array>
 
+#include "ExrSink.h"
+#include "LasSink.h"
+#include "NpySink.h"
 #include "Paths.h"
+#include "PcdSink.h"
 #include "PlySink.h"
+#include "PngSink.h"
+#include "PtsSink.h"
 #include "PtxSink.h"
 #include "XyzSink.h"
 #include "e57/E57Sink.h"
@@ -18,9 +24,16 @@ std::unique_ptr<ScanSink> Make(kxbase::IOutFileStream& stream, const SinkOptions
 }
 
 constexpr std::array<std::string_view, 1> kE57Endings{".e57"};
-constexpr std::array<std::string_view, 1> kPtxEndings{".ptx"};
+constexpr std::array<std::string_view, 2> kPtxEndings{".ptx", ".ptx.gz"};
 constexpr std::array<std::string_view, 1> kPlyEndings{".ply"};
-constexpr std::array<std::string_view, 1> kXyzEndings{".xyz"};
+constexpr std::array<std::string_view, 2> kXyzEndings{".xyz", ".xyz.gz"};
+constexpr std::array<std::string_view, 1> kPtsEndings{".pts"};
+constexpr std::array<std::string_view, 1> kPcdEndings{".pcd"};
+constexpr std::array<std::string_view, 1> kLasEndings{".las"};
+constexpr std::array<std::string_view, 1> kNpyEndings{".npy"};
+constexpr std::array<std::string_view, 1> kNpzEndings{".npz"};
+constexpr std::array<std::string_view, 1> kPngEndings{".png"};
+constexpr std::array<std::string_view, 1> kExrEndings{".exr"};
 
 // Every format that can be written: one line each.
 const std::array kFormats{
@@ -28,6 +41,13 @@ const std::array kFormats{
     SinkFormat{"PTX", kPtxEndings, PtxSink::Capabilities(), &Make<PtxSink>},
     SinkFormat{"PLY", kPlyEndings, PlySink::Capabilities(), &Make<PlySink>},
     SinkFormat{"XYZ", kXyzEndings, XyzSink::Capabilities(), &Make<XyzSink>},
+    SinkFormat{"PTS", kPtsEndings, PtsSink::Capabilities(), &Make<PtsSink>},
+    SinkFormat{"PCD", kPcdEndings, PcdSink::Capabilities(), &Make<PcdSink>},
+    SinkFormat{"LAS", kLasEndings, LasSink::Capabilities(), &Make<LasSink>},
+    SinkFormat{"NPY", kNpyEndings, NpySink::Capabilities(), &Make<NpySink>},
+    SinkFormat{"NPZ", kNpzEndings, NpzSink::Capabilities(), &Make<NpzSink>},
+    SinkFormat{"PNG", kPngEndings, PngSink::Capabilities(), &Make<PngSink>},
+    SinkFormat{"EXR", kExrEndings, ExrSink::Capabilities(), &Make<ExrSink>},
 };
 
 }  // namespace

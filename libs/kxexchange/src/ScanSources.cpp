@@ -4,6 +4,9 @@
 #include <string_view>
 
 #include "Paths.h"
+#include "PcdSource.h"
+#include "PlySource.h"
+#include "PointTextSource.h"
 #include "PtxSource.h"
 #include "QsnSource.h"
 #include "e57/E57Source.h"
@@ -23,6 +26,10 @@ std::unique_ptr<ScanSource> Make(std::unique_ptr<kxbase::IInFileStream> stream, 
 
 constexpr std::array<std::string_view, 1> kE57Endings{".e57"};
 constexpr std::array<std::string_view, 2> kPtxEndings{".ptx", ".ptx.gz"};
+constexpr std::array<std::string_view, 1> kPlyEndings{".ply"};
+constexpr std::array<std::string_view, 1> kPcdEndings{".pcd"};
+constexpr std::array<std::string_view, 2> kXyzEndings{".xyz", ".xyz.gz"};
+constexpr std::array<std::string_view, 2> kPtsEndings{".pts", ".pts.gz"};
 constexpr std::array<std::string_view, 1> kQsnEndings{".qsn"};
 // The tag of the first record.
 constexpr std::string_view kQsnMagic = "\x5e\xde\x73\x9b\xdb\x7e\x79\xab";
@@ -31,6 +38,10 @@ constexpr std::string_view kQsnMagic = "\x5e\xde\x73\x9b\xdb\x7e\x79\xab";
 constexpr std::array kFormats{
     SourceFormat{"E57", kE57Endings, "ASTM-E57", &Make<E57Source>},
     SourceFormat{"PTX", kPtxEndings, {}, &Make<PtxSource>},
+    SourceFormat{"PLY", kPlyEndings, "ply", &Make<PlySource>},
+    SourceFormat{"PCD", kPcdEndings, "# .PCD", &Make<PcdSource>},
+    SourceFormat{"XYZ", kXyzEndings, {}, &Make<XyzSource>},
+    SourceFormat{"PTS", kPtsEndings, {}, &Make<PtsSource>},
     SourceFormat{"QSN", kQsnEndings, kQsnMagic, &Make<QsnSource>},
 };
 

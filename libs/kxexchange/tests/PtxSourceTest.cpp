@@ -422,15 +422,20 @@ TEST(ScanSources, TheNameTellsTheFormat) {
     EXPECT_TRUE(IsImportable("folder/A.PTX.GZ"));
     EXPECT_FALSE(IsImportable("a.gz"));
     EXPECT_FALSE(IsImportable(".ptx"));
-    EXPECT_FALSE(IsImportable("a.pts"));
+    EXPECT_TRUE(IsImportable("a.pts"));
+    EXPECT_TRUE(IsImportable("a.ply"));
+    EXPECT_TRUE(IsImportable("a.PCD"));
+    EXPECT_TRUE(IsImportable("a.xyz.gz"));
+    EXPECT_FALSE(IsImportable("a.las"));
     try {
-        OpenScanSource("a.pts");
+        OpenScanSource("a.las");
         FAIL();
     } catch (const kxbase::KXBadInputException& e) {
         EXPECT_STREQ(e.what(), "Unknown kind of scan file");
-        EXPECT_EQ(e.Context().file, "a.pts");
+        EXPECT_EQ(e.Context().file, "a.las");
         EXPECT_TRUE(e.Context().detail.starts_with("expected a name that ends in "));
         EXPECT_NE(e.Context().detail.find(" .ptx .ptx.gz"), std::string::npos);
+        EXPECT_NE(e.Context().detail.find(" .ply .pcd .xyz .xyz.gz .pts .pts.gz"), std::string::npos);
     }
     EXPECT_THROW(OpenScanSource("no-such-file.ptx"), kxbase::KXFileNotOpenException);
 }

@@ -23,7 +23,7 @@ namespace kxexchange {
 
 /// What to do with the scan's registration.
 enum class RegistrationUse {
-    Default,  ///< Keep where the format holds a pose (PTX, E57), otherwise Apply
+    Default,  ///< Apply where the format holds points and no pose (PLY, XYZ, PTS, LAS), otherwise Keep
     Keep,     ///< points in the instrument's frame; the pose beside them where the format holds one
     Apply,    ///< points in the project's frame; a format with a pose then carries the identity
 };

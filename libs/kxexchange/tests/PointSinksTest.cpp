@@ -1,0 +1,694 @@
+// SPDX-License-Identifier: MIT
+// PCD, PTS, LAS, NPY, NPZ, PNG and OpenEXR out, read back by little readers of this file.
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputFile.h>
+#include <gtest/gtest.h>
+#include <png.h>
+#include <zlib.h>
+
+#include <cmath>
+#include <cstring>
+#include <map>
+
+#include "TestTools.h"
+#include "kxbase/InMemoryStream.h"
+
+namespace kxexchange::testing {
+
+namespace {
+
+constexpr uint64_t kColumns = 12, kRows = 9;
+
+ScanDescription Described(bool color = true) {
+    ScanDescription description;
+    description.columns = kColumns;
+    description.rows = kRows;
+    description.points = kColumns * kRows;
+    description.coordinates.present = true;
+    description.intensity.present = true;
+    description.intensity.minimum = 0;
+    description.intensity.maximum = 1;
+    description.color.present = color;
+    description.classification.present = true;
+    const double pose[12] = {0.6, 0.8, 0, -0.8, 0.6, 0, 0, 0, 1, 100.25, -200.5, 3};
+    description.pose = kxbase::RegistrationInformation::FromValues(pose);
+    return description;
+}
+
+std::vector<Cell> Cells() {
+    Sweep sweep;
+    sweep.missing = 0.3;
+    std::vector<Cell> cells = MakeSweep(sweep);
+    for (size_t i = 0; i < cells.size(); ++i)
+        cells[i].classification = static_cast<uint8_t>(cells[i].valid ? i % 7 : 0);
+    return cells;
+}
+
+// What a sink makes of scans, fed a few columns at a time.
+std::string Written(const std::string& format, const std::vector<ScanDescription>& scans,
+                    const std::vector<Cell>& cells, SinkOptions options = {}, LossReport* losses = nullptr) {
+    kxbase::InMemoryStream stream;
+    const SinkFormat* const found = FindSinkFormat(format);
+    EXPECT_NE(found, nullptr);
+    const auto sink = found->make(stream, options);
+    for (const ScanDescription& scan : scans) {
+        sink->BeginScan(scan);
+        const std::span<const Cell> all(cells);
+        for (uint64_t column = 0; column < kColumns;) {
+            const uint64_t some = std::min<uint64_t>(5, kColumns - column);
+            sink->WriteColumns(all.subspan(column * kRows, some * kRows), some);
+            column += some;
+        }
+        sink->EndScan();
+        if (losses) sink->AddLosses(*losses);
+    }
+    sink->Finish();
+    const auto& bytes = stream.GetBytes();
+    EXPECT_EQ(sink->BytesWritten(), bytes.size());
+    return {bytes.begin(), bytes.end()};
+}
+
+template <class Value>
+Value At(const std::string& bytes, size_t offset) {
+    Value value{};
+    if (offset + sizeof value > bytes.size()) {
+        ADD_FAILURE() << "read behind the end";
+        return value;
+    }
+    std::memcpy(&value, bytes.data() + offset, sizeof value);
+    return value;
+}
+
+uint64_t Returns(const std::vector<Cell>& cells) {
+    return static_cast<uint64_t>(
+        std::count_if(cells.begin(), cells.end(), [](const Cell& c) { return c.valid; }));
+}
+
+// Cell of row r, column c.
+const Cell& Of(const std::vector<Cell>& cells, size_t row, size_t column) {
+    return cells[column * kRows + row];
+}
+
+TEST(PcdSink, AGridIsAnOrganisedCloud) {
+    const std::vector<Cell> cells = Cells();
+    LossReport losses;
+    const std::string pcd = Written("PCD", {Described()}, cells, {}, &losses);
+    const std::string mark = "DATA binary\n";
+    const size_t data = pcd.find(mark) + mark.size();
+    std::map<std::string, std::string> header;
+    for (size_t at = 0; at < data;) {
+        const size_t end = pcd.find('\n', at);
+        std::string line = pcd.substr(at, end - at);
+        while (line.ends_with(' '))
+            line.pop_back();
+        header[line.substr(0, line.find(' '))] = line.substr(line.find(' ') + 1);
+        at = end + 1;
+    }
+    EXPECT_EQ(header["WIDTH"], "12");
+    EXPECT_EQ(header["HEIGHT"], "9");
+    EXPECT_EQ(header["POINTS"], "108");
+    EXPECT_EQ(header["FIELDS"], "x y z intensity rgb label");
+    EXPECT_EQ(header["SIZE"], "4 4 4 4 4 4");
+    double v[7];
+    ASSERT_EQ(std::sscanf(header["VIEWPOINT"].c_str(), "%lf %lf %lf %lf %lf %lf %lf", v, v + 1, v + 2, v + 3,
+                          v + 4, v + 5, v + 6),
+              7);
+    EXPECT_EQ(v[0], 100.25);
+    EXPECT_NEAR(std::cos(2 * std::atan2(v[6], v[3])), 0.6, 1e-12);
+    EXPECT_NEAR(std::sin(2 * std::atan2(v[6], v[3])), 0.8, 1e-12);
+    ASSERT_EQ(pcd.size(), data + 108 * 24);
+    for (size_t row = 0; row < kRows; ++row) {
+        for (size_t column = 0; column < kColumns; ++column) {
+            const size_t at = data + (row * kColumns + column) * 24;
+            const Cell& cell = Of(cells, row, column);
+            EXPECT_EQ(std::isnan(At<float>(pcd, at)), !cell.valid);
+            if (!cell.valid) continue;
+            EXPECT_EQ(At<float>(pcd, at + 8), static_cast<float>(cell.z));
+            EXPECT_EQ(At<float>(pcd, at + 12), static_cast<float>(cell.intensity));
+            EXPECT_EQ(At<uint32_t>(pcd, at + 16),
+                      static_cast<uint32_t>(cell.red << 16 | cell.green << 8 | cell.blue));
+            EXPECT_EQ(At<uint32_t>(pcd, at + 20), cell.classification);
+        }
+    }
+    // And our own reader has all of it back.
+    const Scan scan = ReadScan(*SourceOf(pcd, "a.pcd"));
+    ASSERT_EQ(scan.cells.size(), cells.size());
+    for (size_t i = 0; i < cells.size(); ++i) {
+        EXPECT_EQ(scan.cells[i].valid, cells[i].valid);
+        EXPECT_EQ(scan.cells[i].x, static_cast<double>(static_cast<float>(cells[i].x)));
+        EXPECT_EQ(scan.cells[i].classification, cells[i].classification);
+    }
+    EXPECT_EQ(scan.description.pose, Described().pose);
+}
+
+TEST(PcdSink, PointsWithoutAGridAreOneRow) {
+    ScanDescription description = Described();
+    description.columns = description.rows = 0;
+    const std::vector<Cell> cells = Cells();
+    const auto source = SourceOf(Written("PCD", {description}, cells), "a.pcd");
+    EXPECT_EQ(source->OpenScan(0).points, Returns(cells));
+    EXPECT_FALSE(source->OpenScan(0).HasGrid());
+}
+
+TEST(PcdSink, APoseThatAQuaternionCannotSayStandsInAComment) {
+    ScanDescription description = Described();
+    const double mirror[12] = {-1, 0, 0, 0, 1, 0, 0, 0, 1, 1 / 3.0, 0, 0};
+    description.pose = kxbase::RegistrationInformation::FromValues(mirror);
+    LossReport losses;
+    std::string pcd = Written("PCD", {description}, Cells(), {}, &losses);
+    ASSERT_NE(losses.Find("pose"), nullptr);
+    EXPECT_EQ(losses.Find("pose")->fate, Fate::Converted);
+    EXPECT_NE(pcd.find("\n# kxio-pose 1 -1 0 0 0 1 0 0 0 1 0.3333333333333333 0 0\n"), std::string::npos);
+    EXPECT_EQ(SourceOf(pcd, "a.pcd")->OpenScan(0).pose, description.pose);
+    // Whoever changes the VIEWPOINT is believed.
+    const size_t at = pcd.find("VIEWPOINT 0.3333333333333333");
+    ASSERT_NE(at, std::string::npos);
+    pcd[at + 10] = '7';
+    const auto source = SourceOf(pcd, "a.pcd");
+    EXPECT_EQ(source->OpenScan(0).pose.Values()[9], 7 + 1 / 3.0);
+    ASSERT_EQ(source->Warnings().size(), 1u);
+    EXPECT_EQ(source->Warnings()[0], "VIEWPOINT and the comment kxio-pose differ; VIEWPOINT counts");
+}
+
+TEST(PcdSink, APoseThatAQuaternionSaysNeedsNoComment) {
+    ScanDescription description = Described();
+    description.pose = {};
+    const std::string pcd = Written("PCD", {description}, Cells());
+    EXPECT_EQ(pcd.find("kxio-pose"), std::string::npos);
+    EXPECT_NE(pcd.find("\nVIEWPOINT 0 0 0 1 0 0 0\n"), std::string::npos);
+}
+
+TEST(PcdSink, AGridOfOneRowIsSaidToBeLost) {
+    ScanDescription description = Described();
+    description.rows = 1;
+    kxbase::InMemoryStream stream;
+    const auto sink = FindSinkFormat("PCD")->make(stream, {});
+    sink->BeginScan(description);
+    sink->WriteColumns(std::span<const Cell>(Cells()).first(kColumns), kColumns);
+    sink->EndScan();
+    sink->Finish();
+    LossReport losses;
+    sink->AddLosses(losses);
+    ASSERT_NE(losses.Find("grid"), nullptr);
+    EXPECT_EQ(losses.Find("grid")->fate, Fate::Lost);
+}
+
+TEST(FormatsOfOneScan, RefuseASecondOne) {
+    for (const char* format : {"PCD", "NPY", "NPZ", "PNG", "EXR"}) {
+        EXPECT_THROW(Written(format, {Described(), Described()}, Cells()), kxbase::KXWritingException)
+            << format;
+    }
+}
+
+TEST(FormatsOfPlanes, RefuseAScanWithoutGridAndUnknownPlanes) {
+    ScanDescription description = Described();
+    description.columns = description.rows = 0;
+    for (const char* format : {"NPY", "NPZ", "PNG", "EXR"}) {
+        kxbase::InMemoryStream stream;
+        EXPECT_THROW(FindSinkFormat(format)->make(stream, {})->BeginScan(description),
+                     kxbase::KXBadInputException);
+    }
+    SinkOptions options;
+    options.plane = "colour-of-magic";
+    for (const char* format : {"NPY", "PNG"}) {
+        kxbase::InMemoryStream stream;
+        EXPECT_THROW(FindSinkFormat(format)->make(stream, options)->BeginScan(Described()),
+                     kxbase::KXBadInputException);
+    }
+}
+
+TEST(PtsSink, CountsItsPointsAndSpreadsIntensities) {
+    const std::vector<Cell> cells = Cells();
+    LossReport losses;
+    const std::string pts = Written("PTS", {Described(), Described(false)}, cells, {}, &losses);
+    const auto source = SourceOf(pts, "a.pts");
+    EXPECT_EQ(source->ScanCount(), 2u);
+    EXPECT_EQ(source->OpenScan(1).points, Returns(cells));
+    EXPECT_FALSE(source->OpenScan(1).color.present);
+    EXPECT_TRUE(source->OpenScan(0).color.present);
+    std::vector<Cell> points;
+    source->ReadColumns(1, points);
+    size_t at = 0;
+    for (const Cell& cell : cells) {
+        if (!cell.valid) continue;
+        EXPECT_EQ(points[at].intensity, std::round(cell.intensity * 4095) - 2048);
+        EXPECT_EQ(points[at].x, cell.x);
+        EXPECT_EQ(points[at].blue, cell.blue);
+        ++at;
+    }
+    EXPECT_EQ(at, points.size());
+    ASSERT_NE(losses.Find("intensity"), nullptr);
+    EXPECT_EQ(losses.Find("intensity")->inverse, "intensity = 0 + (value + 2048) / 4095");
+}
+
+TEST(PtsSink, WholeIntensitiesOfItsOwnRangeStay) {
+    ScanDescription description = Described(false);
+    description.intensity.minimum = -2048;
+    description.intensity.maximum = 2047;
+    description.intensity.numbers = NumberKind::Integer;
+    std::vector<Cell> cells = Cells();
+    for (Cell& cell : cells)
+        cell.intensity = std::round(cell.intensity * 4095) - 2048;
+    LossReport losses;
+    const auto source = SourceOf(Written("PTS", {description}, cells, {}, &losses), "a.pts");
+    source->OpenScan(0);
+    std::vector<Cell> points;
+    source->ReadColumns(1, points);
+    EXPECT_EQ(points[0].intensity,
+              std::find_if(cells.begin(), cells.end(), [](const Cell& c) { return c.valid; })->intensity);
+    EXPECT_EQ(losses.Find("intensity")->fate, Fate::Kept);
+}
+
+TEST(LasSink, HeaderAndPointsSayWhatTheScanSays) {
+    const std::vector<Cell> cells = Cells();
+    for (const bool color : {false, true}) {
+        LossReport losses;
+        const std::string las = Written("LAS", {Described(color), Described(color)}, cells, {}, &losses);
+        EXPECT_EQ(las.substr(0, 4), "LASF");
+        EXPECT_EQ(At<uint16_t>(las, 6), 0x10);
+        EXPECT_EQ(las[24], 1);
+        EXPECT_EQ(las[25], 4);
+        EXPECT_EQ(At<uint16_t>(las, 94), 375);
+        const auto data = At<uint32_t>(las, 96);
+        EXPECT_EQ(las[104], color ? 7 : 6);
+        const size_t length = At<uint16_t>(las, 105);
+        EXPECT_EQ(length, color ? 36u : 30u);
+        EXPECT_EQ(At<uint32_t>(las, 107), 0u);
+        const uint64_t points = At<uint64_t>(las, 247);
+        EXPECT_EQ(points, 2 * Returns(cells));
+        EXPECT_EQ(At<uint64_t>(las, 255), points);
+        ASSERT_EQ(las.size(), data + points * length);
+        double least[3] = {1e300, 1e300, 1e300}, greatest[3] = {-1e300, -1e300, -1e300};
+        size_t at = data;
+        for (uint16_t scan = 1; scan <= 2; ++scan) {
+            for (const Cell& cell : cells) {
+                if (!cell.valid) continue;
+                const double place[3] = {cell.x, cell.y, cell.z};
+                for (size_t axis = 0; axis < 3; ++axis) {
+                    const double value = At<int32_t>(las, at + 4 * axis) * At<double>(las, 131 + 8 * axis) +
+                                         At<double>(las, 155 + 8 * axis);
+                    EXPECT_NEAR(value, place[axis], 0.5001e-4);
+                    least[axis] = std::min(least[axis], value);
+                    greatest[axis] = std::max(greatest[axis], value);
+                }
+                EXPECT_EQ(At<uint16_t>(las, at + 12), std::round(cell.intensity * 65535));
+                EXPECT_EQ(las[at + 14], 0x11);
+                EXPECT_EQ(las[at + 16], cell.classification);
+                EXPECT_EQ(At<uint16_t>(las, at + 20), scan);
+                if (color) {
+                    EXPECT_EQ(At<uint16_t>(las, at + 30), cell.red * 257);
+                }
+                at += length;
+            }
+        }
+        for (size_t axis = 0; axis < 3; ++axis) {
+            EXPECT_EQ(At<double>(las, 179 + 16 * axis), greatest[axis]);
+            EXPECT_EQ(At<double>(las, 187 + 16 * axis), least[axis]);
+        }
+        EXPECT_EQ(losses.Find("intensity")->fate, Fate::Converted);
+        EXPECT_NE(losses.Find("intensity")->inverse.find("value x"), std::string::npos);
+    }
+}
+
+TEST(LasSink, TheForeseenLossesNameTheGrid) {
+    const LossReport losses = ForeseeLosses(Described(), FindSinkFormat("LAS")->capabilities);
+    ASSERT_NE(losses.Find("grid"), nullptr);
+    EXPECT_EQ(losses.Find("grid")->fate, Fate::Lost);
+    EXPECT_EQ(losses.Find("pose")->fate, Fate::Converted);
+}
+
+TEST(LasSink, IntensitiesOfUnknownRangeAreSurveyedAndClampedOnesCounted) {
+    ScanDescription description = Described(false);
+    description.intensity.minimum.reset();
+    description.intensity.maximum.reset();
+    std::vector<Cell> cells = Cells();
+    for (Cell& cell : cells)
+        cell.intensity = 7;
+    Cell& last = *std::find_if(cells.rbegin(), cells.rend(), [](const Cell& c) { return c.valid; });
+    last.intensity = 1e6;  // far outside of what the first columns show
+    LossReport losses;
+    Written("LAS", {description}, cells, {}, &losses);
+    EXPECT_NE(losses.Find("intensity")->detail.find("1 values lie outside"), std::string::npos);
+}
+
+TEST(LasSink, WorldCoordinatesGetAnOffsetAndWhatDoesNotFitIsRefused) {
+    std::vector<Cell> cells = Cells();
+    for (Cell& cell : cells) {
+        if (cell.valid) cell.x += 4.5e6;
+    }
+    ScanDescription description = Described(false);
+    description.pose = {};
+    const std::string las = Written("LAS", {description}, cells);
+    const auto first = std::find_if(cells.begin(), cells.end(), [](const Cell& c) { return c.valid; });
+    EXPECT_NEAR(At<int32_t>(las, 375) * 1e-4 + At<double>(las, 155), first->x, 0.6e-4);
+    std::find_if(cells.rbegin(), cells.rend(), [](const Cell& c) { return c.valid; })->x = -1e9;
+    EXPECT_THROW(Written("LAS", {description}, cells), kxbase::KXWritingException);
+}
+
+// An NPY array of (rows, columns) in Fortran order.
+struct Array {
+    std::string type;
+    std::string data;
+    template <class Value>
+    Value Get(size_t row, size_t column) const {
+        return At<Value>(data, (column * kRows + row) * sizeof(Value));
+    }
+};
+
+Array ParseNpy(const std::string& npy) {
+    EXPECT_EQ(npy.substr(0, 8), std::string("\x93NUMPY\x01\x00", 8));
+    const size_t length = At<uint16_t>(npy, 8);
+    EXPECT_EQ((10 + length) % 64, 0u);
+    const std::string header = npy.substr(10, length);
+    EXPECT_NE(header.find("'fortran_order': True"), std::string::npos);
+    EXPECT_NE(header.find("'shape': (9, 12)"), std::string::npos);
+    EXPECT_EQ(header.back(), '\n');
+    const size_t type = header.find("'descr': '") + 10;
+    return {header.substr(type, 3), npy.substr(10 + length)};
+}
+
+TEST(NpySink, OnePlaneIsAnArray) {
+    const std::vector<Cell> cells = Cells();
+    const Array range = ParseNpy(Written("NPY", {Described()}, cells));
+    EXPECT_EQ(range.type, "<f4");
+    ASSERT_EQ(range.data.size(), 4 * kColumns * kRows);
+    SinkOptions options;
+    options.plane = "intensity";
+    LossReport losses;
+    losses.Add({"colour", Fate::Kept, {}, {}});
+    const Array intensity = ParseNpy(Written("NPY", {Described()}, cells, options, &losses));
+    EXPECT_EQ(intensity.type, "<f8");
+    EXPECT_EQ(losses.Find("colour")->fate, Fate::Lost);
+    for (size_t row = 0; row < kRows; ++row) {
+        for (size_t column = 0; column < kColumns; ++column) {
+            const Cell& cell = Of(cells, row, column);
+            const auto value = range.Get<float>(row, column);
+            EXPECT_EQ(std::isnan(value), !cell.valid);
+            if (!cell.valid) continue;
+            EXPECT_NEAR(static_cast<double>(value),
+                        std::sqrt(cell.x * cell.x + cell.y * cell.y + cell.z * cell.z), 1e-5);
+            EXPECT_EQ(intensity.Get<double>(row, column), cell.intensity);
+        }
+    }
+}
+
+// The members of a zip, by its directory, each against its local header and checksum.
+std::map<std::string, std::string> Unzip(const std::string& zip) {
+    std::map<std::string, std::string> members;
+    const size_t end = zip.size() - 22;
+    EXPECT_EQ(At<uint32_t>(zip, end), 0x06054b50u);
+    EXPECT_EQ(At<uint32_t>(zip, end - 20), 0x07064b50u);
+    const auto record = At<uint64_t>(zip, end - 12);
+    EXPECT_EQ(At<uint32_t>(zip, record), 0x06064b50u);
+    const auto count = At<uint64_t>(zip, record + 32);
+    size_t at = At<uint64_t>(zip, record + 48);
+    for (uint64_t i = 0; i < count; ++i) {
+        EXPECT_EQ(At<uint32_t>(zip, at), 0x02014b50u);
+        const auto crc = At<uint32_t>(zip, at + 16);
+        const size_t nameBytes = At<uint16_t>(zip, at + 28), extraBytes = At<uint16_t>(zip, at + 30);
+        const std::string name = zip.substr(at + 46, nameBytes);
+        const size_t extra = at + 46 + nameBytes;
+        EXPECT_EQ(At<uint16_t>(zip, extra), 1);
+        const auto bytes = At<uint64_t>(zip, extra + 4), packed = At<uint64_t>(zip, extra + 12),
+                   offset = At<uint64_t>(zip, extra + 20);
+        EXPECT_EQ(At<uint32_t>(zip, offset), 0x04034b50u);
+        EXPECT_EQ(At<uint32_t>(zip, offset + 14), crc);
+        EXPECT_EQ(zip.substr(offset + 30, nameBytes), name);
+        EXPECT_EQ(At<uint64_t>(zip, offset + 30 + nameBytes + 4), bytes);
+        EXPECT_EQ(At<uint64_t>(zip, offset + 30 + nameBytes + 12), packed);
+        const size_t data = offset + 30 + nameBytes + At<uint16_t>(zip, offset + 28);
+        std::string out(bytes, '\0');
+        z_stream stream{};
+        EXPECT_EQ(inflateInit2(&stream, -15), Z_OK);
+        stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(zip.data() + data));
+        stream.avail_in = static_cast<uInt>(packed);
+        stream.next_out = reinterpret_cast<Bytef*>(out.data());
+        stream.avail_out = static_cast<uInt>(out.size());
+        EXPECT_EQ(inflate(&stream, Z_FINISH), Z_STREAM_END);
+        EXPECT_EQ(stream.total_out, bytes);
+        inflateEnd(&stream);
+        EXPECT_EQ(crc32(0, reinterpret_cast<const Bytef*>(out.data()), static_cast<uInt>(out.size())), crc);
+        members[name] = out;
+        at = extra + extraBytes;
+    }
+    return members;
+}
+
+TEST(NpzSink, HoldsAllPlanes) {
+    const std::vector<Cell> cells = Cells();
+    const auto members = Unzip(Written("NPZ", {Described()}, cells));
+    ASSERT_EQ(members.size(), 9u);
+    const Array azimuth = ParseNpy(members.at("azimuth.npy")),
+                elevation = ParseNpy(members.at("elevation.npy")), range = ParseNpy(members.at("range.npy")),
+                red = ParseNpy(members.at("red.npy")), classes = ParseNpy(members.at("classification.npy")),
+                valid = ParseNpy(members.at("valid.npy"));
+    EXPECT_EQ(red.type, "|u1");
+    for (size_t row = 0; row < kRows; ++row) {
+        for (size_t column = 0; column < kColumns; ++column) {
+            const Cell& cell = Of(cells, row, column);
+            EXPECT_EQ(valid.Get<uint8_t>(row, column), cell.valid ? 1 : 0);
+            EXPECT_EQ(red.Get<uint8_t>(row, column), cell.red);
+            EXPECT_EQ(classes.Get<uint8_t>(row, column), cell.classification);
+            if (!cell.valid) continue;
+            const double r = static_cast<double>(range.Get<float>(row, column));
+            const double a = static_cast<double>(azimuth.Get<float>(row, column));
+            const double e = static_cast<double>(elevation.Get<float>(row, column));
+            EXPECT_NEAR(r * std::cos(e) * std::cos(a), cell.x, 1e-4);
+            EXPECT_NEAR(r * std::cos(e) * std::sin(a), cell.y, 1e-4);
+            EXPECT_NEAR(r * std::sin(e), cell.z, 1e-4);
+        }
+    }
+    ScanDescription plain = Described(false);
+    plain.intensity.present = plain.classification.present = false;
+    EXPECT_EQ(Unzip(Written("NPZ", {plain}, cells)).size(), 4u);
+}
+
+// A range is a distance from the scanner: a plane takes no pose by itself.
+TEST(FormatsOfPlanes, StayInTheInstrumentsFrameUnlessAskedOtherwise) {
+    const std::vector<Cell> cells = Cells();
+    std::string text = PtxText(cells, kColumns, kRows);
+    const size_t at = text.find("0 0 0 1\n");
+    ASSERT_NE(at, std::string::npos);
+    text.replace(at, 8, "100 0 0 1\n");
+    const auto source = SourceOf(text);
+    for (const bool asked : {false, true}) {
+        TempFolder folder;
+        ExportOptions options;
+        if (asked) options.registration = RegistrationUse::Apply;
+        ScanFileExport file(folder.Path() / "a.npy", *FindSinkFormat("NPY"), options);
+        const ExportReport report = file.Add(*source, 0);
+        file.Commit();
+        ASSERT_TRUE(report.losses.Find("pose"));
+        EXPECT_EQ(report.losses.Find("pose")->fate, asked ? Fate::Converted : Fate::Lost);
+        const Array range = ParseNpy(ReadFile(folder.Path() / "a.npy"));
+        for (size_t row = 0; row < kRows; ++row) {
+            const Cell& cell = Of(cells, row, 0);
+            if (!cell.valid) continue;
+            EXPECT_NEAR(static_cast<double>(range.Get<float>(row, 0)),
+                        std::hypot(cell.x + (asked ? 100 : 0), cell.y, cell.z), 1e-4);
+        }
+    }
+}
+
+// A PNG by libpng's own simple reader: its rows as they are, and its text.
+struct Picture {
+    uint32_t width = 0, height = 0;
+    int bits = 0, channels = 0;
+    std::vector<std::vector<unsigned char>> rows;
+    std::string text;
+    unsigned Get(size_t row, size_t column, size_t channel = 0) const {
+        const size_t at = column * static_cast<size_t>(channels) + channel;
+        return bits == 16 ? static_cast<unsigned>(rows[row][2 * at] << 8 | rows[row][2 * at + 1])
+                          : rows[row][at];
+    }
+};
+
+Picture ParsePng(const std::string& bytes) {
+    Picture picture;
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    struct Input {
+        const std::string& bytes;
+        size_t at = 0;
+    } input{bytes};
+    png_set_read_fn(png, &input, [](png_structp self, png_bytep out, size_t count) {
+        auto* const in = static_cast<Input*>(png_get_io_ptr(self));
+        if (in->bytes.size() - in->at < count) png_error(self, "short");
+        std::memcpy(out, in->bytes.data() + in->at, count);
+        in->at += count;
+    });
+    png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    picture.width = png_get_image_width(png, info);
+    picture.height = png_get_image_height(png, info);
+    picture.bits = png_get_bit_depth(png, info);
+    picture.channels = png_get_channels(png, info);
+    png_bytepp rows = png_get_rows(png, info);
+    for (uint32_t i = 0; i < picture.height; ++i)
+        picture.rows.emplace_back(rows[i], rows[i] + png_get_rowbytes(png, info));
+    png_textp text = nullptr;
+    int count = 0;
+    png_get_text(png, info, &text, &count);
+    if (count == 1 && std::string(text[0].key) == "kxio") picture.text = text[0].text;
+    png_destroy_read_struct(&png, &info, nullptr);
+    return picture;
+}
+
+TEST(PngSink, RangesAreMillimetres) {
+    const std::vector<Cell> cells = Cells();
+    const Picture picture = ParsePng(Written("PNG", {Described()}, cells));
+    ASSERT_EQ(picture.width, kColumns);
+    ASSERT_EQ(picture.height, kRows);
+    EXPECT_EQ(picture.bits, 16);
+    EXPECT_EQ(picture.text, "plane=range offset=0 scale=0.001 empty=0");
+    for (size_t row = 0; row < kRows; ++row) {
+        for (size_t column = 0; column < kColumns; ++column) {
+            const Cell& cell = Of(cells, row, column);
+            const double range = std::sqrt(cell.x * cell.x + cell.y * cell.y + cell.z * cell.z);
+            EXPECT_EQ(picture.Get(row, column), cell.valid ? std::round(range * 1000) : 0);
+        }
+    }
+}
+
+TEST(PngSink, FarRangesTakeACoarserStep) {
+    std::vector<Cell> cells = Cells();
+    Cell& far = *std::find_if(cells.begin(), cells.end(), [](const Cell& c) { return c.valid; });
+    far.x = 300;
+    far.y = far.z = 0;
+    const Picture picture = ParsePng(Written("PNG", {Described()}, cells));
+    EXPECT_EQ(picture.text, "plane=range offset=0 scale=0.005 empty=0");
+}
+
+TEST(PngSink, ColoursIntensitiesAndClassesAreExactWhereTheyFit) {
+    std::vector<Cell> cells = Cells();
+    for (Cell& cell : cells)
+        cell.intensity = std::round(cell.intensity * 255);
+    SinkOptions options;
+    options.plane = "color";
+    const Picture color = ParsePng(Written("PNG", {Described()}, cells, options));
+    options.plane = "intensity";
+    LossReport losses;
+    losses.Add({"intensity", Fate::Converted, {}, {}});
+    const Picture intensity = ParsePng(Written("PNG", {Described()}, cells, options, &losses));
+    options.plane = "classification";
+    const Picture classes = ParsePng(Written("PNG", {Described()}, cells, options));
+    EXPECT_EQ(color.channels, 3);
+    EXPECT_EQ(intensity.bits, 8);
+    EXPECT_EQ(losses.Find("intensity")->fate, Fate::Kept);
+    for (size_t row = 0; row < kRows; ++row) {
+        for (size_t column = 0; column < kColumns; ++column) {
+            const Cell& cell = Of(cells, row, column);
+            EXPECT_EQ(color.Get(row, column, 0), cell.red);
+            EXPECT_EQ(color.Get(row, column, 2), cell.blue);
+            EXPECT_EQ(intensity.Get(row, column), cell.valid ? cell.intensity : 0);
+            EXPECT_EQ(classes.Get(row, column), cell.classification);
+        }
+    }
+    ScanDescription deep = Described();
+    deep.colorBits = 16;
+    for (Cell& cell : cells)
+        cell.red = static_cast<uint16_t>(cell.red * 250 + 3);
+    options.plane = "color";
+    const Picture sixteen = ParsePng(Written("PNG", {deep}, cells, options));
+    EXPECT_EQ(sixteen.bits, 16);
+    EXPECT_EQ(sixteen.Get(3, 4, 0), Of(cells, 3, 4).red);
+}
+
+TEST(PngSink, SharesOfOneGoThroughTheMappingThatTheTextNames) {
+    const std::vector<Cell> cells = Cells();
+    SinkOptions options;
+    options.plane = "intensity";
+    const Picture picture = ParsePng(Written("PNG", {Described()}, cells, options));
+    double offset = 0, scale = 0;
+    ASSERT_EQ(std::sscanf(picture.text.c_str(), "plane=intensity offset=%lf scale=%lf", &offset, &scale), 2);
+    for (size_t row = 0; row < kRows; ++row) {
+        for (size_t column = 0; column < kColumns; ++column) {
+            const Cell& cell = Of(cells, row, column);
+            if (cell.valid) {
+                EXPECT_NEAR(offset + picture.Get(row, column) * scale, cell.intensity, 0.5001 * scale);
+            }
+        }
+    }
+}
+
+TEST(ExrSink, ChannelsHoldThePlanes) {
+    const std::vector<Cell> cells = Cells();
+    TempFolder folder;
+    const auto path = folder.Path() / "a.exr";
+    WriteFile(path, Written("EXR", {Described()}, cells));
+    Imf::InputFile file(path.string().c_str());
+    size_t channels = 0;
+    for (auto it = file.header().channels().begin(); it != file.header().channels().end(); ++it)
+        ++channels;
+    EXPECT_EQ(channels, 9u);
+    std::vector<float> range(kColumns * kRows), green(range.size()), intensity(range.size());
+    Imf::FrameBuffer buffer;
+    const auto insert = [&](const char* name, std::vector<float>& values) {
+        buffer.insert(name, Imf::Slice(Imf::FLOAT, reinterpret_cast<char*>(values.data()), sizeof(float),
+                                       kColumns * sizeof(float)));
+    };
+    insert("range", range);
+    insert("G", green);
+    insert("intensity", intensity);
+    file.setFrameBuffer(buffer);
+    file.readPixels(0, kRows - 1);
+    for (size_t row = 0; row < kRows; ++row) {
+        for (size_t column = 0; column < kColumns; ++column) {
+            const Cell& cell = Of(cells, row, column);
+            const size_t at = row * kColumns + column;
+            EXPECT_EQ(std::isnan(range[at]), !cell.valid);
+            EXPECT_EQ(green[at], static_cast<float>(cell.green / 255.0));
+            if (!cell.valid) continue;
+            EXPECT_NEAR(static_cast<double>(range[at]), std::hypot(std::hypot(cell.x, cell.y), cell.z), 1e-5);
+            EXPECT_EQ(intensity[at], static_cast<float>(cell.intensity));
+        }
+    }
+}
+
+TEST(PtxSink, GzipAndSeveralScansComeBack) {
+    const std::vector<Cell> cells = Cells();
+    SinkOptions options;
+    options.gzip = true;
+    options.threads = 3;
+    ScanDescription plain = Described(false);
+    plain.classification.present = false;
+    const std::string packed = Written("PTX", {plain, plain}, cells, options);
+    EXPECT_EQ(packed.substr(0, 2), "\x1f\x8b");
+    const auto source = SourceOf(packed, "a.ptx.gz");
+    EXPECT_EQ(source->ScanCount(), 2u);
+    const Scan scan = ReadScan(*source, 1);
+    EXPECT_EQ(scan.description.pose, plain.pose);
+    for (size_t i = 0; i < cells.size(); ++i)
+        EXPECT_EQ(scan.cells[i].y, cells[i].y);
+}
+
+TEST(PtxSink, LongTextBecomesSeveralMembersOfOneText) {
+    const Sweep sweep{.columns = 400, .rows = 300};
+    const std::vector<Cell> cells = MakeSweep(sweep);
+    ScanDescription description = Described(false);
+    description.columns = 400;
+    description.rows = 300;
+    std::string texts[2];
+    for (const bool gzip : {false, true}) {
+        kxbase::InMemoryStream stream;
+        SinkOptions options;
+        options.gzip = gzip;
+        options.threads = 2;
+        const auto sink = FindSinkFormat("PTX")->make(stream, options);
+        sink->BeginScan(description);
+        sink->WriteColumns(cells, 400);
+        sink->EndScan();
+        sink->Finish();
+        texts[gzip ? 1 : 0].assign(stream.GetBytes().begin(), stream.GetBytes().end());
+    }
+    EXPECT_GT(texts[0].size(), size_t{3} << 20);
+    EXPECT_LT(texts[1].size(), texts[0].size() / 2 + texts[0].size() / 4);
+    const Scan plain = ReadScan(*SourceOf(texts[0])), packed = ReadScan(*SourceOf(texts[1], "a.ptx.gz"));
+    for (size_t i = 0; i < cells.size(); ++i)
+        ASSERT_EQ(plain.cells[i].x, packed.cells[i].x);
+}
+
+}  // namespace
+
+}  // namespace kxexchange::testing
