@@ -44,7 +44,8 @@ void ApplyCodec(const std::string& text, ImportOptions& options) {
         {"color", &ImportOptions::colorCodec},
     };
     static constexpr std::pair<const char*, Codec> kCodecs[] = {
-        {"zlib", Codec::Zlib}, {"snappy", Codec::Snappy}, {"jpeg", Codec::Jpeg}};
+        {"zlib", Codec::Zlib}, {"snappy", Codec::Snappy}, {"jpeg", Codec::Jpeg},
+        {"zstd", Codec::Zstd}, {"grid", Codec::Grid},     {"grid-fast", Codec::GridFast}};
 
     const auto [component, wanted] = SplitAssignment("--codec", text);
     for (const auto& [name, member] : kTargets) {
@@ -57,7 +58,8 @@ void ApplyCodec(const std::string& text, ImportOptions& options) {
             return;
         }
         throw UsageError(
-            fmt::format("--codec {}: '{}' is no codec; expected zlib, snappy or jpeg", text, wanted));
+            fmt::format("--codec {}: '{}' is no codec; expected zlib, snappy, zstd, grid, grid-fast or jpeg",
+                        text, wanted));
     }
     throw UsageError(fmt::format("--codec {}: '{}' has no codec; expected range, angles, intensity or color",
                                  text, component));

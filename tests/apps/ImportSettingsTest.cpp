@@ -43,6 +43,12 @@ TEST(ImportSettings, EachComponentHasItsCodec) {
     EXPECT_EQ(options.colorCodec, Codec::Jpeg);
     ApplyCodec("color=zlib", options);
     EXPECT_EQ(options.colorCodec, Codec::Zlib);
+    ApplyCodec("range=grid", options);
+    EXPECT_EQ(options.rangeCodec, Codec::Grid);
+    ApplyCodec("angles=grid-fast", options);
+    EXPECT_EQ(options.angleCodec, Codec::GridFast);
+    ApplyCodec("color=zstd", options);
+    EXPECT_EQ(options.colorCodec, Codec::Zstd);
 }
 
 TEST(ImportSettings, CodecRefusesWhatLosesRangesAndWhatIsUnknown) {

@@ -17,7 +17,7 @@ constexpr size_t kWorthThreads = 4096;
 // Cells in memory at a time, but for a single longer column.
 constexpr uint64_t kMostBlockCells = uint64_t{1} << 23;
 // Bytes that one stored byte of any codec can stand for.
-constexpr uint64_t kMostExpansion = 1032;
+constexpr uint64_t kMostExpansion = 32768;
 
 // A message without an intensity mapping over a file that has intensities: they are a share of the whole.
 constexpr IntensityMapping kUnit{IntensityMapping::Kind::Unit, 0, 1.0 / 65535};

@@ -6,9 +6,11 @@
 #include <limits>
 
 #include "kxbase/Exceptions.h"
+#include "kxcodecs/GridChunkCodec.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
+#include "kxcodecs/ZstdChunkCodec.h"
 
 namespace kxexchange {
 
@@ -142,6 +144,13 @@ std::unique_ptr<kxcodecs::QKXChunkCodec> MakeCodec(Codec codec, int compressionL
         case Codec::Jpeg:
             made = std::make_unique<kxcodecs::JPEGChunkCodec>();
             break;
+        case Codec::Zstd:
+            made = std::make_unique<kxcodecs::ZstdChunkCodec>();
+            break;
+        case Codec::Grid:  // its modes have names, not levels
+            return std::make_unique<kxcodecs::GridChunkCodec>(kxcodecs::GridChunkCodec::Mode::Balanced);
+        case Codec::GridFast:
+            return std::make_unique<kxcodecs::GridChunkCodec>(kxcodecs::GridChunkCodec::Mode::Fast);
     }
     if (!made) Refuse("codec", "no such codec");
     if (compressionLevel >= 0) made->SetCompressionLevel(compressionLevel);

@@ -372,6 +372,33 @@ TEST(ImportScan, CodecsAndComponentsFollowTheOptions) {
     EXPECT_FALSE(reader.IsHistogramAvailable(kxbase::Luminance16));
 }
 
+TEST(ImportScan, GridAndZstdCodecsKeepWhatZLibKeeps) {
+    const TempFolder folder;
+    ImportOptions options;
+    ImportScan(*SourceOf(SmallText()), 0, folder / "plain.qsn", options);
+    options.rangeCodec = Codec::Grid;
+    options.angleCodec = Codec::GridFast;
+    options.intensityCodec = Codec::Grid;
+    options.colorCodec = Codec::Zstd;
+    options.compressionLevel = 9;
+    ImportScan(*SourceOf(SmallText()), 0, folder / "grid.qsn", options);
+    const kxio::QSNScanReader plainReader((folder / "plain.qsn").wstring());
+    const kxio::QSNScanReader gridReader((folder / "grid.qsn").wstring());
+    const std::map<ComponentType, std::string> expected{
+        {kxbase::Range, "Grid"},      {kxbase::VerticalAngle, "Grid"}, {kxbase::HorizontalAngle, "Grid"},
+        {kxbase::Luminance8, "Grid"}, {kxbase::Luminance16, "Grid"},   {kxbase::Color, "Zstd"}};
+    EXPECT_EQ(gridReader.GetScanInformation().componentCodecs, expected);
+    const kxio::ScanAccess plain(plainReader), grid(gridReader);
+    for (const ComponentType component : plain.Components()) {
+        const uint32_t bytes = plain.ElementBytes(component);
+        std::vector<unsigned char> fromPlain(plain.GetGridRect().CellCount() * bytes),
+            fromGrid(fromPlain.size());
+        plain.ReadRectBytes(component, plain.GetGridRect(), bytes, fromPlain);
+        grid.ReadRectBytes(component, grid.GetGridRect(), bytes, fromGrid);
+        EXPECT_EQ(fromGrid, fromPlain) << static_cast<uint32_t>(component);
+    }
+}
+
 TEST(ImportScan, LossyColourStaysClose) {
     // Smooth colours, as JPEG wants them.
     std::vector<Cell> cells = SmallSweepCells(false);

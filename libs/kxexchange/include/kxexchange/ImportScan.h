@@ -23,7 +23,10 @@ namespace kxexchange {
 enum class Codec {
     Zlib,
     Snappy,
-    Jpeg,  ///< lossy; colour only
+    Jpeg,      ///< lossy; colour only
+    Zstd,      ///< general
+    Grid,      ///< made for ranges, angles and intensities; the smallest
+    GridFast,  ///< the same in the form that decodes quickest
 };
 
 /// How a scan becomes a .qsn file. The defaults lose nothing that a tripod scanner measures.
@@ -34,7 +37,8 @@ struct ImportOptions {
     Codec angleCodec = Codec::Zlib;
     Codec intensityCodec = Codec::Zlib;
     Codec colorCodec = Codec::Zlib;
-    int compressionLevel = -1;      ///< 0..9 for the codecs that have levels; -1: each codec's default
+    int compressionLevel =
+        -1;  ///< 0..9 for the codecs that have levels; -1: each codec's default; Grid has none
     double rangeScale = 0.1;        ///< millimetres; made coarser when a range would not fit, with a warning
     double verticalScale = 1e-6;    ///< radians
     double horizontalScale = 1e-6;  ///< radians
