@@ -28,7 +28,10 @@ BenchScan::BenchScan() {
     fs::create_directories(m_folder);
     m_qsn = m_folder / "scan.qsn";
     const auto source = kxexchange::OpenScanSource(m_ptx);
-    kxexchange::ImportScan(*source, 0, m_qsn);
+    kxexchange::ImportOptions options;  // zlib alone, so that raw zlib can be held beside it
+    options.rangeCodec = options.angleCodec = options.intensityCodec = options.colorCodec =
+        kxexchange::Codec::Zlib;
+    kxexchange::ImportScan(*source, 0, m_qsn, options);
     CollectStreams();
 }
 

@@ -17,18 +17,20 @@ namespace qsn {
 namespace {
 
 void DefineImport(CLI::App& app, std::string& patch, std::vector<std::string>& codecs,
-                  std::vector<std::string>& scales, std::string& color) {
+                  std::vector<std::string>& scales, std::string& color, CodecPresetFlags& presets) {
     app.add_option("--patch", patch,
                    "Cells per patch of a .qsn file: one number,\n"
                    "or WxH (default: 256)")
         ->type_name("SIZE");
     app.add_option("--codec", codecs,
                    "Codec of range, angles, intensity or color\n"
-                   "in a .qsn file: zlib, snappy or (color only)\n"
-                   "jpeg; may be repeated (default: zlib)")
+                   "in a .qsn file: zlib, snappy, zstd, grid,\n"
+                   "grid-fast or (color only) jpeg; may be\n"
+                   "repeated; outranks the next three")
         ->allow_extra_args(false)
         ->delimiter(',')
         ->type_name("COMPONENT=CODEC");
+    DefineCodecPresets(app, presets);
     app.add_option("--scale", scales,
                    "Smallest difference that a .qsn file keeps:\n"
                    "range in millimetres (default: 0.1);\n"
@@ -83,7 +85,7 @@ void ConversionSettings::Define(CLI::App& app, ConversionVerb verb) {
                      "Leave out cells without a return where the\n"
                      "format may do without them");
     }
-    if (verb != ConversionVerb::Export) DefineImport(app, m_patch, m_codecs, m_scales, m_color);
+    if (verb != ConversionVerb::Export) DefineImport(app, m_patch, m_codecs, m_scales, m_color, m_presets);
     app.add_flag("--no-intensity", m_noIntensity, "Leave out intensities");
     app.add_flag("--no-color", m_noColor, "Leave out colours");
     app.add_flag("--strict", m_strict,
@@ -95,6 +97,7 @@ void ConversionSettings::Define(CLI::App& app, ConversionVerb verb) {
 void ConversionSettings::Check() const {
     if (m_registered && m_local) throw UsageError("--registered and --local exclude each other");
     if (m_scan == "0") throw UsageError("--scan 0: scans are counted from 1");
+    m_presets.Check();
     RequireSourceFormat(m_from);
     RequireSinkFormat(m_to);
     kxexchange::ExportOptions ignored;
@@ -108,6 +111,7 @@ kxexchange::ImportOptions ConversionSettings::ImportOptions(const Session& sessi
     start.color = !m_noColor;
     start.strict = m_strict;
     if (!m_patch.empty()) ApplyPatch(m_patch, start);
+    if (m_presets.Any()) m_presets.Apply(start);
     if (!m_color.empty()) ApplyColor(m_color, start);
     for (const std::string& text : m_codecs)
         ApplyCodec(text, start);
@@ -149,10 +153,11 @@ std::string ConversionSettings::ScanName() const {
 std::string ConversionSettings::Text() const {
     return fmt::format(
         "scan={} from={} to={} patch={} codec={} scale={} color={} coordinates={} decimals={} "
-        "flags={}{}{}{}{}{}",
+        "flags={}{}{}{}{}{}{}{}{}",
         m_scan, m_from, m_to, m_patch, fmt::join(m_codecs, ","), fmt::join(m_scales, ","), m_color,
         m_coordinates, m_decimals, m_registered ? 'r' : '-', m_local ? 'l' : '-', m_noIntensity ? 'i' : '-',
-        m_noColor ? 'c' : '-', m_onlyReturns ? 'o' : '-', m_strict ? 's' : '-');
+        m_noColor ? 'c' : '-', m_onlyReturns ? 'o' : '-', m_strict ? 's' : '-', m_presets.fast ? 'f' : '-',
+        m_presets.small ? 'm' : '-', m_presets.plain ? 'p' : '-');
 }
 
 }  // namespace qsn

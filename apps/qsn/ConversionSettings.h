@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "ImportSettings.h"
 #include "kxexchange/ExportScan.h"
 #include "kxexchange/ImportScan.h"
 #include "kxexchange/ScanSource.h"
@@ -53,6 +54,7 @@ private:
     std::string m_to;
     std::string m_patch;
     std::vector<std::string> m_codecs;
+    CodecPresetFlags m_presets;
     std::vector<std::string> m_scales;
     std::string m_color;
     std::string m_coordinates;

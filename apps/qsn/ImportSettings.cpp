@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <CLI/CLI.hpp>
+
 #include <cmath>
 #include <utility>
 
@@ -24,6 +26,22 @@ std::pair<std::string, std::string> SplitAssignment(const std::string& option, c
 }
 
 }  // namespace
+
+void CodecPresetFlags::Check() const {
+    if (fast + small + plain > 1) throw UsageError("--fast, --small and --plain exclude each other");
+}
+
+void CodecPresetFlags::Apply(ImportOptions& options) const {
+    const Codec scan = fast ? Codec::GridFast : small ? Codec::Grid : Codec::Zlib;
+    options.rangeCodec = options.angleCodec = options.intensityCodec = scan;
+    options.colorCodec = plain ? Codec::Zlib : Codec::Zstd;
+}
+
+void DefineCodecPresets(CLI::App& app, CodecPresetFlags& flags) {
+    app.add_flag("--fast", flags.fast, "Codecs that are quickest to read");
+    app.add_flag("--small", flags.small, "Codecs that make the file smallest (default)");
+    app.add_flag("--plain", flags.plain, "zlib alone, which every reader knows");
+}
 
 void ApplyPatch(const std::string& text, ImportOptions& options) {
     if (const auto side = ParseCount(text); side && *side > 0) {

@@ -34,7 +34,7 @@ TEST(ImportSettings, EachComponentHasItsCodec) {
     ImportOptions options;
     ApplyCodec("range=snappy", options);
     EXPECT_EQ(options.rangeCodec, Codec::Snappy);
-    EXPECT_EQ(options.angleCodec, Codec::Zlib);
+    EXPECT_EQ(options.angleCodec, Codec::Grid);
     ApplyCodec("angles=snappy", options);
     EXPECT_EQ(options.angleCodec, Codec::Snappy);
     ApplyCodec("intensity=snappy", options);
@@ -49,6 +49,34 @@ TEST(ImportSettings, EachComponentHasItsCodec) {
     EXPECT_EQ(options.angleCodec, Codec::GridFast);
     ApplyCodec("color=zstd", options);
     EXPECT_EQ(options.colorCodec, Codec::Zstd);
+}
+
+TEST(ImportSettings, APresetSetsAllCodecs) {
+    const auto codecsOf = [](const CodecPresetFlags& flags) {
+        ImportOptions options;
+        options.rangeCodec = Codec::Snappy;
+        options.colorCodec = Codec::Jpeg;
+        flags.Check();
+        flags.Apply(options);
+        return std::vector{options.rangeCodec, options.angleCodec, options.intensityCodec,
+                           options.colorCodec};
+    };
+    CodecPresetFlags fast, small, plain;
+    fast.fast = small.small = plain.plain = true;
+    EXPECT_EQ(codecsOf(fast), (std::vector{Codec::GridFast, Codec::GridFast, Codec::GridFast, Codec::Zstd}));
+    EXPECT_EQ(codecsOf(small), (std::vector{Codec::Grid, Codec::Grid, Codec::Grid, Codec::Zstd}));
+    EXPECT_EQ(codecsOf(plain), std::vector(4, Codec::Zlib));
+    const ImportOptions usual;
+    EXPECT_EQ(codecsOf(small),
+              (std::vector{usual.rangeCodec, usual.angleCodec, usual.intensityCodec, usual.colorCodec}));
+}
+
+TEST(ImportSettings, PresetsExcludeEachOther) {
+    CodecPresetFlags flags;
+    EXPECT_FALSE(flags.Any());
+    EXPECT_NO_THROW(flags.Check());
+    flags.fast = flags.plain = true;
+    EXPECT_THROW(flags.Check(), UsageError);
 }
 
 TEST(ImportSettings, CodecRefusesWhatLosesRangesAndWhatIsUnknown) {

@@ -38,7 +38,7 @@ private:
 };
 
 // Bytes that one stored byte of any codec can stand for.
-constexpr uint64_t kMostExpansion = 1032;
+constexpr uint64_t kMostExpansion = 32768;
 
 class Recoding {
 public:
@@ -314,7 +314,10 @@ ImportOptions OptionsOf(const std::filesystem::path& scanPath) {
         const auto found = properties.componentCodecs.find(component);
         if (found == properties.componentCodecs.end()) return;
         const std::string name = LowerCase(found->second);
+        if (name == "zlib") value = Codec::Zlib;
         if (name == "snappy") value = Codec::Snappy;
+        if (name == "zstd") value = Codec::Zstd;
+        if (name == "grid") value = Codec::Grid;  // which mode is not told
         if (name == "jpeg" && component == ComponentType::Color) value = Codec::Jpeg;
     };
     codec(ComponentType::Range, options.rangeCodec);

@@ -350,8 +350,8 @@ TEST(ImportScan, CodecsAndComponentsFollowTheOptions) {
     {
         const kxio::QSNScanReader reader((folder / "a.qsn").wstring());
         const std::map<ComponentType, std::string> expected{
-            {kxbase::Range, "Snappy"},         {kxbase::VerticalAngle, "ZLib"},
-            {kxbase::HorizontalAngle, "ZLib"}, {kxbase::Luminance8, "Snappy"},
+            {kxbase::Range, "Snappy"},         {kxbase::VerticalAngle, "Grid"},
+            {kxbase::HorizontalAngle, "Grid"}, {kxbase::Luminance8, "Snappy"},
             {kxbase::Luminance16, "Snappy"},   {kxbase::Color, "JPEG"}};
         EXPECT_EQ(reader.GetScanInformation().componentCodecs, expected);
         EXPECT_TRUE(reader.IsHistogramAvailable(kxbase::Luminance16));
@@ -375,6 +375,7 @@ TEST(ImportScan, CodecsAndComponentsFollowTheOptions) {
 TEST(ImportScan, GridAndZstdCodecsKeepWhatZLibKeeps) {
     const TempFolder folder;
     ImportOptions options;
+    options.rangeCodec = options.angleCodec = options.intensityCodec = options.colorCodec = Codec::Zlib;
     ImportScan(*SourceOf(SmallText()), 0, folder / "plain.qsn", options);
     options.rangeCodec = Codec::Grid;
     options.angleCodec = Codec::GridFast;

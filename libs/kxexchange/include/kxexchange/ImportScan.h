@@ -33,10 +33,10 @@ enum class Codec {
 struct ImportOptions {
     uint32_t patchWidth = 256;   ///< columns per patch; smaller where the grid is
     uint32_t patchHeight = 256;  ///< rows per patch
-    Codec rangeCodec = Codec::Zlib;
-    Codec angleCodec = Codec::Zlib;
-    Codec intensityCodec = Codec::Zlib;
-    Codec colorCodec = Codec::Zlib;
+    Codec rangeCodec = Codec::Grid;
+    Codec angleCodec = Codec::Grid;
+    Codec intensityCodec = Codec::Grid;
+    Codec colorCodec = Codec::Zstd;
     int compressionLevel =
         -1;  ///< 0..9 for the codecs that have levels; -1: each codec's default; Grid has none
     double rangeScale = 0.1;        ///< millimetres; made coarser when a range would not fit, with a warning
