@@ -14,6 +14,7 @@
 #include "kxexchange/PositionBound.h"
 #include "kxexchange/Progress.h"
 #include "kxexchange/RecodeScan.h"
+#include "kxexchange/Regrid.h"
 #include "kxexchange/ScanDescription.h"
 #include "kxexchange/ScanSink.h"
 #include "kxexchange/ScanSource.h"
