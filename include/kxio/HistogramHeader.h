@@ -17,11 +17,6 @@ namespace kxio {
 template <class Key>
 using HistogramMap = std::map<kxbase::QSNIndex, std::map<Key, uint64_t>>;
 
-/// The same with each patch's counts as a list by ascending key: a third of the memory of the maps, for those
-/// who gather the counts of a whole scan.
-template <class Key>
-using HistogramCounts = std::map<kxbase::QSNIndex, std::vector<std::pair<Key, uint64_t>>>;
-
 using ClassHistogram = HistogramMap<kxbase::ClassId>;      ///< component 18
 using SegmentHistogram = HistogramMap<kxbase::SegmentId>;  ///< component 19
 using Luminance8Histogram = HistogramMap<uint8_t>;         ///< component 4
@@ -84,8 +79,8 @@ public:
 
     /// Compresses `histogram` into the data.
     explicit HistogramHeader(const Map& histogram);
-    /// The same from lists; each must be in ascending order of its keys, without repetition.
-    explicit HistogramHeader(const HistogramCounts<typename Map::mapped_type::key_type>& counts);
+    /// Compresses the values of the chunk as listed above, eight bytes each, little-endian.
+    static HistogramHeader FromNumbers(const std::vector<unsigned char>& numbers);
     /// Takes over the data of a record just read, whatever its type tag.
     explicit HistogramHeader(const ExtendedHeader& record);
 

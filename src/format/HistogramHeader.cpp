@@ -117,9 +117,11 @@ HistogramHeader<Map>::HistogramHeader(const Map& histogram) : ExtendedHeader(Typ
 }
 
 template <class Map>
-HistogramHeader<Map>::HistogramHeader(const HistogramCounts<typename Map::mapped_type::key_type>& counts)
-    : ExtendedHeader(Type) {
-    SetNumbers(EncodeNumbers(counts, HistogramHeader::GetRecordName()));
+HistogramHeader<Map> HistogramHeader<Map>::FromNumbers(const std::vector<unsigned char>& numbers) {
+    HistogramHeader made{ExtendedHeader(Type)};
+    CheckedPayloadSize(numbers.size(), made.HistogramHeader::GetRecordName());
+    made.SetNumbers(numbers);
+    return made;
 }
 
 template <class Map>

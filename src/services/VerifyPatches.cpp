@@ -376,15 +376,9 @@ void PatchCheck::Histogram(ComponentType component, const ListedChunk& chunk, co
     if (IsJpeg(patch.header.codecId) || patch.header.step != 1.0F) return;  // other values were counted
     PatchHistograms counter;
     counter.Count(component, patch.elementBytes, patch.bytes, PlaceOf(chunk));
-    const auto compare = [&](const auto& counts) {
-        if (counts.empty()) return std::optional<std::string>();
-        return m_histogram->Compare(chunk.index, counts.begin()->second);
-    };
-    std::optional<std::string> difference;
-    if (component == kxbase::Luminance8) difference = compare(counter.Luminance8());
-    if (component == kxbase::Luminance16) difference = compare(counter.Luminance16());
-    if (component == kxbase::Class) difference = compare(counter.Classes());
-    if (component == kxbase::Segment) difference = compare(counter.Segments());
+    const auto counts = counter.All(component);
+    if (counts.empty()) return;
+    const auto difference = m_histogram->Compare(chunk.index, counts.begin()->second);
     if (!difference) return;
     result.findings.push_back(Error("histogram")
                                   .At(m_headers.histograms.at(component))

@@ -7,22 +7,13 @@ namespace kxio {
 
 namespace {
 
-// How many bytes the numbers of a histogram take: their count, then per patch its index, the number of its
-// values, and each value with its count.
-template <class Key>
-uint64_t BytesOf(const HistogramCounts<Key>& counts) {
-    uint64_t numbers = 1;
-    for (const auto& [index, values] : counts)
-        numbers += 2 + 2 * uint64_t{values.size()};
-    return 8 * numbers;
-}
-
-template <class Header, class Key>
-void Append(const HistogramCounts<Key>& counts, uint64_t maxBytes, HistogramRecords& result) {
-    if (counts.empty()) return;
-    const uint64_t bytes = BytesOf(counts);
+template <class Header>
+void Append(PatchHistograms& histograms, uint64_t maxBytes, HistogramRecords& result) {
+    const uint64_t bytes = histograms.NumberBytes(Header::Component);
+    if (bytes == 0) return;
     if (bytes <= maxBytes) {
-        result.records.push_back(std::make_unique<Header>(counts));
+        result.records.push_back(
+            std::make_unique<Header>(Header::FromNumbers(histograms.TakeNumbers(Header::Component))));
         return;
     }
     const std::string name = kxbase::ComponentToString(Header::Component);
@@ -33,12 +24,12 @@ void Append(const HistogramCounts<Key>& counts, uint64_t maxBytes, HistogramReco
 
 }  // namespace
 
-HistogramRecords MakeHistogramRecords(const PatchHistograms& histograms, uint64_t maxBytes) {
+HistogramRecords MakeHistogramRecords(PatchHistograms& histograms, uint64_t maxBytes) {
     HistogramRecords result;
-    Append<ClassHistogramHeader>(histograms.Classes(), maxBytes, result);
-    Append<SegmentHistogramHeader>(histograms.Segments(), maxBytes, result);
-    Append<Luminance8HistogramHeader>(histograms.Luminance8(), maxBytes, result);
-    Append<Luminance16HistogramHeader>(histograms.Luminance16(), maxBytes, result);
+    Append<ClassHistogramHeader>(histograms, maxBytes, result);
+    Append<SegmentHistogramHeader>(histograms, maxBytes, result);
+    Append<Luminance8HistogramHeader>(histograms, maxBytes, result);
+    Append<Luminance16HistogramHeader>(histograms, maxBytes, result);
     return result;
 }
 

@@ -23,9 +23,9 @@ struct HistogramRecords {
 /// and for what a compressor adds to bytes it cannot pack.
 inline constexpr uint64_t kMaxHistogramBytes = (uint64_t{1} << 32) - (uint64_t{1} << 24);
 
+/// Takes the counts out of `histograms`, one component after the other, but those that are left out.
 /// \param maxBytes  of the numbers of one histogram before they are packed; a larger one is left out, since
 ///                  the scan is worth more than a summary of it
-HistogramRecords MakeHistogramRecords(const PatchHistograms& histograms,
-                                      uint64_t maxBytes = kMaxHistogramBytes);
+HistogramRecords MakeHistogramRecords(PatchHistograms& histograms, uint64_t maxBytes = kMaxHistogramBytes);
 
 }  // namespace kxio

@@ -25,6 +25,7 @@
 #include "kxio/ScanProperties.h"
 #include "kxio/ThumbnailHeader.h"
 #include "writer/BufferPool.h"
+#include "writer/HistogramRecords.h"
 #include "writer/PatchHistograms.h"
 #include "writer/PatchPlace.h"
 
@@ -125,7 +126,7 @@ private:
     bool ThumbnailFrom(kxbase::ComponentType component);
     void WritePreviewsAndLimits();
     void WriteExtendedHeaders();
-    std::vector<std::unique_ptr<ExtendedHeader>> MakeExtendedHeaders() const;
+    std::vector<std::unique_ptr<ExtendedHeader>> MakeExtendedHeaders(HistogramRecords histograms) const;
     void RewriteMainHeader();
 
     // The scan.

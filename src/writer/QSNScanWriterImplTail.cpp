@@ -132,7 +132,8 @@ void QSNScanWriterImpl::WritePreviewsAndLimits() {
     m_statistics["Limits"] = limits.HeaderSize();
 }
 
-std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHeaders() const {
+std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHeaders(
+    HistogramRecords histograms) const {
     const ScanProperties& p = m_properties;
     std::vector<std::unique_ptr<ExtendedHeader>> records;
     records.push_back(std::make_unique<UUIDExtendedHeader>(p.scanUUID, p.parentUUID));
@@ -142,7 +143,6 @@ std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHead
         for (const std::wstring& text : *texts)
             records.push_back(std::make_unique<WarningExtendedHeader>(text));
     }
-    HistogramRecords histograms = MakeHistogramRecords(m_histograms);
     for (const std::wstring& text : histograms.warnings)
         records.push_back(std::make_unique<WarningExtendedHeader>(text));
     for (const auto* texts : {&m_messages, &p.messages}) {
@@ -163,7 +163,7 @@ std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHead
 }
 
 void QSNScanWriterImpl::WriteExtendedHeaders() {
-    const auto records = MakeExtendedHeaders();
+    const auto records = MakeExtendedHeaders(MakeHistogramRecords(m_histograms));
     m_mainHeader.firstExtendedHeaderPosition = m_stream->Tell();
     for (const auto& record : records) {
         const bool last = &record == &records.back();

@@ -148,18 +148,17 @@ TEST(HistogramHeader, RoundTripsThroughARecord) {
     EXPECT_STREQ(read.GetRecordName(), "Luminance16HistogramHeader");
 }
 
-TEST(HistogramHeader, ListsOfCountsGiveTheSameRecordAsMaps) {
+TEST(HistogramHeader, NumbersGiveTheSameRecordAsMaps) {
     const kxio::Luminance16Histogram map = {
         {QSNIndex(0), {{1, 2}, {65535, uint64_t{1} << 40}}}, {QSNIndex(7), {}}, {QSNIndex(8, 3), {{9, 1}}}};
-    kxio::HistogramCounts<uint16_t> lists;
-    for (const auto& [index, counts] : map)
-        lists[index].assign(counts.begin(), counts.end());
-    kxio::Luminance16HistogramHeader fromMap(map), fromLists(lists);
-    EXPECT_EQ(fromLists.GetHistogram(), map);
-    ASSERT_EQ(fromLists.GetDataBufferSize(), fromMap.GetDataBufferSize());
+    kxio::Luminance16HistogramHeader fromMap(map);
+    const auto fromNumbers = kxio::Luminance16HistogramHeader::FromNumbers(
+        NumberBytes({3, 0, 2, 1, 2, 65535, uint64_t{1} << 40, 7, 0, (uint64_t{3} << 32) | 8, 1, 9, 1}));
+    EXPECT_EQ(fromNumbers.GetHistogram(), map);
+    ASSERT_EQ(fromNumbers.GetDataBufferSize(), fromMap.GetDataBufferSize());
     EXPECT_TRUE(std::equal(fromMap.GetDataBuffer(), fromMap.GetDataBuffer() + fromMap.GetDataBufferSize(),
-                           fromLists.GetDataBuffer()));
-    EXPECT_EQ(fromLists.GetType(), kxio::Luminance16HistogramHeader::Type);
+                           fromNumbers.GetDataBuffer()));
+    EXPECT_EQ(fromNumbers.GetType(), kxio::Luminance16HistogramHeader::Type);
 }
 
 TEST(HistogramHeader, EmptyMapAndEmptyInnerMapRoundTrip) {

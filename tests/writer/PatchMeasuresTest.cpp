@@ -6,6 +6,7 @@
 #include <cstring>
 #include <random>
 
+#include "kxbase/ByteReader.h"
 #include "kxio/HistogramHeader.h"
 #include "writer/HistogramRecords.h"
 #include "writer/PatchHistograms.h"
@@ -75,8 +76,8 @@ TEST(PatchMeasures, LimitsAndPointsOfAnyBitPatternsAreThoseOfAPlainLoop) {
     }
 }
 
-template <class Key, class Getter>
-void CompareHistograms(kxbase::ComponentType component, Getter getter, unsigned bits) {
+template <class Key>
+void CompareHistograms(kxbase::ComponentType component, unsigned bits) {
     std::mt19937_64 numbers(bits);
     std::mt19937 random(bits + 1);
     for (int round = 0; round < 300; ++round) {
@@ -94,34 +95,44 @@ void CompareHistograms(kxbase::ComponentType component, Getter getter, unsigned 
                 if (Inside(place, i, false)) ++expected[values[i]];
             }
         }
-        const auto& counts = getter(histograms);
+        const auto counts = histograms.All(component);
         ASSERT_EQ(counts.size(), 1U);
         EXPECT_EQ(counts.begin()->first, kxbase::QSNIndex(place.index));
-        const std::vector<std::pair<Key, uint64_t>> list(expected.begin(), expected.end());
+        const ValueCounts list(expected.begin(), expected.end());
         EXPECT_EQ(counts.begin()->second, list);
+        // The same as eight-byte numbers, and then they are gone.
+        std::vector<uint64_t> numbersOfRecord{1, place.index, list.size()};
+        for (const auto& [value, count] : list)
+            numbersOfRecord.insert(numbersOfRecord.end(), {value, count});
+        EXPECT_EQ(histograms.NumberBytes(component), 8 * numbersOfRecord.size());
+        const std::vector<unsigned char> bytes = histograms.TakeNumbers(component);
+        ASSERT_EQ(bytes.size(), 8 * numbersOfRecord.size());
+        kxbase::ByteReader in(bytes);
+        for (const uint64_t number : numbersOfRecord)
+            ASSERT_EQ(in.U64("number"), number);
+        EXPECT_EQ(histograms.NumberBytes(component), 0U);
     }
 }
 
 TEST(PatchMeasures, HistogramsAreThoseOfAPlainLoop) {
-    CompareHistograms<uint8_t>(
-        kxbase::Luminance8, [](auto& h) -> auto& { return h.Luminance8(); }, 8);
-    CompareHistograms<uint16_t>(
-        kxbase::Luminance16, [](auto& h) -> auto& { return h.Luminance16(); }, 16);
-    CompareHistograms<uint32_t>(
-        kxbase::Class, [](auto& h) -> auto& { return h.Classes(); }, 32);
-    CompareHistograms<uint64_t>(
-        kxbase::Segment, [](auto& h) -> auto& { return h.Segments(); }, 64);
+    CompareHistograms<uint8_t>(kxbase::Luminance8, 8);
+    CompareHistograms<uint16_t>(kxbase::Luminance16, 16);
+    CompareHistograms<uint32_t>(kxbase::Class, 32);
+    CompareHistograms<uint64_t>(kxbase::Segment, 64);
 }
 
 TEST(HistogramRecords, OneTooLargeForARecordIsLeftOutWithAWarning) {
     PatchPlace place;
     place.grid.columns = place.grid.patchWidth = 4;
     place.grid.rows = place.grid.patchHeight = 1;
-    PatchHistograms histograms;
-    // Three, two and four different values: 8 x (1 + 2 + 2 n) bytes.
-    histograms.Count(kxbase::Class, 4, BytesOf(std::vector<uint32_t>{1, 2, 3, 3}), place);
-    histograms.Count(kxbase::Luminance8, 1, BytesOf(std::vector<uint8_t>{7, 7, 7, 9}), place);
-    histograms.Count(kxbase::Luminance16, 2, BytesOf(std::vector<uint16_t>{1, 2, 3, 4}), place);
+    const auto records = [&](uint64_t maxBytes) {
+        PatchHistograms histograms;
+        // Three, two and four different values: 8 x (1 + 2 + 2 n) bytes.
+        histograms.Count(kxbase::Class, 4, BytesOf(std::vector<uint32_t>{1, 2, 3, 3}), place);
+        histograms.Count(kxbase::Luminance8, 1, BytesOf(std::vector<uint8_t>{7, 7, 7, 9}), place);
+        histograms.Count(kxbase::Luminance16, 2, BytesOf(std::vector<uint16_t>{1, 2, 3, 4}), place);
+        return MakeHistogramRecords(histograms, maxBytes);
+    };
     const auto types = [](const HistogramRecords& made) {
         std::vector<uint64_t> list;
         for (const auto& record : made.records)
@@ -129,18 +140,18 @@ TEST(HistogramRecords, OneTooLargeForARecordIsLeftOutWithAWarning) {
         return list;
     };
 
-    const HistogramRecords all = MakeHistogramRecords(histograms);
+    const HistogramRecords all = records(kMaxHistogramBytes);
     EXPECT_EQ(types(all), (std::vector<uint64_t>{ClassHistogramHeader::Type, Luminance8HistogramHeader::Type,
                                                  Luminance16HistogramHeader::Type}));
     EXPECT_TRUE(all.warnings.empty());
 
-    const HistogramRecords some = MakeHistogramRecords(histograms, 72);
+    const HistogramRecords some = records(72);
     EXPECT_EQ(types(some),
               (std::vector<uint64_t>{ClassHistogramHeader::Type, Luminance8HistogramHeader::Type}));
     EXPECT_EQ(some.warnings, (std::vector<std::wstring>{L"The histogram of Luminance16 is too large for the "
                                                         L"file (88 bytes) and was left out"}));
 
-    const HistogramRecords one = MakeHistogramRecords(histograms, 71);
+    const HistogramRecords one = records(71);
     EXPECT_EQ(types(one), (std::vector<uint64_t>{Luminance8HistogramHeader::Type}));
     EXPECT_EQ(one.warnings.size(), 2U);
 }

@@ -12,6 +12,8 @@
 namespace kxcodecs {
 namespace {
 
+constexpr std::size_t kLargeChunk = std::size_t{1} << 24;
+
 struct FreeCompressor {
     void operator()(libdeflate_compressor* c) const { libdeflate_free_compressor(c); }
 };
@@ -33,9 +35,14 @@ void ZLibChunkCodec::EncodePayload(std::span<const unsigned char> bytes, const C
         libdeflate_alloc_compressor(m_level));
     if (!compressor) throw std::bad_alloc();
     const std::size_t start = out.size();
-    out.resize(start + libdeflate_zlib_compress_bound(compressor.get(), bytes.size()));
-    const std::size_t packedBytes = libdeflate_zlib_compress(compressor.get(), bytes.data(), bytes.size(),
-                                                             out.data() + start, out.size() - start);
+    const auto pack = [&](std::size_t room) {
+        out.resize(start + room);
+        return libdeflate_zlib_compress(compressor.get(), bytes.data(), bytes.size(), out.data() + start,
+                                        room);
+    };
+    // Large chunks are summaries that pack well: memory counts more than a second try.
+    std::size_t packedBytes = bytes.size() >= kLargeChunk ? pack(bytes.size() / 4) : 0;
+    if (packedBytes == 0) packedBytes = pack(libdeflate_zlib_compress_bound(compressor.get(), bytes.size()));
     if (packedBytes == 0) throw kxbase::KXException("Chunk cannot be encoded");
     out.resize(start + packedBytes);
 }
