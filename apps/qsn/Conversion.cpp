@@ -13,6 +13,7 @@
 #include "OutputFile.h"
 #include "kxbase/Exceptions.h"
 #include "kxexchange/RecodeScan.h"
+#include "kxexchange/Regrid.h"
 
 namespace qsn {
 
@@ -27,6 +28,7 @@ double SecondsSince(Clock::time_point start) {
 }
 
 bool HasScan(kxexchange::ScanSource& source, uint64_t index) {
+    if (auto* const regrid = dynamic_cast<kxexchange::RegridSource*>(&source)) return regrid->HasScan(index);
     try {
         source.OpenScan(index);
         return true;
@@ -104,7 +106,9 @@ std::unique_ptr<kxexchange::ScanSource> Conversion::Open(const Input& input) con
         options.coordinateKind = kxexchange::ScanFileExport::WantedCoordinates(
             *m_target.sink, m_settings.ExportOptions(m_session));
     }
-    return kxexchange::OpenScanSource(ToPath(input.path), options);
+    auto source = kxexchange::OpenScanSource(ToPath(input.path), options);
+    if (!m_settings.Regrid()) return source;
+    return std::make_unique<kxexchange::RegridSource>(std::move(source));
 }
 
 // One input that fails does not keep the others from being converted, nor does it cost the scans in front of

@@ -61,17 +61,25 @@ const char* VerbText(ConversionVerb verb) {
 void ConversionSettings::Define(CLI::App& app, ConversionVerb verb) {
     app.add_option("--scan", m_scan, "Only this scan of the file: its number, from 1,\nor its name")
         ->type_name("N|NAME");
-    app.add_option("--from", m_from, "Format of the input instead of what its\nending says: " + SourceNames())
+    app.add_option("--from", m_from,
+                   InHelpLines("Format of the input instead of what its ending says: " + SourceNames()))
         ->type_name("FORMAT");
+    if (verb != ConversionVerb::Export) {
+        app.add_flag("--regrid", m_regrid,
+                     "Put points without a grid on one, when they\n"
+                     "came from a single place; refuse them when\n"
+                     "they did not");
+    }
     if (verb != ConversionVerb::Import) {
-        app.add_option("--to", m_to, "Format of the output instead of what its\nending says: " + SinkNames())
+        app.add_option("--to", m_to,
+                       InHelpLines("Format of the output instead of what its ending says: " + SinkNames()))
             ->type_name("FORMAT");
         app.add_flag("--registered", m_registered,
                      "Points in the project's frame (default where\n"
-                     "the format holds no pose)");
+                     "the format holds points and no pose)");
         app.add_flag("--local", m_local,
                      "Points in the scanner's own frame (default\n"
-                     "where the format holds the pose)");
+                     "of the other formats)");
         app.add_option("--coordinates", m_coordinates,
                        "cartesian or spherical, single or double,\n"
                        "where the format leaves a choice")
@@ -81,6 +89,12 @@ void ConversionSettings::Define(CLI::App& app, ConversionVerb verb) {
                        "(default: as fine as the scan)")
             ->check(CLI::Range(1, 12).description(""))
             ->type_name("N");
+        app.add_option("--plane", m_plane,
+                       "What npy and png hold: range (default),\n"
+                       "azimuth, elevation, x, y, z, intensity, red,\n"
+                       "green, blue, classification, valid; png:\n"
+                       "also color")
+            ->type_name("NAME");
         app.add_flag("--only-returns", m_onlyReturns,
                      "Leave out cells without a return where the\n"
                      "format may do without them");
@@ -125,6 +139,7 @@ kxexchange::ExportOptions ConversionSettings::ExportOptions(const Session& sessi
     options.sink.threads = static_cast<int>(session.threads);
     options.sink.decimals = m_decimals;
     options.sink.noReturns = !m_onlyReturns;
+    options.sink.plane = m_plane;
     options.intensity = !m_noIntensity;
     options.color = !m_noColor;
     options.strict = m_strict;
@@ -152,12 +167,13 @@ std::string ConversionSettings::ScanName() const {
 
 std::string ConversionSettings::Text() const {
     return fmt::format(
-        "scan={} from={} to={} patch={} codec={} scale={} color={} coordinates={} decimals={} "
-        "flags={}{}{}{}{}{}{}{}{}",
+        "scan={} from={} to={} patch={} codec={} scale={} color={} coordinates={} decimals={} plane={} "
+        "flags={}{}{}{}{}{}{}{}{}{}",
         m_scan, m_from, m_to, m_patch, fmt::join(m_codecs, ","), fmt::join(m_scales, ","), m_color,
-        m_coordinates, m_decimals, m_registered ? 'r' : '-', m_local ? 'l' : '-', m_noIntensity ? 'i' : '-',
-        m_noColor ? 'c' : '-', m_onlyReturns ? 'o' : '-', m_strict ? 's' : '-', m_presets.fast ? 'f' : '-',
-        m_presets.small ? 'm' : '-', m_presets.plain ? 'p' : '-');
+        m_coordinates, m_decimals, m_plane, m_registered ? 'r' : '-', m_local ? 'l' : '-',
+        m_noIntensity ? 'i' : '-', m_noColor ? 'c' : '-', m_onlyReturns ? 'o' : '-', m_strict ? 's' : '-',
+        m_presets.fast ? 'f' : '-', m_presets.small ? 'm' : '-', m_presets.plain ? 'p' : '-',
+        m_regrid ? 'g' : '-');
 }
 
 }  // namespace qsn

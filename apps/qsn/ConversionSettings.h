@@ -41,6 +41,7 @@ public:
     const std::string& To() const { return m_to; }
     bool Json() const { return m_json; }
     bool Strict() const { return m_strict; }
+    bool Regrid() const { return m_regrid; }
     /// The scan asked for, from 1; nothing when a name or none was given.
     std::optional<uint64_t> ScanNumber() const;
     /// The name asked for; empty when a number or none was given.
@@ -58,12 +59,14 @@ private:
     std::vector<std::string> m_scales;
     std::string m_color;
     std::string m_coordinates;
+    std::string m_plane;
     int m_decimals = -1;
     bool m_registered = false;
     bool m_local = false;
     bool m_noIntensity = false;
     bool m_noColor = false;
     bool m_onlyReturns = false;
+    bool m_regrid = false;
     bool m_strict = false;
     bool m_json = false;
 };

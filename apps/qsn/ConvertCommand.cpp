@@ -44,22 +44,23 @@ public:
         if (m_verb == ConversionVerb::Convert) {
             // A list takes all names that there are, OUT too.
             app.formatter(std::make_shared<Formatter>());
-            app.add_option("IN", m_inputs,
-                           "Scans to read, folders of them, or - for\n"
-                           "standard input: " +
-                               SourceNames())
+            app.add_option(
+                   "IN", m_inputs,
+                   InHelpLines("Scans to read, folders of them, or - for standard input: " + SourceNames()))
                 ->required()
                 ->expected(2, -1)
                 ->type_name("");
-            app.add_option("OUT", m_output,
-                           "The file to write (several scans go into it\n"
-                           "where the format can, else to OUT_1,\n"
-                           "OUT_2 ...), a folder, or - for standard\n"
-                           "output; its ending names the format:\n" +
-                               SinkNames())
+            app.add_option(
+                   "OUT", m_output,
+                   InHelpLines("The file to write (several scans go into it where the format can, else to "
+                               "OUT_1, OUT_2 ...), a folder, or - for standard output; its ending names "
+                               "the format: " +
+                               SinkNames()))
                 ->type_name("");
         } else if (m_verb == ConversionVerb::Import) {
-            app.add_option("SCAN", m_input, "The scan to read: " + SourceNames())->required()->type_name("");
+            app.add_option("SCAN", m_input, InHelpLines("The scan to read: " + SourceNames()))
+                ->required()
+                ->type_name("");
             app.add_option("OUT", m_output,
                            "The .qsn file to write; OUT_1, OUT_2 ...\n"
                            "when SCAN holds several scans")
@@ -68,7 +69,7 @@ public:
         } else {
             app.add_option("FILE", m_input, "The .qsn file to read")->required()->type_name("");
             app.add_option("OUT", m_output,
-                           "The file to write; its ending names the\nformat: " + SinkEndings())
+                           InHelpLines("The file to write; its ending names the format: " + SinkEndings()))
                 ->required()
                 ->type_name("");
         }

@@ -8,6 +8,7 @@
 #include "OutputFile.h"
 #include "kxbase/Exceptions.h"
 #include "kxexchange/Errors.h"
+#include "kxexchange/Regrid.h"
 
 namespace qsn {
 
@@ -76,6 +77,7 @@ ExitCode ExitCodeOf(const std::exception& error) {
     if (const auto* ended = dynamic_cast<const Ended*>(&error)) return ended->Code();
     if (const auto* failure = dynamic_cast<const Failure*>(&error)) return failure->Code();
     if (Is<kxexchange::LossException>(error)) return ExitDifferent;
+    if (Is<kxexchange::NotOneStationException>(error)) return ExitUnknownFormat;
     if (const auto* known = dynamic_cast<const kxbase::KXException*>(&error))
         return CodeOfLibraryError(*known);
     if (Is<std::bad_alloc>(error)) return ExitLimit;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
 #include <vector>
 
 #include "Errors.h"
@@ -64,6 +65,21 @@ std::string SinkEndings() {
     for (const kxexchange::SinkFormat& format : kxexchange::SinkFormats())
         endings.insert(endings.end(), format.endings.begin(), format.endings.end());
     return Joined(std::move(endings));
+}
+
+std::string InHelpLines(const std::string& text) {
+    constexpr size_t kWidth = 46;
+    std::istringstream words(text);
+    std::string lines;
+    size_t used = 0;
+    for (std::string word; words >> word; used += word.size() + 1) {
+        if (used != 0 && used + word.size() > kWidth) {
+            lines += '\n';
+            used = 0;
+        }
+        lines += (used == 0 ? "" : " ") + word;
+    }
+    return lines;
 }
 
 void RequireSourceFormat(const std::string& name) {

@@ -27,6 +27,8 @@ std::string SourceNames();
 std::string SinkNames();
 /// ".e57, .ptx": endings of all formats that are written but .qsn.
 std::string SinkEndings();
+/// A text whose words are put into lines as wide as help texts have place for.
+std::string InHelpLines(const std::string& text);
 
 /// \throws UsageError  there is no such format; the empty name is fine
 void RequireSourceFormat(const std::string& name);

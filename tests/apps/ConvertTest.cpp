@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 // qsn convert: many to many, many to one, folders, standard streams, going on after an interruption, losses.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -46,6 +49,72 @@ protected:
 
     TemporaryFolder folder;
 };
+
+// A sweep of a room, as a text of points: nothing says their columns and rows.
+std::string Sweep(double aside) {
+    std::string text;
+    for (int column = 0; column < 90; ++column) {
+        for (int row = 0; row < 60; ++row) {
+            const double azimuth = 0.02 * column, elevation = 0.02 * (row - 30),
+                         range = 5 + std::sin(column * 0.3);
+            text +=
+                fmt::format("{:.6f} {:.6f} {:.6f}\n", range * std::cos(elevation) * std::cos(azimuth) + aside,
+                            range * std::cos(elevation) * std::sin(azimuth), range * std::sin(elevation));
+        }
+    }
+    return text;
+}
+
+TEST_F(Convert, PointsWithoutAGridArePutOnOneWhenAskedFor) {
+    folder.Write("room.xyz", Sweep(0));
+    const ProgramResult untold = Run({"room.xyz", "room.qsn"});
+    EXPECT_EQ(untold.exitCode, 2);
+    EXPECT_TRUE(Contains(untold.err, "--regrid")) << untold.err;
+    const auto json = Json({"--regrid", "room.xyz", "room.qsn"});
+    EXPECT_EQ(json["scans"][0]["points"], 90 * 60);
+    EXPECT_EQ(json["scans"][0]["columns"], 90);
+    EXPECT_EQ(json["scans"][0]["rows"], 60);
+    EXPECT_TRUE(
+        Contains(json["scans"][0]["warnings"].dump(), "Put on a grid of 90 x 60 cells: 5400 of 5400 points"));
+    EXPECT_EQ(RunQsn({"import", "--regrid", "room.xyz", "again.qsn"}, Here()).exitCode, 0);
+    EXPECT_EQ(Run({"--regrid", "room.xyz", "room.ptx"}).exitCode, 0);
+    EXPECT_EQ(Run({"--regrid", "room.ptx", "same.ptx"}).exitCode, 0);
+}
+
+TEST_F(Convert, PointsOfNoSinglePlaceAreRefusedAGrid) {
+    folder.Write("two.xyz", Sweep(0) + Sweep(3));
+    folder.Write("one.xyz", Sweep(0));
+    const ProgramResult refused = Run({"--regrid", "two.xyz", "two.qsn"});
+    EXPECT_EQ(refused.exitCode, 4) << refused.err;
+    EXPECT_TRUE(Contains(refused.err, "Cloud is no scan from one place")) << refused.err;
+    EXPECT_FALSE(fs::exists(folder.File("two.qsn")));
+    // The others are made all the same.
+    EXPECT_EQ(Run({"--regrid", "--to", "qsn", "two.xyz", "one.xyz", "out/"}).exitCode, 6);
+    EXPECT_EQ(NamesIn("out").back(), "one.qsn");
+}
+
+TEST_F(Convert, APlaneIsChosenByItsName) {
+    folder.Write(
+        "a.ptx",
+        "2\n1\n0 0 0\n1 0 0\n0 1 0\n0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n1 2 2 0.25\n2 4 4 0.75\n");
+    ASSERT_EQ(Run({"a.ptx", "range.npy"}).exitCode, 0);
+    ASSERT_EQ(Run({"--plane", "intensity", "a.ptx", "intensity.npy"}).exitCode, 0);
+    const std::string range = folder.Read("range.npy"), intensity = folder.Read("intensity.npy");
+    ASSERT_EQ(range.size(), 128U + 2 * 4);
+    ASSERT_EQ(intensity.size(), 128U + 2 * 8);
+    EXPECT_TRUE(Contains(range, "'descr': '<f4', 'fortran_order': True, 'shape': (1, 2)"));
+    float ranges[2];
+    std::memcpy(ranges, range.data() + 128, sizeof ranges);
+    EXPECT_EQ(ranges[0], 3.0F);
+    EXPECT_EQ(ranges[1], 6.0F);
+    double intensities[2];
+    std::memcpy(intensities, intensity.data() + 128, sizeof intensities);
+    EXPECT_EQ(intensities[0], 0.25);
+    EXPECT_EQ(intensities[1], 0.75);
+    const ProgramResult unknown = Run({"--plane", "temperature", "a.ptx", "b.npy"});
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_TRUE(Contains(unknown.err, "found temperature, expected one of range")) << unknown.err;
+}
 
 TEST_F(Convert, AnyFormatToAnyOther) {
     folder.Write("a.ptx", MakeSmallPtx());

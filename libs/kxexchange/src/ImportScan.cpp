@@ -153,7 +153,7 @@ void Import::Survey() {
     if (!m_description.HasGrid()) {
         kxbase::ErrorContext context;
         context.file = m_source.Name();
-        context.detail = "the scan has no columns and rows";
+        context.detail = "the scan has no columns and rows (--regrid seeks them)";
         throw kxbase::KXBadInputException("Scan has no grid", context);
     }
     m_survey = std::make_unique<ScanSurvey>(m_description.rows, m_description.coordinateKind);

@@ -390,6 +390,16 @@ uint64_t RegridSource::ScanCount() {
     return m_impl->inner->ScanCount();
 }
 
+bool RegridSource::HasScan(uint64_t index) {
+    m_impl->open = false;
+    try {
+        m_impl->inner->OpenScan(index);
+        return true;
+    } catch (const kxbase::KXIndexOutOfBoundsException&) {
+        return false;
+    }
+}
+
 ScanDescription RegridSource::OpenScan(uint64_t index) {
     Impl& impl = *m_impl;
     impl.open = false;

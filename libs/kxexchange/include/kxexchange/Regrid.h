@@ -61,6 +61,8 @@ public:
     std::string FormatName() const override;
     std::string Name() const override;
     uint64_t ScanCount() override;
+    /// Whether the file holds so many scans, of whatever kind. Closes the open one.
+    bool HasScan(uint64_t index);
     /// \throws NotOneStationException  the scan has no grid and is none; also what the inner source throws
     ScanDescription OpenScan(uint64_t index) override;
     uint64_t ReadColumns(uint64_t maxColumns, std::vector<Cell>& cells) override;
