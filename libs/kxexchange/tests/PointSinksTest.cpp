@@ -1,17 +1,12 @@
 // SPDX-License-Identifier: MIT
-// PCD, PTS, LAS, NPY, NPZ, PNG and OpenEXR out, read back by little readers of this file.
-#include <ImfChannelList.h>
-#include <ImfFrameBuffer.h>
-#include <ImfHeader.h>
-#include <ImfInputFile.h>
+// PCD, PTS, LAS, NPY, NPZ, PNG and OpenEXR out, read back by little readers of these tests.
 #include <gtest/gtest.h>
-#include <png.h>
-#include <zlib.h>
 
 #include <cmath>
 #include <cstring>
 #include <map>
 
+#include "PlaneFiles.h"
 #include "TestTools.h"
 #include "kxbase/InMemoryStream.h"
 
@@ -68,17 +63,6 @@ std::string Written(const std::string& format, const std::vector<ScanDescription
     const auto& bytes = stream.GetBytes();
     EXPECT_EQ(sink->BytesWritten(), bytes.size());
     return {bytes.begin(), bytes.end()};
-}
-
-template <class Value>
-Value At(const std::string& bytes, size_t offset) {
-    Value value{};
-    if (offset + sizeof value > bytes.size()) {
-        ADD_FAILURE() << "read behind the end";
-        return value;
-    }
-    std::memcpy(&value, bytes.data() + offset, sizeof value);
-    return value;
 }
 
 uint64_t Returns(const std::vector<Cell>& cells) {
@@ -347,32 +331,12 @@ TEST(LasSink, WorldCoordinatesGetAnOffsetAndWhatDoesNotFitIsRefused) {
     EXPECT_THROW(Written("LAS", {description}, cells), kxbase::KXWritingException);
 }
 
-// An NPY array of (rows, columns) in Fortran order.
-struct Array {
-    std::string type;
-    std::string data;
-    template <class Value>
-    Value Get(size_t row, size_t column) const {
-        return At<Value>(data, (column * kRows + row) * sizeof(Value));
-    }
-};
-
-Array ParseNpy(const std::string& npy) {
-    EXPECT_EQ(npy.substr(0, 8), std::string("\x93NUMPY\x01\x00", 8));
-    const size_t length = At<uint16_t>(npy, 8);
-    EXPECT_EQ((10 + length) % 64, 0u);
-    const std::string header = npy.substr(10, length);
-    EXPECT_NE(header.find("'fortran_order': True"), std::string::npos);
-    EXPECT_NE(header.find("'shape': (9, 12)"), std::string::npos);
-    EXPECT_EQ(header.back(), '\n');
-    const size_t type = header.find("'descr': '") + 10;
-    return {header.substr(type, 3), npy.substr(10 + length)};
-}
-
 TEST(NpySink, OnePlaneIsAnArray) {
     const std::vector<Cell> cells = Cells();
     const Array range = ParseNpy(Written("NPY", {Described()}, cells));
     EXPECT_EQ(range.type, "<f4");
+    ASSERT_EQ(range.rows, kRows);
+    ASSERT_EQ(range.columns, kColumns);
     ASSERT_EQ(range.data.size(), 4 * kColumns * kRows);
     SinkOptions options;
     options.plane = "intensity";
@@ -392,48 +356,6 @@ TEST(NpySink, OnePlaneIsAnArray) {
             EXPECT_EQ(intensity.Get<double>(row, column), cell.intensity);
         }
     }
-}
-
-// The members of a zip, by its directory, each against its local header and checksum.
-std::map<std::string, std::string> Unzip(const std::string& zip) {
-    std::map<std::string, std::string> members;
-    const size_t end = zip.size() - 22;
-    EXPECT_EQ(At<uint32_t>(zip, end), 0x06054b50u);
-    EXPECT_EQ(At<uint32_t>(zip, end - 20), 0x07064b50u);
-    const auto record = At<uint64_t>(zip, end - 12);
-    EXPECT_EQ(At<uint32_t>(zip, record), 0x06064b50u);
-    const auto count = At<uint64_t>(zip, record + 32);
-    size_t at = At<uint64_t>(zip, record + 48);
-    for (uint64_t i = 0; i < count; ++i) {
-        EXPECT_EQ(At<uint32_t>(zip, at), 0x02014b50u);
-        const auto crc = At<uint32_t>(zip, at + 16);
-        const size_t nameBytes = At<uint16_t>(zip, at + 28), extraBytes = At<uint16_t>(zip, at + 30);
-        const std::string name = zip.substr(at + 46, nameBytes);
-        const size_t extra = at + 46 + nameBytes;
-        EXPECT_EQ(At<uint16_t>(zip, extra), 1);
-        const auto bytes = At<uint64_t>(zip, extra + 4), packed = At<uint64_t>(zip, extra + 12),
-                   offset = At<uint64_t>(zip, extra + 20);
-        EXPECT_EQ(At<uint32_t>(zip, offset), 0x04034b50u);
-        EXPECT_EQ(At<uint32_t>(zip, offset + 14), crc);
-        EXPECT_EQ(zip.substr(offset + 30, nameBytes), name);
-        EXPECT_EQ(At<uint64_t>(zip, offset + 30 + nameBytes + 4), bytes);
-        EXPECT_EQ(At<uint64_t>(zip, offset + 30 + nameBytes + 12), packed);
-        const size_t data = offset + 30 + nameBytes + At<uint16_t>(zip, offset + 28);
-        std::string out(bytes, '\0');
-        z_stream stream{};
-        EXPECT_EQ(inflateInit2(&stream, -15), Z_OK);
-        stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(zip.data() + data));
-        stream.avail_in = static_cast<uInt>(packed);
-        stream.next_out = reinterpret_cast<Bytef*>(out.data());
-        stream.avail_out = static_cast<uInt>(out.size());
-        EXPECT_EQ(inflate(&stream, Z_FINISH), Z_STREAM_END);
-        EXPECT_EQ(stream.total_out, bytes);
-        inflateEnd(&stream);
-        EXPECT_EQ(crc32(0, reinterpret_cast<const Bytef*>(out.data()), static_cast<uInt>(out.size())), crc);
-        members[name] = out;
-        at = extra + extraBytes;
-    }
-    return members;
 }
 
 TEST(NpzSink, HoldsAllPlanes) {
@@ -490,49 +412,6 @@ TEST(FormatsOfPlanes, StayInTheInstrumentsFrameUnlessAskedOtherwise) {
                         std::hypot(cell.x + (asked ? 100 : 0), cell.y, cell.z), 1e-4);
         }
     }
-}
-
-// A PNG by libpng's own simple reader: its rows as they are, and its text.
-struct Picture {
-    uint32_t width = 0, height = 0;
-    int bits = 0, channels = 0;
-    std::vector<std::vector<unsigned char>> rows;
-    std::string text;
-    unsigned Get(size_t row, size_t column, size_t channel = 0) const {
-        const size_t at = column * static_cast<size_t>(channels) + channel;
-        return bits == 16 ? static_cast<unsigned>(rows[row][2 * at] << 8 | rows[row][2 * at + 1])
-                          : rows[row][at];
-    }
-};
-
-Picture ParsePng(const std::string& bytes) {
-    Picture picture;
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png_create_info_struct(png);
-    struct Input {
-        const std::string& bytes;
-        size_t at = 0;
-    } input{bytes};
-    png_set_read_fn(png, &input, [](png_structp self, png_bytep out, size_t count) {
-        auto* const in = static_cast<Input*>(png_get_io_ptr(self));
-        if (in->bytes.size() - in->at < count) png_error(self, "short");
-        std::memcpy(out, in->bytes.data() + in->at, count);
-        in->at += count;
-    });
-    png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
-    picture.width = png_get_image_width(png, info);
-    picture.height = png_get_image_height(png, info);
-    picture.bits = png_get_bit_depth(png, info);
-    picture.channels = png_get_channels(png, info);
-    png_bytepp rows = png_get_rows(png, info);
-    for (uint32_t i = 0; i < picture.height; ++i)
-        picture.rows.emplace_back(rows[i], rows[i] + png_get_rowbytes(png, info));
-    png_textp text = nullptr;
-    int count = 0;
-    png_get_text(png, info, &text, &count);
-    if (count == 1 && std::string(text[0].key) == "kxio") picture.text = text[0].text;
-    png_destroy_read_struct(&png, &info, nullptr);
-    return picture;
 }
 
 TEST(PngSink, RangesAreMillimetres) {
@@ -617,22 +496,12 @@ TEST(ExrSink, ChannelsHoldThePlanes) {
     TempFolder folder;
     const auto path = folder.Path() / "a.exr";
     WriteFile(path, Written("EXR", {Described()}, cells));
-    Imf::InputFile file(path.string().c_str());
-    size_t channels = 0;
-    for (auto it = file.header().channels().begin(); it != file.header().channels().end(); ++it)
-        ++channels;
-    EXPECT_EQ(channels, 9u);
-    std::vector<float> range(kColumns * kRows), green(range.size()), intensity(range.size());
-    Imf::FrameBuffer buffer;
-    const auto insert = [&](const char* name, std::vector<float>& values) {
-        buffer.insert(name, Imf::Slice(Imf::FLOAT, reinterpret_cast<char*>(values.data()), sizeof(float),
-                                       kColumns * sizeof(float)));
-    };
-    insert("range", range);
-    insert("G", green);
-    insert("intensity", intensity);
-    file.setFrameBuffer(buffer);
-    file.readPixels(0, kRows - 1);
+    const Channels channels = ReadExr(path);
+    EXPECT_EQ(channels.values.size(), 9u);
+    ASSERT_EQ(channels.rows, kRows);
+    ASSERT_EQ(channels.columns, kColumns);
+    const auto &range = channels.values.at("range"), &green = channels.values.at("G"),
+               &intensity = channels.values.at("intensity");
     for (size_t row = 0; row < kRows; ++row) {
         for (size_t column = 0; column < kColumns; ++column) {
             const Cell& cell = Of(cells, row, column);
