@@ -258,7 +258,7 @@ TEST_F(Convert, AnOutputThatWasChangedOrHasAnotherSourceIsNeverTakenForFinished)
 
 TEST_F(Convert, AnInterruptionLeavesOnlyWhatIsCompleteAndTheNextRunGoesOn) {
     folder.Write("a.ptx", MakeSmallPtx(12, 10));
-    folder.Write("b.ptx", MakeSmallPtx(1400, 1000));
+    folder.Write("b.ptx", MakeSmallPtx(700, 600));
     MakeFolder("out");
     const std::vector<std::string> line = {"convert", "--threads", "1",     "--to",  "qsn",
                                            "--patch", "64",        "a.ptx", "b.ptx", "out"};
@@ -330,6 +330,54 @@ TEST_F(Convert, NamesOfThreeHundredCharactersInAllWork) {
         EXPECT_TRUE(folder.Has(base + ending));
     }
     EXPECT_EQ(NamesIn(deep).size(), 3U);
+}
+
+TEST_F(Convert, ANameThatIsTooLongIsSaidToBe) {
+    folder.Write("a.ptx", MakeSmallPtx());
+    const ProgramResult result = Run({"a.ptx", std::string(252, 'n') + ".qsn"});
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_TRUE(Contains(result.err, "a name of 256 bytes; file systems take names of up to 255"))
+        << result.err;
+    // A number behind a name makes it longer too: what fitted by itself does so no more.
+    folder.Write("two.ptx", MakeSmallPtx(12, 10) + MakeSmallPtx(13, 10));
+    const ProgramResult numbered = Run({"two.ptx", std::string(251, 'n') + ".qsn"});
+    EXPECT_EQ(numbered.exitCode, 7);
+    EXPECT_TRUE(Contains(numbered.err, "257 bytes")) << numbered.err;
+    EXPECT_EQ(folder.Names(), (Names{"a.ptx", "two.ptx"}));
+}
+
+TEST_F(Convert, ALocaleWithADecimalCommaChangesNothing) {
+    MakeFolder("locales");
+    const std::string made = folder.File("locales/de_DE.UTF-8");
+    const std::string line = "localedef -i de_DE -f UTF-8 '" + made + "'";
+    if (RunShellLine(line, Here()).exitCode != 0) GTEST_SKIP() << "this system cannot make a German locale";
+    folder.Write("a.ptx", MakeSmallPtx());
+    ASSERT_EQ(Run({"a.ptx", "a.qsn"}).exitCode, 0);
+    ProgramOptions german = Here();
+    german.environment = {{"LOCPATH", folder.File("locales")}, {"LC_ALL", "de_DE.UTF-8"}};
+    const std::string probe = "test \"$(env printf %.1f 0)\" = 0,0";
+    ASSERT_EQ(RunShellLine(probe, german).exitCode, 0) << "the locale is not in force";
+    for (const std::string ending : {".ptx", ".xyz", ".pts", ".ply", ".pcd"}) {
+        const ProgramResult plain = Run({"a.qsn", "plain" + ending});
+        const ProgramResult local = RunQsn({"convert", "a.qsn", "local" + ending}, german);
+        EXPECT_EQ(local.exitCode, 0) << local.err;
+        EXPECT_TRUE(folder.Read("plain" + ending) == folder.Read("local" + ending)) << ending;
+    }
+    const ProgramResult result =
+        RunQsn({"convert", "--json", "--scale", "range=0.5", "a.ptx", "local.qsn"}, german);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    nlohmann::json json = nlohmann::json::parse(result.out);
+    nlohmann::json same = Json({"--scale", "range=0.5", "a.ptx", "plain.qsn"});
+    EXPECT_EQ(json["scans"][0]["losses"], same["scans"][0]["losses"]);
+}
+
+TEST_F(Convert, TheHelpSaysWhatIsKept) {
+    for (const char* verb : {"convert", "import", "export"}) {
+        const ProgramResult help = RunQsn({verb, "--help"});
+        for (const char* piece :
+             {"What is kept:", "to the last bit", "column and row", "--strict", "Examples:"})
+            EXPECT_TRUE(Contains(help.out, piece)) << verb << " " << piece;
+    }
 }
 
 TEST_F(Convert, TheGuideListsTheKeysOfTheJson) {
