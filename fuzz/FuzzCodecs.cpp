@@ -68,12 +68,12 @@ void DecodePayload(uint64_t identifier, kxbase::ByteReader& in) {
     }
     codec->Free(decoded);
     if (identifier == kIdentifiers[kGrid]) {
-        kxcodecs::grid::UseVectors(kxcodecs::grid::Vectors::Plain);
+        kxcodecs::grid::UseVectorTarget(kxcodecs::grid::VectorTargets().back());
         Bytes plain(claimed);
         Require(codec->DecodeInto(payload.data(), payload.size(), plain) == same,
                 "plain code agrees on success");
         Require(!same || plain == mine, "plain code agrees on the values");
-        kxcodecs::grid::UseVectors(kxcodecs::grid::Vectors::Wide);
+        kxcodecs::grid::UseVectorTarget("");
     }
 }
 

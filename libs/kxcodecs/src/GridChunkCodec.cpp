@@ -30,10 +30,8 @@ bool AppendGrid(std::span<const unsigned char> bytes, const ChunkHeaderInfo& lay
     if (bytes.empty() || !HasIntegers(layout.ElementBytes())) return false;
     GridSource source;
     if (!TakeApart(bytes, layout.width, layout.height, source)) return false;
-    GridPlan rows, columns;
-    MakePlan(source, Shape{layout.width, layout.height, Axis::Rows}, fast, rows);
-    MakePlan(source, Shape{layout.width, layout.height, Axis::Columns}, fast, columns);
-    const GridPlan& plan = columns.bits < rows.bits ? columns : rows;
+    GridPlan plan;
+    MakePlan(source, layout.width, layout.height, fast, plan);
     GridResiduals residuals;
     if (!PartResiduals(plan, !fast, residuals)) return false;
     WritePayload(source, plan, residuals, fast ? Form::Widths : Form::Tokens, bytes.size(), out);

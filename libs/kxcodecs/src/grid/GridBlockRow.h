@@ -32,6 +32,9 @@ struct BlockRow {
     const uint32_t** next;  ///< room for one per group
 };
 
+/// Counts the stored cells of each block of a row, given the masks of its lines.
+void CountBlockRow(const uint16_t* mask, std::size_t groups, uint32_t lines, BlockInput* blocks) noexcept;
+
 /// Fills the lines of a block row, aprons included. `low` and `tokens` are readable 16 elements beyond.
 void DecodeBlockRow(const BlockRow& row) noexcept;
 

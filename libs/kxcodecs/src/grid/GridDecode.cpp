@@ -2,7 +2,6 @@
 #include "grid/GridDecode.h"
 
 #include <algorithm>
-#include <bit>
 #include <numeric>
 
 #include "ZstdFrame.h"
@@ -45,14 +44,12 @@ void CountBlocks(const Shape& shape, Scratch& scratch, std::size_t& all, std::si
     for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
         const uint32_t first = std::max(1U, blockRow * kBlock);
         const uint32_t end = std::min(shape.Lines(), (blockRow + 1) * kBlock);
+        BlockInput* const blocks = scratch.blocks.data() + blockRow * groups;
+        CountBlockRow(scratch.mask.data() + first * groups, groups, end > first ? end - first : 0, blocks);
         for (std::size_t group = 0; group < groups; ++group) {
-            uint32_t stored = 0;
-            for (uint32_t line = first; line < end; ++line)
-                stored += static_cast<uint32_t>(std::popcount(scratch.mask[line * groups + group]));
-            const std::size_t index = blockRow * groups + group;
-            scratch.blocks[index].stored = static_cast<uint16_t>(stored);
+            const std::size_t stored = blocks[group].stored;
             all += stored;
-            ofExponent[p.exponents[index]] += stored;
+            ofExponent[p.exponents[blockRow * groups + group]] += stored;
         }
     }
 }
@@ -119,16 +116,17 @@ void LinkBlocks(bool tokens, std::size_t starts[], Scratch& scratch, std::size_t
 bool DecodeLines(const Shape& shape, const PayloadHeader& header, Scratch& scratch,
                  std::span<unsigned char> out) {
     const std::size_t stride = shape.Stride(), groups = shape.Groups();
-    Grow(scratch.lines, (kBlock + 2) * stride);
+    Grow(scratch.lines, (std::size_t{shape.Lines()} + 2) * stride);
     Grow(scratch.residuals, groups * kBlockCells + kBeyond);
     Grow(scratch.next, groups);
     const Parameters& p = scratch.parameters;
-    uint32_t* const first = scratch.lines.data() + 2 * stride + kApron;
+    uint32_t* const line0 = scratch.lines.data() + 2 * stride + kApron;
     const ElementStore store(shape, header, p, out);
     bool good = true;
     for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
         const uint32_t firstLine = blockRow * kBlock;
         const uint32_t lines = std::min(kBlock, shape.Lines() - firstLine);
+        uint32_t* const first = line0 + firstLine * stride;
         BlockRow row{};
         row.blocks = scratch.blocks.data() + blockRow * groups;
         row.groups = static_cast<uint32_t>(groups);
@@ -149,9 +147,11 @@ bool DecodeLines(const Shape& shape, const PayloadHeader& header, Scratch& scrat
             --row.lines;
         }
         DecodeBlockRow(row);
-        good = store.Put(first, stride, scratch.mask.data() + firstLine * groups, firstLine, lines) && good;
-        if (lines == kBlock) std::copy_n(first - kApron + 14 * stride, 2 * stride, scratch.lines.data());
+        if (shape.axis == Axis::Rows)
+            good =
+                store.Put(first, stride, scratch.mask.data() + firstLine * groups, firstLine, lines) && good;
     }
+    if (shape.axis == Axis::Columns) good = store.Put(line0, stride, scratch.mask.data(), 0, shape.Lines());
     return good;
 }
 

@@ -9,7 +9,7 @@
 namespace kxcodecs::grid {
 
 /// Unpacks a payload of form 1 or 2 into exactly `out`, width x height elements of 1, 2, 4 or 8 bytes; false
-/// when it is damaged. Memory: about six bytes per cell and what a block row takes.
+/// when it is damaged. Memory: about ten bytes per cell and what a row of blocks takes.
 /// \throws std::bad_alloc
 bool DecodeGrid(std::span<const unsigned char> payload, const ChunkHeaderInfo& layout,
                 std::span<unsigned char> out);

@@ -8,16 +8,23 @@
 
 #include "grid/GridSimd.h"
 
-namespace kxcodecs::grid {
-namespace {
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "grid/GridPacking.cpp"
+#include <hwy/foreach_target.h>
+// Behind foreach_target.
+#include <hwy/highway.h>
 
+#ifndef KXGRID_UNITS
+#define KXGRID_UNITS
+namespace kxcodecs::grid {
 constexpr uint32_t kLanes = 16;
 constexpr uint32_t kUnit = 256;
+}  // namespace kxcodecs::grid
+#endif
 
-uint64_t Words(uint64_t count, uint32_t bits) {
-    const uint64_t rows = (count + kLanes - 1) / kLanes;
-    return (rows * bits + 15) / 16;
-}
+HWY_BEFORE_NAMESPACE();
+namespace kxcodecs::grid::HWY_NAMESPACE {
+namespace {
 
 // One whole unit; the words of a lane are 16 apart.
 template <int Bits>
@@ -93,21 +100,24 @@ KXGRID_INLINE void UnpackAny(const unsigned char* packed, uint64_t units, uint32
     }
 }
 
-void UnpackPlain(const unsigned char* packed, uint64_t units, uint32_t bits, uint16_t* values) {
-    UnpackAny(packed, units, bits, values);
-}
-#ifdef KXGRID_WIDE
-KXGRID_WIDE_TARGET void UnpackWide(const unsigned char* packed, uint64_t units, uint32_t bits,
-                                   uint16_t* values) {
-    UnpackAny(packed, units, bits, values);
-}
-#endif
-
 void Unpack(const unsigned char* packed, uint64_t units, uint32_t bits, uint16_t* values) {
-#ifdef KXGRID_WIDE
-    if (VectorsInUse() == Vectors::Wide) return UnpackWide(packed, units, bits, values);
-#endif
-    UnpackPlain(packed, units, bits, values);
+    UnpackAny(packed, units, bits, values);
+}
+
+}  // namespace
+}  // namespace kxcodecs::grid::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace kxcodecs::grid {
+
+HWY_EXPORT(Unpack);
+
+namespace {
+
+uint64_t Words(uint64_t count, uint32_t bits) {
+    const uint64_t rows = (count + kLanes - 1) / kLanes;
+    return (rows * bits + 15) / 16;
 }
 
 }  // namespace
@@ -138,14 +148,15 @@ void PackLow(std::span<const uint16_t> values, uint32_t bits, std::vector<unsign
 
 void UnpackLow(const unsigned char* packed, uint64_t count, uint32_t bits, uint16_t* values) noexcept {
     const uint64_t units = count / kUnit;
-    Unpack(packed, units, bits, values);
+    HWY_DYNAMIC_DISPATCH(Unpack)(packed, units, bits, values);
     const uint64_t rest = count % kUnit;
     if (rest == 0) return;
     unsigned char last[kUnit * 2] = {};
     if (bits > 0) {
         std::memcpy(last, packed + units * bits * kLanes * 2, Words(rest, bits) * kLanes * 2);
     }
-    Unpack(last, 1, bits, values + units * kUnit);
+    HWY_DYNAMIC_DISPATCH(Unpack)(last, 1, bits, values + units * kUnit);
 }
 
 }  // namespace kxcodecs::grid
+#endif

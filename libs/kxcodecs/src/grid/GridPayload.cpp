@@ -217,9 +217,10 @@ bool ReadParameters(const PayloadParts& parts, const Shape& shape, Bytes& scratc
     // At most one exception and one entry of the table for each cell.
     if (unpacked < least || unpacked > least + 9 * uint64_t{shape.Cells()}) return false;
     if (unpacked > parts.parameters.size() * kMostZstdExpansion) return false;
-    scratch.resize(unpacked);
-    if (!UnpackZstdFrame(parts.parameters, scratch)) return false;
-    kxbase::ByteReader in(scratch);
+    if (scratch.size() < unpacked) scratch.resize(unpacked);
+    const std::span<unsigned char> bytes(scratch.data(), unpacked);
+    if (!UnpackZstdFrame(parts.parameters, bytes)) return false;
+    kxbase::ByteReader in(bytes);
     out.base = in.U64("base");
     out.step = in.U32("step");
     const uint32_t tableCount = in.U32("table entries");
@@ -231,6 +232,10 @@ bool ReadParameters(const PayloadParts& parts, const Shape& shape, Bytes& scratc
         const uint64_t before = i > 0 ? out.voids[i - 1] : 0, beforeThat = i > 1 ? out.voids[i - 2] : before;
         out.voids[i] = UndoZigzag64(out.voids[i]) + 2 * before - beforeThat;
     }
+    out.narrowVoids.clear();
+    for (const uint64_t value : out.voids)
+        out.narrowVoids.push_back(static_cast<uint32_t>(value));
+    if (voids > 0) out.narrowVoids.resize(voids + kBlock);
     TakePlanes(in, tableCount, out.table, "table");
     for (std::size_t i = 1; i < tableCount; ++i)
         out.table[i] += out.table[i - 1];
@@ -259,15 +264,18 @@ bool ReadMask(const PayloadParts& parts, const Shape& shape, Bytes& scratch, std
         return true;
     }
     if (words * 2 > parts.mask.size() * kMostZstdExpansion) return false;
-    scratch.resize(words * 2);
-    if (!UnpackZstdFrame(parts.mask, scratch)) return false;
+    if (scratch.size() < words * 2) scratch.resize(words * 2);
+    if (!UnpackZstdFrame(parts.mask, {scratch.data(), words * 2})) return false;
+    const auto changeOf = [&](std::size_t i) {
+        return static_cast<uint32_t>(scratch[2 * i]) | static_cast<uint32_t>(scratch[2 * i + 1]) << 8;
+    };
+    for (std::size_t i = 0; i < groups; ++i)
+        mask[i] = static_cast<uint16_t>(changeOf(i));
+    for (std::size_t i = groups; i < words; ++i)
+        mask[i] = static_cast<uint16_t>(changeOf(i) ^ mask[i - groups]);
     uint32_t beyond = 0;
-    for (std::size_t i = 0; i < words; ++i) {
-        const uint32_t change =
-            static_cast<uint32_t>(scratch[2 * i]) | static_cast<uint32_t>(scratch[2 * i + 1]) << 8;
-        mask[i] = static_cast<uint16_t>(change ^ (i >= groups ? mask[i - groups] : 0U));
-        if ((i + 1) % groups == 0) beyond |= mask[i] & ~static_cast<uint32_t>(lastWord);
-    }
+    for (std::size_t i = groups; i <= words; i += groups)
+        beyond |= mask[i - 1] & ~static_cast<uint32_t>(lastWord);
     return beyond == 0;  // cells behind the end of a line cannot be stored
 }
 

@@ -47,6 +47,7 @@ struct PayloadHeader {
 /// What the parameter frame holds.
 struct Parameters {
     std::vector<uint64_t> voids;
+    std::vector<uint32_t> narrowVoids;  ///< their lowest 32 bits, with room for a whole last group
     uint64_t base = 0;
     uint32_t step = 1;
     std::vector<uint32_t> table;

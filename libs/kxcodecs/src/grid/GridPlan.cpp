@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "grid/GridPrediction.h"
+#include "grid/GridBlockChoice.h"
 
 namespace kxcodecs::grid {
 namespace {
@@ -14,125 +14,115 @@ constexpr Predictor kAll[] = {Predictor::Copy,   Predictor::Mean3,  Predictor::M
                               Predictor::Both15, Predictor::Half1,  Predictor::Half3,  Predictor::Half7,
                               Predictor::Half15, Predictor::Slope3, Predictor::Slope7, Predictor::Slope15,
                               Predictor::Zero};
-constexpr Predictor kQuick[] = {Predictor::Copy,  Predictor::Mean3,  Predictor::Mean7, Predictor::Both3,
-                                Predictor::Both7, Predictor::Both15, Predictor::Half7, Predictor::Zero};
-
-// Greater differences count as this one when predictors are compared, so that sums stay in 32 bits.
-constexpr int32_t kMostScored = 1 << 22;
+constexpr Predictor kQuick[] = {Predictor::Copy,   Predictor::Mean3, Predictor::Both3, Predictor::Both7,
+                                Predictor::Both15, Predictor::Half7, Predictor::Zero};
+// What is tried to compare the axes, in every so many lines of a block.
+constexpr Predictor kTrial[] = {Predictor::Copy,  Predictor::Mean3,  Predictor::Both7,
+                                Predictor::Half7, Predictor::Slope7, Predictor::Zero};
+constexpr uint32_t kTrialLines = 4;
+// Axes that differ by less are both planned in full, unless it is to be quick.
+constexpr double kClose = 1.1;
+constexpr uint32_t kQuickLines = 3;
 
 // All lines of one axis with their aprons; cells that are not stored continue the line before. The line in
 // front of line 0 repeats it.
 class Plane {
 public:
-    Plane(const GridSource& source, const Shape& shape, std::vector<uint16_t>& mask)
-        : m_stride(shape.Stride()), m_cells(m_stride * (std::size_t{shape.Lines()} + 1)) {
-        const std::size_t cellStep = shape.axis == Axis::Rows ? 1 : shape.width;
-        const std::size_t lineStep = shape.axis == Axis::Rows ? shape.width : 1;
+    Plane(const uint32_t* codes, const uint8_t* present, const Shape& shape)
+        : m_shape(shape), m_stride(shape.Stride()), m_cells(m_stride * (std::size_t{shape.Lines()} + 1)) {
         const std::size_t cells = shape.LineCells(), padded = std::size_t{shape.Groups()} * kBlock;
-        mask.assign(shape.MaskWords(), 0);
+        m_mask.assign(shape.MaskWords(), 0);
         for (std::size_t line = 0; line < shape.Lines(); ++line) {
             uint32_t* const out = Line(line);
-            const uint32_t* const before = Line(line) - m_stride;
-            uint32_t carried = line == 0 ? FirstStored(source, cells, cellStep) : 0;
-            for (std::size_t i = 0; i < cells; ++i) {
-                const std::size_t at = line * lineStep + i * cellStep;
-                if (source.present[at]) {
-                    out[i] = source.codes[at];
-                    uint16_t& word = mask[line * shape.Groups() + i / kBlock];
-                    word = static_cast<uint16_t>(word | (1U << (i % kBlock)));
-                } else {
-                    out[i] = line == 0 ? carried : before[i];
+            const uint32_t* const code = codes + line * cells;
+            const uint8_t* const stored = present + line * cells;
+            if (line == 0) {
+                uint32_t carried = FirstStored(code, stored, cells);
+                for (std::size_t i = 0; i < padded; ++i) {
+                    if (i < cells && stored[i]) carried = code[i];
+                    out[i] = carried;
                 }
-                carried = out[i];
+            } else {
+                Continue(code, stored, out - m_stride, cells, out);
+                std::copy(out - m_stride + cells, out - m_stride + padded, out + cells);
             }
-            for (std::size_t i = cells; i < padded; ++i)
-                out[i] = line == 0 ? carried : before[i];
+            uint16_t* const words = m_mask.data() + line * shape.Groups();
+            for (std::size_t i = 0; i < cells; ++i)
+                words[i / kBlock] = static_cast<uint16_t>(words[i / kBlock] | (stored[i] << (i % kBlock)));
             std::fill_n(out - kApron, kApron, out[0]);
             std::fill_n(out + padded, kApron, out[padded - 1]);
             if (line == 0) std::copy_n(out - kApron, m_stride, out - kApron - m_stride);
         }
     }
+    const Shape& GetShape() const { return m_shape; }
+    const std::vector<uint16_t>& Mask() const { return m_mask; }
     uint32_t* Line(std::size_t line) { return m_cells.data() + (line + 1) * m_stride + kApron; }
-    std::size_t Stride() const { return m_stride; }
+
+    // The lines of a row of blocks that are predicted: first and end.
+    std::pair<uint32_t, uint32_t> LinesOf(uint32_t blockRow) const {
+        return {std::max(1U, blockRow * kBlock), std::min(m_shape.Lines(), (blockRow + 1) * kBlock)};
+    }
+    void TakeBlock(uint32_t blockRow, uint32_t group, PlanBlock& block) {
+        const auto [first, end] = LinesOf(blockRow);
+        block.first = Line(first) + std::size_t{group} * kBlock;
+        block.stride = m_stride;
+        block.lines = end - first;
+        TakeMask(m_mask.data() + std::size_t{first} * m_shape.Groups() + group, m_shape.Groups(), block);
+    }
 
 private:
-    static uint32_t FirstStored(const GridSource& source, std::size_t cells, std::size_t step) {
-        for (std::size_t i = 0; i < cells; ++i) {
-            if (source.present[i * step]) return source.codes[i * step];
-        }
-        return 0;
+    static uint32_t FirstStored(const uint32_t* codes, const uint8_t* stored, std::size_t cells) {
+        const auto found = std::find(stored, stored + cells, uint8_t{1});
+        return found == stored + cells ? 0 : codes[found - stored];
     }
+    static void Continue(const uint32_t* KXGRID_RESTRICT code, const uint8_t* KXGRID_RESTRICT stored,
+                         const uint32_t* KXGRID_RESTRICT before, std::size_t cells,
+                         uint32_t* KXGRID_RESTRICT out) {
+        for (std::size_t i = 0; i < cells; ++i) {
+            const uint32_t lane = 0U - stored[i];
+            out[i] = (code[i] & lane) | (before[i] & ~lane);
+        }
+    }
+
+    Shape m_shape;
     std::size_t m_stride;
     std::vector<uint32_t> m_cells;
+    std::vector<uint16_t> m_mask;
 };
 
-// One block of the plane while its predictor is sought.
-struct Block {
-    const uint32_t* first;  // of its first line that is predicted
-    std::size_t stride;
-    uint32_t lines;
-    uint32_t stored;
-    uint32_t lanes[kBlockCells];        // all bits set: the cell is stored
-    uint32_t differences[kBlockCells];  // to the predictor tried last; 0 in cells that are not stored
-};
-
-KXGRID_INLINE uint64_t ScorePredictor(Predictor predictor, Block& block) {
-    uint32_t sum = 0;
-    for (uint32_t line = 0; line < block.lines; ++line) {
-        const uint32_t* const now = block.first + line * block.stride;
-        uint32_t predicted[kBlock];
-        Predict16(predictor, now - block.stride, now - 2 * block.stride, predicted);
-        uint32_t* const out = block.differences + line * kBlock;
-        const uint32_t* const lanes = block.lanes + line * kBlock;
-        for (uint32_t i = 0; i < kBlock; ++i) {
-            const uint32_t difference = (now[i] - predicted[i]) & lanes[i];
-            out[i] = difference;
-            sum += static_cast<uint32_t>(
-                std::clamp(static_cast<int32_t>(difference), -kMostScored, kMostScored));
+// About the bits of a residual, from a part of the blocks.
+double TrialBits(Plane& plane) {
+    PlanBlock block;
+    double bits = 0, all = 0;
+    const Shape& shape = plane.GetShape();
+    for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
+        const auto [first, end] = plane.LinesOf(blockRow);
+        if (first >= end) continue;
+        for (uint32_t group = 0; group < shape.Groups(); ++group) {
+            plane.TakeBlock(blockRow, group, block);
+            if (block.stored == 0) continue;
+            uint64_t score = 0;
+            BestPredictor(kTrial, kTrialLines, block, score);
+            const double cells = block.stored;
+            const double tried = std::max(1.0, cells / kTrialLines);
+            bits += cells * std::log2(1.0 + 2 * static_cast<double>(score) / tried);
+            all += cells;
         }
     }
-    const auto mean =
-        static_cast<uint32_t>(static_cast<int32_t>(sum) / static_cast<int32_t>(std::max(1U, block.stored)));
-    uint32_t score = 0;
-    for (uint32_t i = 0; i < block.lines * kBlock; ++i) {
-        const auto rest = static_cast<int32_t>(block.differences[i] - mean);
-        const uint32_t size = rest < 0 ? 0U - static_cast<uint32_t>(rest) : static_cast<uint32_t>(rest);
-        score += std::min(size, static_cast<uint32_t>(kMostScored)) & block.lanes[i];
-    }
-    return score;
+    return bits / std::max(1.0, all);
 }
 
-KXGRID_INLINE Predictor BestPredictor(Block& block, const Predictor* tried, std::size_t count) {
-    Predictor best = tried[0], last = tried[0];
-    uint64_t least = ~uint64_t{0};
-    for (std::size_t k = 0; k < count; ++k) {
-        last = tried[k];
-        const uint64_t score = ScorePredictor(last, block);
-        if (score < least) {
-            least = score;
-            best = last;
+template <class T>
+std::vector<T> Turned(const std::vector<T>& image, uint32_t width, uint32_t height) {
+    std::vector<T> turned(image.size());
+    for (uint32_t top = 0; top < height; top += kBlock) {
+        const uint32_t end = std::min(height, top + kBlock);
+        for (uint32_t x = 0; x < width; ++x) {
+            for (uint32_t y = top; y < end; ++y)
+                turned[std::size_t{x} * height + y] = image[std::size_t{y} * width + x];
         }
     }
-    if (best != last) ScorePredictor(best, block);
-    return best;
-}
-
-Predictor BestPlain(Block& block, const Predictor* tried, std::size_t count) {
-    return BestPredictor(block, tried, count);
-}
-#ifdef KXGRID_WIDE
-KXGRID_WIDE_TARGET Predictor BestWide(Block& block, const Predictor* tried, std::size_t count) {
-    return BestPredictor(block, tried, count);
-}
-#endif
-
-Predictor Best(Block& block, bool quick) {
-    const Predictor* const tried = quick ? kQuick : kAll;
-    const std::size_t count = quick ? std::size(kQuick) : std::size(kAll);
-#ifdef KXGRID_WIDE
-    if (VectorsInUse() == Vectors::Wide) return BestWide(block, tried, count);
-#endif
-    return BestPlain(block, tried, count);
+    return turned;
 }
 
 // The median of the stored differences makes the sum of what is left least.
@@ -144,59 +134,66 @@ uint32_t MedianOf(const uint32_t* stored, uint32_t count) {
     return static_cast<uint32_t>(sorted[count / 2]);
 }
 
-}  // namespace
-
-void MakePlan(const GridSource& source, const Shape& shape, bool quick, GridPlan& out) {
+// \return about the bits of all residuals
+double PlanBlocks(Plane& plane, bool quick, GridPlan& out) {
+    const Shape& shape = plane.GetShape();
     out.shape = shape;
-    Plane plane(source, shape, out.mask);
-    const uint32_t groups = shape.Groups();
+    out.mask = plane.Mask();
     out.firstLine.assign(plane.Line(0), plane.Line(0) + shape.LineCells());
     out.predictors.assign(shape.Blocks(), 0);
     out.offsets.assign(shape.Blocks(), 0);
     out.counts.assign(shape.Blocks(), 0);
     out.residuals.clear();
-    out.residuals.reserve(source.presentCount);
-    out.bits = 0;
-    Block block;
-    block.stride = plane.Stride();
+    out.residuals.reserve(shape.Cells());
+    double bits = 0;
+    PlanBlock block;
     for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
-        const uint32_t firstLine = std::max(1U, blockRow * kBlock);
-        const uint32_t endLine = std::min(shape.Lines(), (blockRow + 1) * kBlock);
-        if (firstLine >= endLine) continue;
-        block.lines = endLine - firstLine;
-        for (uint32_t group = 0; group < groups; ++group) {
-            block.first = plane.Line(firstLine) + std::size_t{group} * kBlock;
-            block.stored = 0;
-            for (uint32_t line = 0; line < block.lines; ++line) {
-                const uint32_t word = out.mask[std::size_t{firstLine + line} * groups + group];
-                for (uint32_t i = 0; i < kBlock; ++i) {
-                    const uint32_t bit = (word >> i) & 1;
-                    block.lanes[line * kBlock + i] = 0U - bit;
-                    block.stored += bit;
-                }
-            }
-            const std::size_t index = std::size_t{blockRow} * groups + group;
+        const auto [first, end] = plane.LinesOf(blockRow);
+        if (first >= end) continue;
+        for (uint32_t group = 0; group < shape.Groups(); ++group) {
+            plane.TakeBlock(blockRow, group, block);
+            const std::size_t index = std::size_t{blockRow} * shape.Groups() + group;
             out.counts[index] = static_cast<uint16_t>(block.stored);
             if (block.stored == 0) continue;
-            out.predictors[index] = static_cast<uint8_t>(Best(block, quick));
-            uint32_t stored[kBlockCells];
+            uint64_t score = 0;
+            out.predictors[index] =
+                static_cast<uint8_t>(quick ? BestPredictor(kQuick, kQuickLines, block, score)
+                                           : BestPredictor(kAll, 1, block, score));
+            uint32_t stored[kBlockCells + 1];
             uint32_t count = 0;
             for (uint32_t i = 0; i < block.lines * kBlock; ++i) {
                 stored[count] = block.differences[i];
                 count += block.lanes[i] & 1;
-                if (count == block.stored) break;
             }
             const uint32_t offset = MedianOf(stored, count);
             out.offsets[index] = offset;
+            const std::size_t before = out.residuals.size();
+            out.residuals.resize(before + count);
             uint64_t sum = 0;
             for (uint32_t i = 0; i < count; ++i) {
                 const uint32_t residual = Zigzag(stored[i] - offset);
-                out.residuals.push_back(residual);
+                out.residuals[before + i] = residual;
                 sum += residual;
             }
-            out.bits += count * std::log2(1.0 + static_cast<double>(sum) / count);
+            bits += count * std::log2(1.0 + static_cast<double>(sum) / std::max(1U, count));
         }
     }
+    return bits;
+}
+
+}  // namespace
+
+void MakePlan(const GridSource& source, uint32_t width, uint32_t height, bool quick, GridPlan& out) {
+    Plane rows(source.codes.data(), source.present.data(), Shape{width, height, Axis::Rows});
+    Plane columns(Turned(source.codes, width, height).data(), Turned(source.present, width, height).data(),
+                  Shape{width, height, Axis::Columns});
+    const double ofRows = TrialBits(rows), ofColumns = TrialBits(columns);
+    const bool close = !quick && std::max(ofRows, ofColumns) < kClose * std::min(ofRows, ofColumns);
+    Plane& plane = ofColumns < ofRows ? columns : rows;
+    const double bits = PlanBlocks(plane, quick, out);
+    if (!close) return;
+    GridPlan other;
+    if (PlanBlocks(&plane == &rows ? columns : rows, quick, other) < bits) out = std::move(other);
 }
 
 }  // namespace kxcodecs::grid

@@ -9,7 +9,7 @@
 
 namespace kxcodecs::grid {
 
-/// What the encoder decided for each block of one axis, and the residuals that are left.
+/// What the encoder decided for each block, and the residuals that are left.
 struct GridPlan {
     Shape shape;
     std::vector<uint16_t> mask;       ///< per line and group: bit i set: cell i is stored
@@ -18,10 +18,10 @@ struct GridPlan {
     std::vector<uint32_t> offsets;    ///< per block: added to each prediction
     std::vector<uint16_t> counts;     ///< per block: stored cells behind line 0
     std::vector<uint32_t> residuals;  ///< zigzag; block by block, in each line by line
-    double bits = 0;                  ///< about what the residuals take
 };
 
-/// \param quick  tries fewer predictors
-void MakePlan(const GridSource& source, const Shape& shape, bool quick, GridPlan& out);
+/// Chooses the axis and, for each block, the predictor.
+/// \param quick  tries fewer predictors on fewer lines
+void MakePlan(const GridSource& source, uint32_t width, uint32_t height, bool quick, GridPlan& out);
 
 }  // namespace kxcodecs::grid

@@ -1,33 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "grid/GridSimd.h"
 
-#include <atomic>
+#include <hwy/highway.h>
 
 namespace kxcodecs::grid {
-namespace {
 
-bool MachineIsWide() {
-#ifdef KXGRID_WIDE
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
-#else
-    return false;
-#endif
+std::vector<std::string> VectorTargets() {
+    std::vector<std::string> names;
+    for (const auto target : hwy::SupportedAndGeneratedTargets())
+        names.emplace_back(hwy::TargetName(target));
+    return names;
 }
 
-std::atomic<Vectors>& Choice() {
-    static std::atomic<Vectors> choice{MachineIsWide() ? Vectors::Wide : Vectors::Plain};
-    return choice;
-}
-
-}  // namespace
-
-Vectors VectorsInUse() {
-    return Choice().load(std::memory_order_relaxed);
-}
-
-Vectors UseVectors(Vectors vectors) {
-    Choice() = vectors == Vectors::Wide && !MachineIsWide() ? Vectors::Plain : vectors;
-    return Choice();
+void UseVectorTarget(const std::string& name) {
+    hwy::SetSupportedTargetsForTest(0);
+    for (const auto target : hwy::SupportedAndGeneratedTargets()) {
+        if (name == hwy::TargetName(target)) hwy::SetSupportedTargetsForTest(target);
+    }
+    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
 }
 
 }  // namespace kxcodecs::grid

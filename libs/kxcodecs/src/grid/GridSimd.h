@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// The inner loops are plain C++ that compilers turn into vector instructions. Each is compiled once for the
-// machine that the build is for and once for wider vectors, and the machine that it runs on decides. They
-// work with whole numbers alone, so the results are the same bytes.
+#include <cstddef>
+#include <string>
+#include <vector>
 
-#if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
-#define KXGRID_WIDE 1
-#define KXGRID_WIDE_TARGET __attribute__((target("avx2,bmi,bmi2,popcnt,lzcnt")))
-#endif
+// The inner loops are compiled once for each kind of vectors that the processor's family has (Highway's
+// targets), and the machine that they run on decides. They work with whole numbers alone, so the results are
+// the same bytes. Some are written with Highway's vectors; where a plain loop becomes good vector code by
+// itself, it stays a plain loop.
 
 #if defined(__GNUC__) || defined(__clang__)
 #define KXGRID_INLINE inline __attribute__((always_inline))
@@ -20,13 +20,9 @@
 
 namespace kxcodecs::grid {
 
-/// Which of the two compiled forms runs.
-enum class Vectors { Plain, Wide };
-
-/// The best form for this machine; what a test has set before.
-Vectors VectorsInUse();
-/// For tests: from now on this form. `Wide` is ignored where the machine has no wide vectors.
-/// Returns what is in use then.
-Vectors UseVectors(Vectors vectors);
+/// Names of the kinds of vectors that were compiled and that this machine has, best first.
+std::vector<std::string> VectorTargets();
+/// For tests: from now on only the one of that name; the best one again when there is none of it.
+void UseVectorTarget(const std::string& name);
 
 }  // namespace kxcodecs::grid

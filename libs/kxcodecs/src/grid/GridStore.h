@@ -18,7 +18,8 @@ public:
                  std::span<unsigned char> out)
         : m_shape(shape), m_header(header), m_parameters(parameters), m_out(out) {}
 
-    /// Lines `firstLine` and the following, at most 16. False when a number has no value.
+    /// Line `firstLine` and the following ones. Best all at once where lines are columns. False when a number
+    /// has no value.
     bool Put(const uint32_t* first, std::size_t stride, const uint16_t* mask, uint32_t firstLine,
              uint32_t lines) const noexcept;
 
