@@ -75,16 +75,17 @@ void Conversion::PlanOutput(const std::string& output) {
     std::error_code error;
     const bool slash = output.ends_with('/');
     m_output = output;
+    const bool import = m_verb == ConversionVerb::Import;
     if (output == kStandardStream) {
-        if (m_settings.To().empty()) throw UsageError("-: --to says what standard output shall be");
+        if (m_settings.To().empty() && !import)
+            throw UsageError("-: --to says what standard output shall be");
         if (m_settings.Json()) throw UsageError("--json and the output - exclude each other");
-        m_target = TargetFormatOf(m_settings.To(), output);
+        m_target = TargetFormatOf(import ? kQsnFormat : m_settings.To(), output);
         m_standardOutput = std::make_unique<TemporaryFile>(m_target.ending);
         m_output = m_standardOutput->Path();
         return;
     }
     m_folder = slash || fs::is_directory(ToPath(output), error);
-    const bool import = m_verb == ConversionVerb::Import;
     if (m_folder && m_settings.To().empty() && !import)
         throw UsageError(fmt::format("{}: a folder; --to says what the files in it shall be", output));
     m_target = import ? TargetFormat{kQsnFormat, ".qsn", nullptr} : TargetFormatOf(m_settings.To(), output);
@@ -118,13 +119,16 @@ void Conversion::Convert(const Input& input) {
         const auto source = Open(input);
         ConvertEach(input, *source);
     } catch (const std::exception& error) {
-        const ExitCode code = ExitCodeOf(error);
         const bool nothingElse = m_inputs.size() == 1 && m_scans.empty();
-        if (!ConcernsTheInput(code) || (nothingElse && !m_settings.Json())) throw;
-        const std::string text = DescribeError(error);
-        WriteError(fmt::format("qsn: {}\n", Printable(text)));
-        m_failures.push_back({input.name, text, code});
+        if (!ConcernsTheInput(ExitCodeOf(error)) || (nothingElse && !m_settings.Json())) throw;
+        NoteFailure(input, error);
     }
+}
+
+void Conversion::NoteFailure(const Input& input, const std::exception& error) {
+    const std::string text = DescribeError(error);
+    WriteError(fmt::format("qsn: {}\n", Printable(text)));
+    m_failures.push_back({input.name, text, ExitCodeOf(error)});
 }
 
 /// Indexes of the scans asked for by name; nothing when none was.
@@ -183,7 +187,7 @@ void Conversion::ConvertOne(const Input& input, kxexchange::ScanSource& source, 
     result.scan = index + 1;
     result.output = m_standardOutput ? kStandardStream : target;
     result.format = m_target.name;
-    const bool journaled = m_journal && (numbered || m_inputs.size() > 1);
+    const bool journaled = m_journal && input.name != kStandardStream && (numbered || m_inputs.size() > 1);
     if (journaled && m_journal->Finished(input.path, index) == target) {
         result.finishedBefore = true;
         Tell(std::move(result));
@@ -236,20 +240,28 @@ void Conversion::Write(const Input& input, kxexchange::ScanSource& source, uint6
     progress.Finish();
 }
 
-// All scans of all inputs into one file.
+// All scans of all inputs into one file, which is not made when one of them fails.
 void Conversion::CollectAll() {
     OutputFile output(m_output, m_session.force, m_inputPaths);
     const auto start = Clock::now();
     std::vector<ConvertedScan> scans = output.Guard([&] {
         kxexchange::ScanFileExport file(ToPath(output.PartialPath()), *m_target.sink,
                                         m_settings.ExportOptions(m_session));
-        for (const Input& input : m_inputs)
-            Collect(input, file);
+        for (const Input& input : m_inputs) {
+            try {
+                Collect(input, file);
+            } catch (const std::exception& error) {
+                if (!m_settings.Json() || !ConcernsTheInput(ExitCodeOf(error))) throw;
+                NoteFailure(input, error);
+                return std::vector<ConvertedScan>();
+            }
+        }
         const uint64_t bytes = file.Commit();
         if (m_scans.size() == 1) m_scans[0].bytes = bytes;
         return std::move(m_scans);
     });
     m_scans.clear();
+    if (!m_failures.empty()) return;
     if (scans.size() == 1) scans[0].seconds = SecondsSince(start);
     output.Commit();
     for (ConvertedScan& scan : scans)

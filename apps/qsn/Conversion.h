@@ -35,6 +35,7 @@ private:
 
     void PlanOutput(const std::string& output);
     void Convert(const Input& input);
+    void NoteFailure(const Input& input, const std::exception& error);
     void ConvertEach(const Input& input, kxexchange::ScanSource& source);
     void ConvertOne(const Input& input, kxexchange::ScanSource& source, uint64_t index, bool numbered);
     void CollectAll();

@@ -198,9 +198,12 @@ TEST_F(Convert, StandardStreamsCarryAScanEitherWay) {
     const ProgramResult piped = RunShellLine("qsn convert -q --to ptx - - < b.qsn", Here());
     EXPECT_EQ(piped.exitCode, 0) << piped.err;
     EXPECT_EQ(piped.out, folder.Read("plain.ptx"));
+    EXPECT_EQ(RunShellLine("qsn import -q --from ptx - - < a.ptx > c.qsn", Here()).exitCode, 0);
+    EXPECT_EQ(RunShellLine("qsn export -q --to ptx - - < c.qsn > c.ptx", Here()).exitCode, 0);
+    EXPECT_EQ(folder.Read("c.ptx"), folder.Read("plain.ptx"));
     EXPECT_EQ(Run({"a.qsn", "-"}).exitCode, 2);
     EXPECT_EQ(Run({"--json", "--to", "ptx", "a.qsn", "-"}).exitCode, 2);
-    EXPECT_EQ(folder.Names(), (Names{"a.ptx", "a.qsn", "b.qsn", "plain.ptx"}));
+    EXPECT_EQ(folder.Names(), (Names{"a.ptx", "a.qsn", "b.qsn", "c.ptx", "c.qsn", "plain.ptx"}));
 }
 
 TEST_F(Convert, OneBadInputDoesNotCostTheOthers) {
@@ -216,6 +219,36 @@ TEST_F(Convert, OneBadInputDoesNotCostTheOthers) {
     EXPECT_FALSE(folder.Has("bad.qsn"));
     // With nothing made at all, the failure is the answer.
     EXPECT_EQ(Run({"--to", "qsn", "bad.ptx", "missing.ptx", "out/"}).exitCode, 5);
+}
+
+TEST_F(Convert, OneFileOfAllScansIsMadeWholeOrNotAtAll) {
+    folder.Write("a.ptx", MakeSmallPtx(12, 10));
+    folder.Write("bad.ptx", "12\n10\nnonsense\n");
+    EXPECT_EQ(Run({"a.ptx", "bad.ptx", "all.ptx"}).exitCode, 5);
+    const auto json = Json({"a.ptx", "bad.ptx", "all.ptx"}, 5);
+    EXPECT_TRUE(json["scans"].empty());
+    ASSERT_EQ(json["failures"].size(), 1U);
+    EXPECT_EQ(json["failures"][0]["source"], "bad.ptx");
+    EXPECT_EQ(folder.Names(), (Names{"a.ptx", "bad.ptx"}));
+}
+
+TEST_F(Convert, LossesUnderStrictAreAFailureInTheJson) {
+    folder.Write("a.ptx", MakeSmallPtx());
+    for (const char* output : {"b.ply", "b.xyz"}) {
+        const auto json = Json({"--strict", "a.ptx", output}, 1);
+        ASSERT_EQ(json["failures"].size(), 1U);
+        EXPECT_EQ(json["failures"][0]["exitCode"], 1);
+        EXPECT_TRUE(Contains(json["failures"][0]["error"], "grid"));
+    }
+    EXPECT_EQ(folder.Names(), Names{"a.ptx"});
+}
+
+TEST_F(Convert, TextIsPackedWhereTheNameAsksForIt) {
+    folder.Write("a.ptx", MakeSmallPtx());
+    ASSERT_EQ(Run({"a.ptx", "plain.ptx"}).exitCode, 0);
+    ASSERT_EQ(Run({"a.ptx", "packed.ptx.gz"}).exitCode, 0);
+    EXPECT_EQ(folder.Read("packed.ptx.gz").substr(0, 2), "\x1f\x8b");
+    EXPECT_EQ(RunShellLine("gzip -dc packed.ptx.gz", Here()).out, folder.Read("plain.ptx"));
 }
 
 TEST_F(Convert, FinishedScansAreNotDoneAgainAfterAFailure) {
