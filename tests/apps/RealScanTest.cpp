@@ -24,6 +24,9 @@ struct RealScan {
     uint32_t rows;
     uint64_t returns;
 };
+void PrintTo(const RealScan& scan, std::ostream* out) {
+    *out << scan.name;
+}
 
 class RealScans : public testing::TestWithParam<RealScan> {};
 

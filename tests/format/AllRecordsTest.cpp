@@ -56,6 +56,9 @@ struct Kind {
     const char* refusal;
     uint32_t minimum;
 };
+void PrintTo(const Kind& kind, std::ostream* out) {
+    *out << kind.name;
+}
 
 const std::vector<Kind>& Kinds() {
     static const std::vector<Kind> kinds = {

@@ -65,6 +65,9 @@ struct Case {
     uint32_t layout;
     uint32_t payload;
 };
+void PrintTo(const Case& tested, std::ostream* out) {
+    *out << "version " << tested.version;
+}
 
 class ScanHeaderVersions : public testing::TestWithParam<Case> {};
 

@@ -2,6 +2,9 @@
 // The extended records at the end of the file, and the scanning mode that follows from the step.
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <ostream>
+
 #include "SampleScans.h"
 #include "kxio/HistogramHeader.h"
 #include "kxio/ScanningModeExtendedHeader.h"
@@ -178,6 +181,9 @@ struct HistogramTag {
     uint64_t type;
     uint32_t component;
 };
+void PrintTo(const HistogramTag& tag, std::ostream* out) {
+    *out << "component " << tag.component;
+}
 class TailHistogram : public testing::TestWithParam<HistogramTag> {};
 
 TEST_P(TailHistogram, IsLocatedByItsTag) {
@@ -231,6 +237,17 @@ struct ModelCase {
     std::wstring model;
     bool isRm;
 };
+void PrintTo(const ModelCase& tested, std::ostream* out) {
+    // Letters and digits only: the text becomes part of a test's name.
+    if (tested.model.empty()) *out << "empty";
+    for (const wchar_t c : tested.model.substr(0, 24)) {
+        if (c < 0x80 && std::isalnum(static_cast<int>(c)) != 0) {
+            *out << static_cast<char>(c);
+        } else {
+            *out << "_" << static_cast<unsigned>(c) << "_";
+        }
+    }
+}
 class ScannerModel : public testing::TestWithParam<ModelCase> {};
 TEST_P(ScannerModel, IsMatchedAsAWhole) {
     EXPECT_EQ(kxio::IsRmModel(GetParam().model), GetParam().isRm);
@@ -259,6 +276,9 @@ struct StepCase {
     float step;
     std::wstring mode;
 };
+void PrintTo(const StepCase& tested, std::ostream* out) {
+    *out << tested.step;
+}
 class ScanningModeOfStep : public testing::TestWithParam<StepCase> {};
 TEST_P(ScanningModeOfStep, IsTheNearestNominalOne) {
     EXPECT_EQ(kxio::ScanningModeOfStep(GetParam().step), GetParam().mode) << GetParam().step;

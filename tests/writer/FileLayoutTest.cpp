@@ -17,6 +17,13 @@ using namespace support;
 using walker::Walk;
 
 enum class Topology { Grid, Cylinder, OpenCylinder, None };
+const char* TopologyName(Topology topology) {
+    static const char* const kNames[] = {"Grid", "Cylinder", "OpenCylinder", "NoTopology"};
+    return kNames[static_cast<int>(topology)];
+}
+void PrintTo(Topology topology, std::ostream* out) {
+    *out << TopologyName(topology);
+}
 enum class Kind { Flat, Empty, Encoded, Missing };
 
 struct ComponentSpec {
@@ -442,8 +449,7 @@ TEST_P(FileLayout, RandomScansObeyEveryRule) {
 }
 
 std::string NameOf(const testing::TestParamInfo<FileLayout::ParamType>& info) {
-    static const char* const kNames[] = {"Grid", "Cylinder", "OpenCylinder", "NoTopology"};
-    return std::string(kNames[static_cast<int>(std::get<0>(info.param))]) +
+    return std::string(TopologyName(std::get<0>(info.param))) +
            (std::get<1>(info.param) ? "Transposed" : "RowMajor");
 }
 

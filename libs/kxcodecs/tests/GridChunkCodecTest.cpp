@@ -12,6 +12,14 @@
 #include "grid/GridPayload.h"
 #include "grid/GridSimd.h"
 
+namespace kxcodecs {
+
+void PrintTo(GridChunkCodec::Mode mode, std::ostream* out) {
+    *out << (mode == GridChunkCodec::Mode::Fast ? "fast" : "balanced");
+}
+
+}  // namespace kxcodecs
+
 namespace kxcodecs::test {
 namespace {
 

@@ -127,6 +127,10 @@ struct Trip {
     CoordinateKind kind;
     bool noReturns;
 };
+void PrintTo(const Trip& trip, std::ostream* out) {
+    *out << trip.name << (trip.kind == CoordinateKind::Spherical ? " spherical" : " cartesian")
+         << (trip.noReturns ? " with" : " without") << " no-returns";
+}
 
 class E57RoundTripOf : public ::testing::TestWithParam<Trip> {};
 
