@@ -12,6 +12,17 @@
 
 namespace kxio {
 
+namespace {
+
+/// A main header that is cut short or damaged behind its frame still says what the file was.
+bool BeginsLikeAScan(FileWindow& file) {
+    MainFileHeader header;
+    kxbase::ErrorContext problem;
+    return ReadRecord(file, 0, header, problem) || (problem.field != "tag" && problem.field != "frame");
+}
+
+}  // namespace
+
 VerifyReport VerifyScan(kxbase::IInFileStream& stream, const VerifyOptions& options) {
     VerifyReport report;
     report.level = options.level;
@@ -31,6 +42,7 @@ VerifyReport VerifyScan(kxbase::IInFileStream& stream, const VerifyOptions& opti
     }
     const VerifiedHeaders headers = VerifyHeaders(file, layout, decode, findings);
     const ListedChunks chunks = VerifyTables(file, layout, findings, report);
+    if (!report.isScanFile) report.isScanFile = BeginsLikeAScan(file);
     if (decode) {
         VerifyPatches(file, layout, headers, chunks, options, findings, report);
     } else {

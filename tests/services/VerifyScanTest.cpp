@@ -290,8 +290,11 @@ TEST(VerifyScan, ACutFileIsNeverClean) {
             lengths.insert(random() % whole.size());
         for (const uint64_t length : lengths) {
             const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
-            for (const VerifyLevel level : {VerifyLevel::Quick, VerifyLevel::Deep})
-                EXPECT_FALSE(Verify(cut, level).Clean()) << length << " of " << whole.size();
+            for (const VerifyLevel level : {VerifyLevel::Quick, VerifyLevel::Deep}) {
+                const VerifyReport report = Verify(cut, level);
+                EXPECT_FALSE(report.Clean()) << length << " of " << whole.size();
+                EXPECT_EQ(report.isScanFile, length >= 16) << "a whole frame says what the file was";
+            }
         }
     }
 }
