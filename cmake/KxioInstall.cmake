@@ -43,6 +43,15 @@ if(TARGET qsn)
   set_target_properties(qsn PROPERTIES INSTALL_RPATH "$ORIGIN/${kxio_from_bin_to_lib}")
   set_target_properties(kxexchange PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(TARGETS qsn RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT command)
+  # Optional: who builds the target qsn alone has made no manual.
+  set(kxio_manual ${CMAKE_CURRENT_BINARY_DIR}/apps/qsn/manual)
+  install(DIRECTORY ${kxio_manual}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT command OPTIONAL
+          FILES_MATCHING PATTERN "*.1")
+  install(FILES ${kxio_manual}/qsn.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME qsn COMPONENT command OPTIONAL)
+  install(FILES ${kxio_manual}/_qsn DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT command OPTIONAL)
+  install(FILES ${kxio_manual}/qsn.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
+          COMPONENT command OPTIONAL)
   if(BUILD_SHARED_LIBS)
     install(TARGETS kxexchange
             RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT command

@@ -6,11 +6,15 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <thread>
 
 #include "Commands.h"
 #include "Console.h"
 #include "Errors.h"
+#include "Manual.h"
+#include "Numbers.h"
+#include "ProgramSettings.h"
 #include "kxbase/UTF8.h"
 
 namespace qsn {
@@ -104,6 +108,31 @@ const CommandDescription kCommands[] = {
       {"qsn histogram --patch 0,0 scan.qsn", "of one patch"}},
      false,
      MakeHistogramCommand},
+    {"verify",
+     "Look for damage and contradictions in .qsn files",
+     {{"qsn verify scan.qsn", "decodes every chunk"},
+      {"qsn verify --quick scan.qsn", "structure, positions and tables only"},
+      {"qsn verify --deep --json scan.qsn", "also what was derived from the patches, for programs"}},
+     false,
+     MakeVerifyCommand},
+    {"diff",
+     "Compare two .qsn files: properties and every cell",
+     {{"qsn diff scan.qsn copy.qsn", "exit code 1 when they differ"},
+      {"qsn diff --cells --tolerance range=0.1,angles=1e-6 scan.qsn copy.qsn",
+       "cells only, to the tenth of a millimetre"}},
+     false,
+     MakeDiffCommand},
+    {"dump",
+     "Show the records of a .qsn file, damaged ones too",
+     {{"qsn dump scan.qsn", "offset, size, version and fields"},
+      {"qsn dump --damaged broken.qsn", "only what is damaged"}},
+     false,
+     MakeDumpCommand},
+    {"stats",
+     "Tell minimum, maximum, mean, entropy of values",
+     {{"qsn stats scan.qsn", "a table of the components"}, {"qsn stats --json scan.qsn", "for programs"}},
+     false,
+     MakeStatsCommand},
     {"recover",
      "Save what survives of a damaged .qsn file",
      {{"qsn recover broken.qsn saved.qsn", "a whole file again, with empty patches where data is lost"},
@@ -151,6 +180,31 @@ void RequireUtf8(const std::vector<std::string>& arguments) {
     }
 }
 
+/// The same text with lines of at most `columns`, broken at blanks where they are longer.
+std::string Wrapped(const std::string& text, size_t columns) {
+    std::string wrapped;
+    size_t column = 0;
+    for (size_t begin = 0; begin < text.size();) {
+        if (text[begin] == '\n') {
+            wrapped += '\n';
+            column = 0;
+            ++begin;
+            continue;
+        }
+        const size_t end = std::min(text.find_first_of(" \n", begin + 1), text.size());
+        const size_t blank = text[begin] == ' ' ? 1 : 0;
+        if (column != 0 && column + end - begin > columns) {
+            wrapped += '\n';
+            begin += blank;
+            column = 0;
+        }
+        wrapped.append(text, begin, end - begin);
+        column += end - begin;
+        begin = end;
+    }
+    return wrapped;
+}
+
 /// The whole command line, ready to parse.
 class CommandLine {
 public:
@@ -185,6 +239,8 @@ public:
         }
         for (Entry& entry : m_entries) {
             if (!entry.app->parsed()) continue;
+            ApplyLimits();
+            const Verbosity verbosity(entry.app->get_name(), m_session.threads, m_verbose);
             // For those parts of the library that take no count of threads.
             omp_set_num_threads(static_cast<int>(m_session.threads));
             try {
@@ -198,6 +254,8 @@ public:
         return ExitFine;
     }
 
+    const CLI::App& Parser() const { return m_app; }
+
     /// "qsn" or "qsn import", as far as the parsing came.
     std::string Name() const {
         for (const Entry& entry : m_entries) {
@@ -208,6 +266,7 @@ public:
 
 private:
     static constexpr size_t kHelpColumn = 31;
+    static constexpr size_t kHelpColumns = 80;
 
     struct Entry {
         CLI::App* app;
@@ -231,11 +290,62 @@ private:
             ->check(CLI::Range(1U, kMostThreads).description(""))
             ->type_name("N");
         app->add_flag("-q,--quiet", m_session.quiet, "No progress and no report");
+        app->add_flag("-v,--verbose", m_verbose, "Tell time, threads and memory at the end");
+        app->add_option(
+               "--progress", m_progress,
+               "auto (on a terminal), never, or json: lines of\nJSON on standard error (default: auto)")
+            ->type_name("MODE");
+        app->add_option("--limit-memory", m_memoryLimit,
+                        "Most memory for data, as in 500M or 2G; at\nleast 64M (default: no limit)")
+            ->type_name("SIZE");
         if (description.writesFile)
             app->add_flag("-f,--force", m_session.force, "Replace an output that exists already");
+        // Lists of formats and the like have lengths that nobody counts.
+        for (CLI::Option* option : app->get_options())
+            option->description(Wrapped(option->get_description(), kHelpColumns - kHelpColumn));
     }
 
+    /// Says at its end what the work took.
+    class Verbosity {
+    public:
+        Verbosity(std::string name, unsigned threads, bool wanted)
+            : m_name(std::move(name)),
+              m_threads(threads),
+              m_wanted(wanted),
+              m_start(std::chrono::steady_clock::now()) {}
+        Verbosity(const Verbosity&) = delete;
+        Verbosity& operator=(const Verbosity&) = delete;
+        ~Verbosity() {
+            if (!m_wanted) return;
+            const double seconds =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+            WriteError(fmt::format("qsn {}: {:.2f} s, up to {} threads, most memory {}\n", m_name, seconds,
+                                   m_threads, ShortBytes(MostMemory())));
+        }
+
+    private:
+        const std::string m_name;
+        const unsigned m_threads;
+        const bool m_wanted;
+        const std::chrono::steady_clock::time_point m_start;
+    };
+
+    void ApplyLimits() {
+        SetProgressMode(ParseProgressMode(m_progress));
+        if (m_memoryLimit.empty()) return;
+        const auto bytes = ParseBytes(m_memoryLimit);
+        if (!bytes || *bytes < kLeastMemory)
+            throw UsageError(
+                fmt::format("--limit-memory {}: expected a size from 64M, as in 500M or 2G", m_memoryLimit));
+        if (!LimitMemory(*bytes)) throw UsageError("--limit-memory: this system cannot limit memory");
+    }
+
+    static constexpr uint64_t kLeastMemory = uint64_t{64} << 20;
+
     Session m_session{DefaultThreads(), false, false};
+    bool m_verbose = false;
+    std::string m_progress = "auto";
+    std::string m_memoryLimit;
     CLI::App m_app;
     std::vector<Entry> m_entries;
 };
@@ -246,6 +356,11 @@ Command::~Command() = default;
 
 std::span<const CommandDescription> Commands() {
     return kCommands;
+}
+
+void WithCommandLine(const std::function<void(const CLI::App& program)>& use) {
+    const CommandLine line;
+    use(line.Parser());
 }
 
 int RunCommandLine(const std::vector<std::string>& arguments) {
@@ -261,7 +376,7 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
     } catch (const Ended& ended) {
         return ended.Code();
     } catch (const std::exception& error) {
-        WriteError(fmt::format("qsn: {}\n", Printable(DescribeError(error))));
+        WriteFailure(DescribeError(error));
         if (dynamic_cast<const UsageError*>(&error) != nullptr)
             WriteError(fmt::format("Try '{} --help'.\n", name));
         return ExitCodeOf(error);

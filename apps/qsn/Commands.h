@@ -9,6 +9,8 @@ namespace qsn {
 
 std::unique_ptr<Command> MakeBoxCommand();
 std::unique_ptr<Command> MakeConvertCommand();
+std::unique_ptr<Command> MakeDiffCommand();
+std::unique_ptr<Command> MakeDumpCommand();
 std::unique_ptr<Command> MakeEditCommand();
 std::unique_ptr<Command> MakeExportCommand();
 std::unique_ptr<Command> MakeHistogramCommand();
@@ -19,6 +21,8 @@ std::unique_ptr<Command> MakeLodCommand();
 std::unique_ptr<Command> MakePartsCommand();
 std::unique_ptr<Command> MakePreviewCommand();
 std::unique_ptr<Command> MakeRecoverCommand();
+std::unique_ptr<Command> MakeStatsCommand();
 std::unique_ptr<Command> MakeThumbnailCommand();
+std::unique_ptr<Command> MakeVerifyCommand();
 
 }  // namespace qsn

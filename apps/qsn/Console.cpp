@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Errors.h"
+#include "ProgramSettings.h"
 
 #ifdef _WIN32
 #include <io.h>
@@ -69,6 +70,11 @@ void FlushOutput() {
 void WriteError(std::string_view text) {
     // Nobody is left to tell when this fails.
     (void)std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void WriteFailure(std::string_view text) {
+    const std::string prefix = ErrorTakesColor() ? "\033[1;31mqsn:\033[0m " : "qsn: ";
+    WriteError(prefix + Printable(text) + "\n");
 }
 
 std::string Printable(std::string_view text) {

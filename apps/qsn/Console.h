@@ -27,6 +27,9 @@ void FlushOutput();
 /// Everything else: to standard error.
 void WriteError(std::string_view text);
 
+/// "qsn: " and the text, printable, as a line on standard error; the word is coloured where that is wanted.
+void WriteFailure(std::string_view text);
+
 /// `text` with control characters (of a file's own texts) shown as \xNN: what a file says must not
 /// steer the terminal. Line ends become " ".
 std::string Printable(std::string_view text);

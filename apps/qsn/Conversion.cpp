@@ -127,7 +127,7 @@ void Conversion::Convert(const Input& input) {
 
 void Conversion::NoteFailure(const Input& input, const std::exception& error) {
     const std::string text = DescribeError(error);
-    WriteError(fmt::format("qsn: {}\n", Printable(text)));
+    WriteFailure(text);
     m_failures.push_back({input.name, text, ExitCodeOf(error)});
 }
 

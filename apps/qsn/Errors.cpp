@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <system_error>
 
 #include "OutputFile.h"
 #include "kxbase/Exceptions.h"
@@ -81,6 +82,9 @@ ExitCode ExitCodeOf(const std::exception& error) {
     if (const auto* known = dynamic_cast<const kxbase::KXException*>(&error))
         return CodeOfLibraryError(*known);
     if (Is<std::bad_alloc>(error)) return ExitLimit;
+    if (const auto* system = dynamic_cast<const std::system_error*>(&error);
+        system != nullptr && system->code() == std::errc::resource_unavailable_try_again)
+        return ExitLimit;  // no memory for another thread
     if (Is<std::filesystem::filesystem_error>(error)) return ExitWriteFailed;
     return ExitDamaged;
 }

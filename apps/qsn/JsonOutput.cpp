@@ -29,7 +29,11 @@ Json JsonDocument(const char* schema, int version, const std::string& file) {
 
 std::string JsonText(const Json& json) {
     // Texts are valid UTF-8 already: those of files were decoded, the path was checked with the arguments.
-    return json.dump(2) + "\n";
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string JsonLine(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 Json ShortNumber(float value) {

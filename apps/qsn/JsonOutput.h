@@ -16,6 +16,8 @@ Json JsonDocument(const char* schema, int version, const std::string& file);
 
 /// The text of a document, ending with a line end.
 std::string JsonText(const Json& json);
+/// The same on one line, without a line end.
+std::string JsonLine(const Json& json);
 
 /// A float with the digits that it needs, not those of its double; 0 for -0, null when it is not finite.
 Json ShortNumber(float value);

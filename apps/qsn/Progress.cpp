@@ -7,6 +7,7 @@
 
 #include "Console.h"
 #include "Numbers.h"
+#include "ProgramSettings.h"
 
 namespace qsn {
 
@@ -41,11 +42,17 @@ std::string ProgressLine(const std::string& label, const ProgressState& state, u
     return line;
 }
 
+namespace {
+
+bool IsShown(bool visible) {
+    const ProgressMode mode = ChosenProgressMode();
+    return visible && mode != ProgressMode::Never && (mode == ProgressMode::JsonLines || ErrorIsTerminal());
+}
+
+}  // namespace
+
 Progress::Progress(std::string label, bool visible)
-    : m_label(std::move(label)),
-      m_visible(visible && ErrorIsTerminal()),
-      m_start(Clock::now()),
-      m_lastShown(m_start) {}
+    : m_label(std::move(label)), m_visible(IsShown(visible)), m_start(Clock::now()), m_lastShown(m_start) {}
 
 Progress::~Progress() {
     Finish();
@@ -59,7 +66,9 @@ void Progress::Update(uint64_t cells, uint64_t totalCells, uint64_t bytes, uint6
     if (now - m_lastShown < kInterval) return;
     m_lastShown = now;
     const double seconds = std::chrono::duration<double>(now - m_start).count();
-    Show(ProgressLine(m_label, {cells, totalCells, bytes, totalBytes, seconds}, ErrorTerminalColumns()));
+    const ProgressState state{cells, totalCells, bytes, totalBytes, seconds};
+    if (ChosenProgressMode() == ProgressMode::JsonLines) return WriteError(ProgressJson(m_label, state));
+    Show(ProgressLine(m_label, state, ErrorTerminalColumns()));
 }
 
 void Progress::Finish() {

@@ -37,7 +37,17 @@ std::vector<Arguments> ReadingLines(const std::string& scan) {
             {"locate", "--cell", "3,5", scan},
             {"bbox", scan},
             {"lod", "-f", scan, "out.raw"},
-            {"histogram", scan}};
+            {"histogram", scan},
+            {"diff", scan, scan},
+            {"stats", scan}};
+}
+
+/// The same, and those that take any bytes: for them damage is an answer, not an error.
+std::vector<Arguments> InspectingLines(const std::string& scan) {
+    std::vector<Arguments> lines = ReadingLines(scan);
+    lines.push_back({"verify", "--deep", scan});
+    lines.push_back({"dump", scan});
+    return lines;
 }
 
 /// No output was left.
@@ -63,7 +73,8 @@ TEST(QsnCommand, HelpOfEverySubcommandShowsItsExamples) {
         const ProgramResult result = RunQsn({command.name, "--help"});
         EXPECT_EQ(result.exitCode, 0);
         EXPECT_EQ(result.err, "");
-        EXPECT_TRUE(Contains(result.out, "--threads"));
+        for (const char* option : {"--threads", "--quiet", "--verbose", "--progress", "--limit-memory"})
+            EXPECT_TRUE(Contains(result.out, option)) << command.name << " " << option;
         ASSERT_FALSE(command.examples.empty());
         for (const Example& example : command.examples)
             EXPECT_TRUE(Contains(result.out, example.commandLine));
@@ -101,6 +112,9 @@ TEST(QsnCommand, WrongUsageExitsWithTwoAndSaysWhy) {
         {{"import", "source.ptx", "out.qsn", "--threads", "many"}, "--threads"},
         {{"import", "source.ptx", "source.ptx", "--force"}, "input itself"},
         {{"info"}, "FILE"},
+        {{"info", "--progress", "loud", "scan.qsn"}, "--progress loud"},
+        {{"info", "--limit-memory", "63M", "scan.qsn"}, "--limit-memory 63M"},
+        {{"info", "--limit-memory", "much", "scan.qsn"}, "--limit-memory much"},
         {{"preview", "scan.qsn"}, "OUT"},
         {{"preview", "scan.qsn", "out.png", "--component", "height"}, "height"},
         {{"preview", "scan.qsn", "out.png", "--size", "800"}, "--size 800"},
@@ -126,7 +140,7 @@ TEST(QsnCommand, WrongUsageExitsWithTwoAndSaysWhy) {
 
 TEST(QsnCommand, AMissingInputIsNamed) {
     const TemporaryFolder folder;
-    std::vector<Arguments> lines = ReadingLines("missing.qsn");
+    std::vector<Arguments> lines = InspectingLines("missing.qsn");
     lines.push_back({"import", "missing.ptx", "out.qsn"});
     lines.push_back({"parts", "missing.qsn"});
     for (const Arguments& line : lines) {
@@ -151,6 +165,10 @@ TEST(QsnCommand, FilesThatAreNoScansAreRefusedByName) {
             EXPECT_EQ(result.out, "");
             EXPECT_TRUE(Contains(result.err, name)) << result.err;
         }
+        for (const Arguments& line : {Arguments{"verify", name}, Arguments{"dump", name}}) {
+            const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
+            EXPECT_EQ(result.exitCode, name == "folder.qsn" ? 3 : 4) << line[0] << " " << name;
+        }
     }
     ExpectNoOutput(folder);
 }
@@ -168,6 +186,10 @@ TEST(QsnCommand, ATruncatedScanIsRefusedWithFileAndByte) {
             EXPECT_TRUE(Contains(result.err, "cut.qsn")) << result.err;
             EXPECT_TRUE(Contains(result.err, "byte ")) << result.err;
         }
+        const ProgramResult verified = RunQsn({"verify", "cut.qsn"}, {folder.Path(), {}, false});
+        EXPECT_NE(verified.exitCode, 0) << length;
+        EXPECT_TRUE(Contains(verified.out, "cut.qsn: ")) << verified.out;
+        EXPECT_EQ(Contains(verified.out, "byte "), length >= 16) << verified.out;
     }
     ExpectNoOutput(folder);
 }
@@ -182,10 +204,10 @@ TEST(QsnCommand, DamageAnywhereEndsInAnAnswerOrAnError) {
         std::string damaged = whole;
         damaged[place] = static_cast<char>(damaged[place] ^ 0xff);
         folder.Write("damaged.qsn", damaged);
-        for (const Arguments& line : ReadingLines("damaged.qsn")) {
+        for (const Arguments& line : InspectingLines("damaged.qsn")) {
             const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
             // Also 2: a component whose number is damaged is one that the file does not have.
-            const std::set<int> codes = {0, 2, 4, 5, 6};
+            const std::set<int> codes = {0, 1, 2, 4, 5, 6};
             EXPECT_TRUE(codes.contains(result.exitCode))
                 << line[0] << ", byte " << place << ": " << result.exitCode << " " << result.err;
             EXPECT_FALSE(Contains(result.err, "internal error")) << result.err;
@@ -286,7 +308,7 @@ TEST(QsnCommand, DataGoesToStandardOutputAndNothingElse) {
     const ProgramResult import = RunQsn({"import", "source.ptx", "scan.qsn"}, options);
     EXPECT_EQ(import.out, "");
     EXPECT_TRUE(Contains(import.err, "40 x 30 cells"));
-    for (const Arguments& line : ReadingLines("scan.qsn")) {
+    for (const Arguments& line : InspectingLines("scan.qsn")) {
         const ProgramResult result = RunQsn(line, options);
         EXPECT_EQ(result.exitCode, 0) << line[0] << " " << result.err;
         // Those that write a file report; the others answer.
@@ -294,6 +316,48 @@ TEST(QsnCommand, DataGoesToStandardOutputAndNothingElse) {
         EXPECT_EQ(result.out.empty(), writes) << line[0];
         EXPECT_EQ(result.err.empty(), !writes) << line[0];
     }
+}
+
+TEST(QsnCommand, VerboseTellsTimeAndMemoryOnStandardError) {
+    const TemporaryFolder folder;
+    ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
+    const ProgramOptions here{folder.Path(), {}, false};
+    const ProgramResult plain = RunQsn({"info", "scan.qsn"}, here);
+    const ProgramResult verbose = RunQsn({"info", "--verbose", "scan.qsn"}, here);
+    EXPECT_EQ(verbose.exitCode, 0);
+    EXPECT_EQ(verbose.out, plain.out);
+    EXPECT_TRUE(verbose.err.starts_with("qsn info: ")) << verbose.err;
+    EXPECT_TRUE(Contains(verbose.err, " s, up to ")) << verbose.err;
+    EXPECT_TRUE(Contains(verbose.err, "MB\n")) << verbose.err;
+}
+
+TEST(QsnCommand, ErrorsAreColouredOnATerminalUnlessNoColorIsSet) {
+    const TemporaryFolder folder;
+    const auto error = [&](const std::map<std::string, std::string>& environment) {
+        return Program(QsnPath(), {"info", "missing.qsn"}, {folder.Path(), environment, true}).Wait().err;
+    };
+    EXPECT_TRUE(Contains(error({{"TERM", "xterm"}, {"NO_COLOR", ""}}), "\033[1;31mqsn:\033[0m "));
+    EXPECT_FALSE(Contains(error({{"TERM", "xterm"}, {"NO_COLOR", "1"}}), "\033"));
+    EXPECT_FALSE(Contains(error({{"TERM", "dumb"}, {"NO_COLOR", ""}}), "\033"));
+    EXPECT_FALSE(Contains(RunQsn({"info", "missing.qsn"}, {folder.Path(), {}, false}).err, "\033"));
+}
+
+TEST(QsnCommand, NamesOfThreeHundredCharactersWork) {
+    const TemporaryFolder folder;
+    // Longer than any one name may be: a path of folders.
+    const std::string base = std::string(150, 'd') + "/" + std::string(140, 'e') +
+                             "/Stra\xc3\x9f"
+                             "e";
+    std::filesystem::create_directories(folder.Path() / base);
+    folder.Write("source.ptx", MakeSmallPtx(12, 10));
+    const ProgramOptions here{folder.Path(), {}, false};
+    const std::string scan = base + "/scan.qsn";
+    EXPECT_GT(scan.size(), 300U);
+    EXPECT_EQ(RunQsn({"import", "-q", "source.ptx", scan}, here).exitCode, 0);
+    const ProgramResult result = RunQsn({"verify", "--deep", scan}, here);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_TRUE(Contains(result.out, scan)) << result.out;
+    EXPECT_EQ(RunQsn({"diff", scan, scan}, here).exitCode, 0);
 }
 
 TEST(QsnCommand, QuietSaysNothing) {

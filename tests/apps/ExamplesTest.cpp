@@ -2,6 +2,7 @@
 // Every command line that the help or the guide shows is run, as it is shown.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -27,6 +28,7 @@ void Prepare(const TemporaryFolder& folder, bool withScan) {
     ASSERT_EQ(RunQsn({"thumbnail", "-q", "scan.qsn", "photo.jpg"}, here).exitCode, 0);
     const std::string whole = folder.Read("scan.qsn");
     folder.Write("broken.qsn", whole.substr(0, whole.size() - 300));
+    folder.Write("copy.qsn", whole);
 }
 
 void RunExample(const std::string& line) {
@@ -63,20 +65,45 @@ TEST(Examples, EveryExampleOfTheHelpRuns) {
     EXPECT_GE(count, 2 * Commands().size());
 }
 
-TEST(Examples, EveryCommandOfTheGuideRuns) {
-    std::ifstream in(KXIO_SOURCE_DIR "/docs/guide-qsn.md");
-    ASSERT_TRUE(in.good());
+/// What stands between ```sh and ``` in a guide.
+std::string ShellBlocks(std::istream& guide) {
     std::string shell;
     bool inside = false;
-    for (std::string line; std::getline(in, line);) {
+    for (std::string line; std::getline(guide, line);) {
         if (line.starts_with("```")) {
             inside = line == "```sh";
         } else if (inside) {
             shell += line + "\n";
         }
     }
-    const std::vector<std::string> lines = CommandLines(shell);
-    EXPECT_GE(lines.size(), 8U);
+    return shell;
+}
+
+TEST(Examples, EveryCommandOfTheGuidesRuns) {
+    size_t guides = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(KXIO_SOURCE_DIR "/docs")) {
+        if (entry.path().extension() != ".md") continue;
+        std::ifstream in(entry.path());
+        ASSERT_TRUE(in.good()) << entry.path();
+        const std::vector<std::string> lines = CommandLines(ShellBlocks(in));
+        if (lines.empty()) continue;
+        ++guides;
+        SCOPED_TRACE(entry.path().filename());
+        for (const std::string& line : lines)
+            RunExample(line);
+        if (entry.path().filename() == "guide-qsn.md") {
+            EXPECT_GE(lines.size(), 2 * Commands().size());
+        }
+    }
+    EXPECT_GE(guides, 2U);
+}
+
+TEST(Examples, EveryCommandOfTheReadmeRuns) {
+    std::ifstream in(KXIO_SOURCE_DIR "/README.md");
+    std::stringstream text;
+    text << in.rdbuf();
+    const std::vector<std::string> lines = CommandLines(text.str());
+    EXPECT_GE(lines.size(), 4U);
     for (const std::string& line : lines)
         RunExample(line);
 }

@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <csignal>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <thread>
 
 #include "RunProgram.h"
@@ -83,6 +85,26 @@ TEST_F(LongImport, ProgressIsShownOnATerminalAndTakenAwayAgain) {
     EXPECT_NE(result.err.find("left"), std::string::npos) << result.err;
     // Blanks over the line, back to its start, then the report.
     EXPECT_NE(result.err.find(" \rlong.ptx -> out.qsn"), std::string::npos) << result.err;
+}
+
+TEST_F(LongImport, ProgressCanBeLinesOfJson) {
+    const ProgramResult result = RunQsn(
+        {"import", "--progress", "json", "--threads", "1", "--patch", "64", "long.ptx", "out.qsn"}, Here());
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "");
+    std::istringstream lines(result.err);
+    uint64_t cells = 0;
+    int count = 0;
+    for (std::string line; std::getline(lines, line) && line.starts_with("{"); ++count) {
+        const auto json = nlohmann::json::parse(line);
+        EXPECT_EQ(json["schema"], "qsn.progress");
+        EXPECT_EQ(json["version"], 1);
+        EXPECT_EQ(json["work"], "import");
+        EXPECT_GE(json["cells"].get<uint64_t>(), cells);
+        cells = json["cells"];
+    }
+    EXPECT_GE(count, 1);
+    EXPECT_EQ(RunQsn({"import", "-f", "-q", "--progress", "json", "long.ptx", "out.qsn"}, Here()).err, "");
 }
 
 TEST_F(LongImport, NoProgressInAPipeOrOnADumbTerminal) {
