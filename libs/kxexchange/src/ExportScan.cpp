@@ -167,9 +167,13 @@ void ScanFileExport::Impl::Pump(ScanSource& source, const ScanDescription& descr
     const uint64_t pointsBefore = sink->PointsWritten(), bytesBefore = sink->BytesWritten();
     sink->BeginScan(description);
     std::vector<Cell> cells;
-    uint64_t columnsDone = 0;
+    uint64_t columnsDone = 0, invalidIntensities = 0, invalidColors = 0;
     while (const uint64_t columns = source.ReadColumns(kColumnsPerRead, cells)) {
         treatment.Apply(cells);
+        for (const Cell& cell : cells) {
+            invalidIntensities += cell.valid && cell.intensityInvalid ? 1 : 0;
+            invalidColors += cell.valid && cell.colorInvalid ? 1 : 0;
+        }
         sink->WriteColumns(cells, columns);
         columnsDone += columns;
         report.cells += cells.size();
@@ -188,6 +192,14 @@ void ScanFileExport::Impl::Pump(ScanSource& source, const ScanDescription& descr
         throw SourceFormatException("Scan ends early", context);
     }
     sink->EndScan();
+    const FormatCapabilities& can = format.capabilities;
+    const auto lose = [&](const char* field, uint64_t count) {
+        report.losses.Add({field, Fate::Lost, std::to_string(count) + " are written like any other", {}});
+    };
+    if (invalidIntensities != 0 && description.intensity.present && can.intensityMarks == Fate::Lost)
+        lose("invalid intensities", invalidIntensities);
+    if (invalidColors != 0 && description.color.present && can.colorMarks == Fate::Lost)
+        lose("invalid colours", invalidColors);
     report.points = sink->PointsWritten() - pointsBefore;
     report.bytesWritten = sink->BytesWritten() - bytesBefore;
 }

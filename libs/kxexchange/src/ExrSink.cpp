@@ -71,6 +71,7 @@ FormatCapabilities ExrSink::Capabilities() {
     can.coordinateBits = 24;
     can.intensity = can.classes = Fate::Kept;
     can.intensityBits = 24;
+    can.intensityMarks = Fate::Kept;
     can.color = Fate::Converted;
     can.colorBits = 16;
     return can;

@@ -149,7 +149,7 @@ std::array<unsigned char, LasSink::kHeaderBytes> LasSink::Header() const {
     writer.Zeros(16);  // project ID
     writer.U8(1);
     writer.U8(4);
-    PutText(writer, "", 32);
+    PutText(writer, "OTHER", 32);
     PutText(writer, "kxio", 32);
     using namespace std::chrono;
     const auto today = floor<days>(system_clock::now());

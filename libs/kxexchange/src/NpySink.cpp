@@ -34,7 +34,7 @@ FormatCapabilities PlaneCapabilities() {
     can.grid = can.noReturns = Fate::Kept;
     can.cartesian = Fate::Converted;
     can.coordinateBits = 24;
-    can.intensity = can.color = can.classes = Fate::Kept;
+    can.intensity = can.intensityMarks = can.color = can.classes = Fate::Kept;
     can.colorBits = 16;
     return can;
 }

@@ -23,6 +23,7 @@ FormatCapabilities PcdSink::Capabilities() {
     FormatCapabilities can;
     can.grid = can.noReturns = can.pose = can.intensity = can.color = can.classes = Fate::Kept;
     can.intensityBits = 24;
+    can.intensityMarks = Fate::Kept;
     return can;
 }
 

@@ -179,6 +179,36 @@ TEST(PcdSink, AGridOfOneRowIsSaidToBeLost) {
     EXPECT_EQ(losses.Find("grid")->fate, Fate::Lost);
 }
 
+// Two points, the first with an intensity that is none.
+TEST(FormatsOfPoints, IntensitiesThatMeanNothingAreCountedWhereTheyBecomeOrdinaryOnes) {
+    const auto source = SourceOf(
+        "ply\nformat ascii 1.0\nobj_info num_cols 2\nobj_info num_rows 1\nelement vertex 2\n"
+        "property float x\nproperty float y\nproperty float z\nproperty float intensity\n"
+        "element range_grid 2\nproperty list uchar int vertex_indices\nend_header\n"
+        "1 2 3 nan\n4 5 6 7\n1 0\n1 1\n",
+        "a.ply");
+    TempFolder folder;
+    for (const SinkFormat& format : SinkFormats()) {
+        ScanFileExport file(folder.Path() / ("a" + std::string(format.endings[0])), format, {});
+        const ExportReport report = file.Add(*source, 0);
+        file.Commit();
+        const LossEntry* const loss = report.losses.Find("invalid intensities");
+        const bool marks =
+            format.name == "PCD" || format.name == "NPY" || format.name == "NPZ" || format.name == "EXR";
+        ASSERT_EQ(loss == nullptr, marks) << format.name;
+        if (loss) {
+            EXPECT_EQ(loss->detail, "1 are written like any other") << format.name;
+        }
+    }
+    std::vector<Cell> back;
+    const auto pcd = OpenScanSource(folder.Path() / "a.pcd");
+    pcd->OpenScan(0);
+    ASSERT_EQ(pcd->ReadColumns(2, back), 1u);
+    EXPECT_TRUE(back.at(0).intensityInvalid);
+    EXPECT_FALSE(back.at(1).intensityInvalid);
+    EXPECT_EQ(back.at(1).intensity, 7);
+}
+
 TEST(FormatsOfOneScan, RefuseASecondOne) {
     for (const char* format : {"PCD", "NPY", "NPZ", "PNG", "EXR"}) {
         EXPECT_THROW(Written(format, {Described(), Described()}, Cells()), kxbase::KXWritingException)

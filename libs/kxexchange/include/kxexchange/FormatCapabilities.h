@@ -20,8 +20,10 @@ struct FormatCapabilities {
     Fate intensity = Fate::Lost;
     int intensityBits = 53;            ///< significant bits: a value that needs more is converted
     Fate intensityRange = Fate::Lost;  ///< declared least and greatest value
+    Fate intensityMarks = Fate::Lost;  ///< that a return's intensity means nothing
     Fate color = Fate::Lost;
-    int colorBits = 8;  ///< 8 or 16 per channel; an 8-bit sink is never given 16 bits
+    int colorBits = 8;             ///< 8 or 16 per channel; an 8-bit sink is never given 16 bits
+    Fate colorMarks = Fate::Lost;  ///< that a return's colour means nothing
     Fate classes = Fate::Lost;
     Fate severalScans = Fate::Lost;  ///< Kept: several scans stay apart in one file; Converted: run together
     Fate images = Fate::Lost;        ///< Converted: some of them, or in another form

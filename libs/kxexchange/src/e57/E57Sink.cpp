@@ -71,6 +71,7 @@ FormatCapabilities E57Sink::Capabilities() {
     can.grid = can.noReturns = can.directions = can.pose = Fate::Kept;
     can.cartesian = can.spherical = Fate::Kept;
     can.intensity = can.intensityRange = can.color = Fate::Kept;
+    can.intensityMarks = can.colorMarks = Fate::Kept;
     can.colorBits = 16;
     can.severalScans = Fate::Kept;
     can.images = Fate::Converted;
@@ -269,7 +270,11 @@ void E57Sink::PutIntensity(const Cell& cell) {
         m_vector->PutReal(*m_intensity, value);
     }
     if (cell.valid && !cell.intensityInvalid) m_intensityBounds.Add(value);
-    if (m_intensityInvalid) m_vector->PutWhole(*m_intensityInvalid, cell.intensityInvalid ? 1 : 0);
+    if (m_intensityInvalid) {
+        m_vector->PutWhole(*m_intensityInvalid, cell.intensityInvalid ? 1 : 0);
+    } else {
+        m_marksLost += cell.valid && cell.intensityInvalid ? 1 : 0;
+    }
 }
 
 void E57Sink::PutCell(Cell cell) {
@@ -349,6 +354,9 @@ void E57Sink::AddLosses(LossReport& losses) const {
         add("intensity", Fate::Converted,
             std::to_string(m_intensityChanged) +
                 " values do not fit the stated range or are no whole numbers");
+    }
+    if (m_marksLost != 0) {
+        add("invalid intensities", Fate::Lost, std::to_string(m_marksLost) + " are written like any other");
     }
     if (m_projectionsLost != 0) {
         add("image projections", Fate::Lost,

@@ -82,6 +82,7 @@ private:
     double m_poseError = 0;
     uint64_t m_outside = 0;
     uint64_t m_intensityChanged = 0;
+    uint64_t m_marksLost = 0;
     uint64_t m_projectionsLost = 0;
 };
 
