@@ -17,6 +17,7 @@
 #include "kxbase/QSNIndex.h"
 #include "kxbase/RegistrationInformation.h"
 #include "kxbase/UUID.h"
+#include "kxbase/kxInFile.h"
 #include "kxbase/tBoundingBox.h"
 #include "kxcodecs/ChunkCodecFactory.h"
 #include "kxio/Export.h"
@@ -30,6 +31,8 @@ namespace kxio {
 
 struct DecodedPatch;
 struct PatchBuffers;
+struct PositionedInput;
+class InputWindow;
 
 /// Opens a scan file and serves its properties, patches, previews and thumbnail.
 ///
@@ -339,7 +342,13 @@ private:
     const LookupEntry& LocateChunk(uint64_t index, kxbase::ComponentType component) const;
     void ReadBytes(uint64_t position, uint64_t count, std::vector<unsigned char>& out) const;
     void ReadChunk(uint64_t index, std::vector<unsigned char>& out, kxbase::ComponentType component) const;
-    bool ReadFirstStoredChunk(kxbase::ComponentType component, std::vector<unsigned char>& out) const;
+    void ReadPreviewChunk(std::vector<unsigned char>& out, kxbase::ComponentType component,
+                          uint64_t maxBytes) const;
+    bool ReadFirstChunkHeader(kxbase::ComponentType component, std::vector<unsigned char>& out) const;
+    void UseStream(std::unique_ptr<kxbase::kxInFile> owned, kxbase::IInFileStream* stream);
+    PositionedInput Input() const;
+    InputWindow RecordInput(uint64_t windowBytes) const;
+    void RequireBytes(uint64_t position, uint64_t count) const;
     void RequireSamplable(uint64_t index, kxbase::ComponentType component, uint64_t elementBytes) const;
     uint64_t FirstReadableElementBytes(uint64_t tableSize, kxbase::ComponentType component) const;
     std::vector<uint8_t> GetPatchLuminance(unsigned row, unsigned column) const;
@@ -355,11 +364,13 @@ private:
     std::map<kxbase::ComponentType, uint64_t> m_histogramPositions;
     std::map<kxbase::ComponentType, kxcodecs::ChunkCodecFactory::CodecPtr> m_codecs;
     std::map<kxbase::ComponentType, double> m_componentValues;
+    std::map<kxbase::ComponentType, std::string> m_firstChunkCodecs;  // names
     ScanHeader m_scanHeader;
     ScanProperties m_scanProperties;
     std::wstring m_fileName;
     kxbase::IInFileStream* m_stream = nullptr;
-    std::unique_ptr<kxbase::IInFileStream> m_ownedStream;  // set when the reader opened the stream itself
+    std::unique_ptr<kxbase::kxInFile> m_ownedStream;  // set when the reader opened the file itself
+    uint64_t m_streamBytes = 0;                       // as of opening
     std::list<kxbase::UUID> m_hqLinks;
     std::list<kxbase::UUID> m_erLinks;
     std::list<kxbase::UUID> m_hdrLinks;

@@ -8,6 +8,7 @@
 #include "kxio/MinMaxHeader.h"
 #include "kxio/QSNScanReader.h"
 #include "reader/Locks.h"
+#include "reader/PositionedInput.h"
 #include "reader/RecordAt.h"
 
 namespace kxio {
@@ -85,9 +86,9 @@ void QSNScanReader::FillupBoundingBox() const {
     if (m_stream == nullptr) ThrowNoLimits(context);
     uint64_t fileSize = 0;
     try {
-        const std::lock_guard lock(FileAccessLock());
-        fileSize = m_stream->GetSize();
-        if (!ReadRecordAt(m_stream, position, limits)) ThrowNoLimits(ProblemOf(limits, position));
+        InputWindow input = RecordInput(0);
+        fileSize = input.GetSize();
+        if (!ReadRecordAt(&input, position, limits)) ThrowNoLimits(ProblemOf(limits, position));
     } catch (kxbase::KXException& e) {  // a refused version too
         e.AddContext(FileContext());
         throw;
@@ -100,7 +101,6 @@ void QSNScanReader::FillupBoundingBox() const {
                          " patches, the file has " + std::to_string(fileSize) + " bytes";
         ThrowNoLimits(context);
     }
-    const std::lock_guard lock(FileAccessLock());
     m_scanBoxMinimum = StartCorner(grid, limits.minimum, 0, 0);
     m_scanBoxMaximum = EndCorner(grid, limits.maximum, static_cast<double>(grid.columns) - 1,
                                  static_cast<double>(grid.rows) - 1);

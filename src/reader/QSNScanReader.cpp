@@ -8,6 +8,7 @@
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxio/Tilt.h"
+#include "reader/PositionedInput.h"
 #include "reader/Prefetch.h"
 
 namespace kxio {
@@ -53,8 +54,7 @@ void QSNScanReader::Open(const std::wstring& path, uint64_t prefetchBlock) {
         throw kxbase::KXHeaderReadingException("Cannot open file", context);
     }
     m_fileName = path;
-    m_stream = stream.get();
-    m_ownedStream = std::move(stream);
+    UseStream(std::move(stream), nullptr);
     SetupPostOpening();
 }
 
@@ -64,8 +64,7 @@ void QSNScanReader::Open(kxbase::IInFileStream* stream) {
         context.detail = "no stream given";
         throw kxbase::KXHeaderReadingException("Cannot open file", context);
     }
-    m_stream = stream;
-    m_ownedStream.reset();
+    UseStream(nullptr, stream);
     if (m_fileName.empty()) m_fileName = L"No name stream";
     SetupPostOpening();
 }
@@ -84,6 +83,22 @@ void QSNScanReader::Close() {
     m_fileName.clear();
     m_patchBoxMinima.clear();
     m_patchBoxMaxima.clear();
+}
+
+// A stream is lent unless it is the reader's own file. Its size is asked for here and then trusted: a file
+// that has become shorter ends a read early, one that has become longer is asked again.
+void QSNScanReader::UseStream(std::unique_ptr<kxbase::kxInFile> owned, kxbase::IInFileStream* stream) {
+    m_stream = owned ? owned.get() : stream;
+    m_ownedStream = std::move(owned);
+    m_streamBytes = Input().Size();
+}
+
+PositionedInput QSNScanReader::Input() const {
+    return {m_ownedStream.get(), m_stream};
+}
+
+InputWindow QSNScanReader::RecordInput(uint64_t windowBytes) const {
+    return {Input(), m_streamBytes, windowBytes};
 }
 
 void QSNScanReader::ResetTables() {

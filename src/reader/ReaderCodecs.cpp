@@ -5,9 +5,10 @@
 
 namespace kxio {
 
-// The first patch that the file holds; a patch that was never written must not hide the others. False when
-// no chunk of the component is long enough to name a codec.
-bool QSNScanReader::ReadFirstStoredChunk(kxbase::ComponentType component,
+// The first patch that the file holds; a patch that was never written must not hide the others. Gives the
+// 28 bytes of its header; all of the chunk must be there. False when no chunk of the component is long enough
+// to name a codec.
+bool QSNScanReader::ReadFirstChunkHeader(kxbase::ComponentType component,
                                          std::vector<unsigned char>& out) const {
     const std::vector<LookupEntry>& entries = RequireComponent(component);
     if (entries.empty()) {
@@ -20,16 +21,24 @@ bool QSNScanReader::ReadFirstStoredChunk(kxbase::ComponentType component,
     for (uint64_t index = 0; index < count; ++index) {
         const LookupEntry& entry = entries[index];
         if (entry.position == 0 || entry.byteCount < kxcodecs::QKXChunkCodec::HeaderSize) continue;
-        ReadChunk(index, out, component);
+        try {
+            RequireBytes(entry.position, entry.byteCount);
+            ReadBytes(entry.position, kxcodecs::QKXChunkCodec::HeaderSize, out);
+        } catch (kxbase::KXException& e) {
+            out.clear();
+            e.AddContext(PatchContext(index, component));
+            throw;
+        }
         return true;
     }
     return false;
 }
 
 void QSNScanReader::AnalyseCodecs() {
+    m_firstChunkCodecs.clear();
     std::vector<unsigned char> chunk;
     for (const auto& [component, entries] : m_patchTable) {
-        if (!ReadFirstStoredChunk(component, chunk)) continue;
+        if (!ReadFirstChunkHeader(component, chunk)) continue;
         if (!kxcodecs::QKXChunkCodec::IsCodecAvailable(chunk)) {
             kxbase::ErrorContext context = FileContext();
             context.record = "first chunk of component " + kxbase::ComponentToString(component);
@@ -37,6 +46,7 @@ void QSNScanReader::AnalyseCodecs() {
             throw kxbase::KXUnkownCodecException(
                 "The codec " + kxcodecs::QKXChunkCodec::GetName(chunk) + "is not supported.", context);
         }
+        m_firstChunkCodecs[component] = kxcodecs::QKXChunkCodec::GetName(chunk);
         kxcodecs::ChunkHeaderInfo header;
         if (component >= 1 && component <= 3 && kxcodecs::QKXChunkCodec::ReadHeader(chunk, header)) {
             m_scanProperties.componentValue[component - 1] = 1.0 / static_cast<double>(header.step);
@@ -46,10 +56,10 @@ void QSNScanReader::AnalyseCodecs() {
 
 void QSNScanReader::SetupComponentMap() {
     m_scanProperties.componentCodecs.clear();
-    std::vector<unsigned char> chunk;
     for (const auto& [component, entries] : m_patchTable) {
-        std::string& name = m_scanProperties.componentCodecs[component];
-        if (ReadFirstStoredChunk(component, chunk)) name = kxcodecs::QKXChunkCodec::GetName(chunk);
+        const auto name = m_firstChunkCodecs.find(component);
+        m_scanProperties.componentCodecs[component] =
+            name != m_firstChunkCodecs.end() ? name->second : std::string();
     }
 }
 

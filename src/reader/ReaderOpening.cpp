@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Opening: headers, lookup tables, preview size.
-#include <mutex>
-
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/ComponentHeader.h"
 #include "kxio/QSNScanReader.h"
-#include "reader/Locks.h"
+#include "reader/PositionedInput.h"
 #include "reader/RecordAt.h"
 
 namespace kxio {
@@ -49,13 +47,15 @@ void QSNScanReader::InitFile() {
 }
 
 uint64_t QSNScanReader::ReadHeaders() {
-    const std::lock_guard lock(FileAccessLock());
     try {
         if (m_stream == nullptr) throw kxbase::KXHeaderReadingException("Cannot open file");
-        if (!ReadRecordAt(m_stream, 0, m_mainHeader)) {
+        // The component records follow the main header: its window mostly holds them too.
+        InputWindow input = RecordInput(InputWindow::kUsualBytes);
+        InputWindow scanInput = RecordInput(InputWindow::kUsualBytes);
+        if (!ReadRecordAt(&input, 0, m_mainHeader)) {
             throw kxbase::KXHeaderReadingException("Invalid main header", ProblemOf(m_mainHeader, 0));
         }
-        if (!ReadRecordAt(m_stream, m_mainHeader.scanHeaderPosition, m_scanHeader)) {
+        if (!ReadRecordAt(&scanInput, m_mainHeader.scanHeaderPosition, m_scanHeader)) {
             throw kxbase::KXHeaderReadingException("Invalid scan headers",
                                                    ProblemOf(m_scanHeader, m_mainHeader.scanHeaderPosition));
         }
@@ -64,8 +64,8 @@ uint64_t QSNScanReader::ReadHeaders() {
         // Where the file has no component records the position is 0; the first read then meets the main
         // header and ends the run.
         ComponentHeader component;
-        bool found = ReadRecordAt(m_stream, m_mainHeader.firstComponentHeaderPosition, component);
-        for (; found; found = component.Read(m_stream) != 0) {
+        bool found = ReadRecordAt(&input, m_mainHeader.firstComponentHeaderPosition, component);
+        for (; found; found = component.Read(&input) != 0) {
             m_codecs[component.component] = kxcodecs::ChunkCodecFactory::MakeCodec(component.codecIdentifier);
             m_componentValues[component.component] = component.value;
         }
@@ -96,9 +96,9 @@ void QSNScanReader::FillupPatchPosition() {
         context.detail = "the position is 0: the file was not finished";
         throw kxbase::KXIncompleteFileException("Lookup table not found", context);
     }
-    const std::lock_guard lock(FileAccessLock());
+    InputWindow input = RecordInput(InputWindow::kUsualBytes);
     LookupTableHeader table(&m_patchTable);
-    if (!ReadRecordAt(m_stream, m_mainHeader.lookupTablePosition, table)) {
+    if (!ReadRecordAt(&input, m_mainHeader.lookupTablePosition, table)) {
         throw kxbase::KXIncompleteFileException("Lookup table not found",
                                                 ProblemOf(table, m_mainHeader.lookupTablePosition));
     }
@@ -106,9 +106,9 @@ void QSNScanReader::FillupPatchPosition() {
 
 void QSNScanReader::FillupPreviewPosition() {
     if (m_mainHeader.previewLookupTablePosition == 0) return;
-    const std::lock_guard lock(FileAccessLock());
+    InputWindow input = RecordInput(InputWindow::kUsualBytes);
     LookupTableHeader table(&m_previewTable);
-    if (!ReadRecordAt(m_stream, m_mainHeader.previewLookupTablePosition, table)) {
+    if (!ReadRecordAt(&input, m_mainHeader.previewLookupTablePosition, table)) {
         throw kxbase::KXIncompleteFileException("No preview found",
                                                 ProblemOf(table, m_mainHeader.previewLookupTablePosition));
     }
@@ -122,7 +122,7 @@ void QSNScanReader::SetupGrid() {
     grid.rowRatio = 1.0F;
     if (m_previewTable.empty()) return;
     std::vector<unsigned char> chunk;
-    GetCompressedPreview(chunk, m_previewTable.begin()->first);
+    ReadPreviewChunk(chunk, m_previewTable.begin()->first, kxcodecs::QKXChunkCodec::HeaderSize);
     kxcodecs::ChunkHeaderInfo header;
     if (!kxcodecs::QKXChunkCodec::ReadHeader(chunk, header)) return;
     grid.previewWidth = header.width;

@@ -2,12 +2,11 @@
 // From a patch's address to its stored chunk, and on to its values.
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/QSNScanReader.h"
-#include "reader/Locks.h"
 #include "reader/PatchDecoder.h"
+#include "reader/PositionedInput.h"
 
 namespace kxio {
 
@@ -74,23 +73,27 @@ const LookupEntry& QSNScanReader::LocateChunk(uint64_t index, kxbase::ComponentT
     return entries->second[index];
 }
 
-void QSNScanReader::ReadBytes(uint64_t position, uint64_t count, std::vector<unsigned char>& out) const {
+// That the input is long enough. Only one that seems too short is asked again how long it is.
+void QSNScanReader::RequireBytes(uint64_t position, uint64_t count) const {
+    const auto leftOf = [position](uint64_t size) { return position < size ? size - position : 0; };
+    if (count <= leftOf(m_streamBytes)) return;
+    const uint64_t left = leftOf(Input().Size());
+    if (count <= left) return;
     kxbase::ErrorContext context;
     context.offset = position;
-    {
-        const std::lock_guard lock(FileAccessLock());
-        const uint64_t size = m_stream != nullptr ? m_stream->GetSize() : 0;
-        const uint64_t left = position < size ? size - position : 0;
-        if (count > left) {
-            context.detail = std::to_string(count) + " bytes announced, " + std::to_string(left) + " left";
-        } else {
-            out.resize(count);
-            const uint64_t got = m_stream->Seek(position) ? m_stream->Read(out.data(), count) : 0;
-            if (got == count) return;
-            context.detail = std::to_string(got) + " of " + std::to_string(count) + " bytes could be read";
-        }
-    }
+    context.detail = std::to_string(count) + " bytes announced, " + std::to_string(left) + " left";
+    throw kxbase::KXUnreadablePatchException("Cannot read file", context);
+}
+
+void QSNScanReader::ReadBytes(uint64_t position, uint64_t count, std::vector<unsigned char>& out) const {
+    RequireBytes(position, count);
+    out.resize(count);
+    const uint64_t got = Input().ReadAt(position, out.data(), count);
+    if (got == count) return;
     out.clear();
+    kxbase::ErrorContext context;
+    context.offset = position;
+    context.detail = std::to_string(got) + " of " + std::to_string(count) + " bytes could be read";
     throw kxbase::KXUnreadablePatchException("Cannot read file", context);
 }
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Previews and the thumbnail.
-#include <mutex>
+#include <algorithm>
 
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxcodecs/JPEG.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ThumbnailHeader.h"
-#include "reader/Locks.h"
+#include "reader/PositionedInput.h"
 #include "reader/RecordAt.h"
 
 namespace kxio {
@@ -36,6 +36,31 @@ bool DecodeThumbnail(const std::vector<unsigned char>& jpeg, std::vector<unsigne
     return true;
 }
 
+// The main header is read again, wherever the thumbnail is asked for: a file that was edited names its new
+// one.
+bool ReadThumbnail(const PositionedInput& input, std::vector<unsigned char>& out) {
+    out.clear();
+    try {
+        InputWindow records(input, input.Size(), 0);
+        MainFileHeader mainHeader;
+        if (!ReadRecordAt(&records, 0, mainHeader) || mainHeader.thumbnailHeaderPosition == 0) return false;
+        ThumbnailHeader thumbnail;
+        if (!ReadRecordAt(&records, mainHeader.thumbnailHeaderPosition, thumbnail)) return false;
+        out = thumbnail.GetCompressed();
+        return true;
+    } catch (const kxbase::KXException&) {
+        out.clear();
+        return false;
+    }
+}
+
+bool ThumbnailOrPlaceholder(const PositionedInput& input, std::vector<unsigned char>& out, unsigned& width,
+                            unsigned& height) {
+    std::vector<unsigned char> jpeg;
+    if (ReadThumbnail(input, jpeg) && DecodeThumbnail(jpeg, out, width, height)) return true;
+    return Placeholder(out, width, height);
+}
+
 void RequireOpen(const kxbase::kxInFile& file, const std::wstring& path) {
     if (file.IsOpen()) return;
     kxbase::ErrorContext context;
@@ -47,6 +72,12 @@ void RequireOpen(const kxbase::kxInFile& file, const std::wstring& path) {
 
 void QSNScanReader::GetCompressedPreview(std::vector<unsigned char>& out,
                                          kxbase::ComponentType component) const {
+    ReadPreviewChunk(out, component, UINT32_MAX);
+}
+
+// The chunk up to `maxBytes`; all of it must be there.
+void QSNScanReader::ReadPreviewChunk(std::vector<unsigned char>& out, kxbase::ComponentType component,
+                                     uint64_t maxBytes) const {
     out.clear();
     kxbase::ErrorContext context = FileContext();
     context.record = "preview of component " + kxbase::ComponentToString(component);
@@ -57,7 +88,9 @@ void QSNScanReader::GetCompressedPreview(std::vector<unsigned char>& out,
         throw kxbase::KXUnreadablePatchException("Patch not in file", context);
     }
     try {
-        ReadBytes(entries->second.front().position, entries->second.front().byteCount, out);
+        const LookupEntry& entry = entries->second.front();
+        RequireBytes(entry.position, entry.byteCount);
+        ReadBytes(entry.position, std::min<uint64_t>(entry.byteCount, maxBytes), out);
     } catch (kxbase::KXException& e) {
         e.AddContext(context);
         throw;
@@ -65,48 +98,34 @@ void QSNScanReader::GetCompressedPreview(std::vector<unsigned char>& out,
 }
 
 bool QSNScanReader::GetThumbnailJPEG(kxbase::IInFileStream* stream, std::vector<unsigned char>& out) {
-    const std::lock_guard lock(FileAccessLock());
-    out.clear();
-    try {
-        MainFileHeader mainHeader;
-        if (!ReadRecordAt(stream, 0, mainHeader) || mainHeader.thumbnailHeaderPosition == 0) return false;
-        ThumbnailHeader thumbnail;
-        if (!ReadRecordAt(stream, mainHeader.thumbnailHeaderPosition, thumbnail)) return false;
-        out = thumbnail.GetCompressed();
-        return true;
-    } catch (const kxbase::KXException&) {
-        out.clear();
-        return false;
-    }
+    return ReadThumbnail({nullptr, stream}, out);
 }
 
 bool QSNScanReader::GetThumbnailJPEG(const std::wstring& path, std::vector<unsigned char>& out) {
     kxbase::kxInFile file(path);
     RequireOpen(file, path);
-    return GetThumbnailJPEG(&file, out);
+    return ReadThumbnail({&file, &file}, out);
 }
 
 bool QSNScanReader::GetThumbnailJPEG(std::vector<unsigned char>& out) const {
-    return GetThumbnailJPEG(m_stream, out);
+    return ReadThumbnail(Input(), out);
 }
 
 bool QSNScanReader::GetThumbnailRGB(kxbase::IInFileStream* stream, std::vector<unsigned char>& out,
                                     unsigned& width, unsigned& height) {
-    std::vector<unsigned char> jpeg;
-    if (GetThumbnailJPEG(stream, jpeg) && DecodeThumbnail(jpeg, out, width, height)) return true;
-    return Placeholder(out, width, height);
+    return ThumbnailOrPlaceholder({nullptr, stream}, out, width, height);
 }
 
 bool QSNScanReader::GetThumbnailRGB(const std::wstring& path, std::vector<unsigned char>& out,
                                     unsigned& width, unsigned& height) {
     kxbase::kxInFile file(path);
     RequireOpen(file, path);
-    return GetThumbnailRGB(&file, out, width, height);
+    return ThumbnailOrPlaceholder({&file, &file}, out, width, height);
 }
 
 bool QSNScanReader::GetThumbnailRGB(std::vector<unsigned char>& out, unsigned& width,
                                     unsigned& height) const {
-    return GetThumbnailRGB(m_stream, out, width, height);
+    return ThumbnailOrPlaceholder(Input(), out, width, height);
 }
 
 }  // namespace kxio

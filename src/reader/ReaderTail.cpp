@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The extended records at the end of the file.
-#include <mutex>
+#include <array>
+#include <optional>
 
 #include "kxio/ColorizationModeExtendedHeader.h"
 #include "kxio/CommentExtendedHeader.h"
@@ -13,7 +14,7 @@
 #include "kxio/ScanningModeExtendedHeader.h"
 #include "kxio/UUIDExtendedHeader.h"
 #include "kxio/WarningExtendedHeader.h"
-#include "reader/Locks.h"
+#include "reader/PositionedInput.h"
 #include "reader/RecordAt.h"
 #include "reader/ScanningMode.h"
 
@@ -72,23 +73,43 @@ void Take(const ExtendedHeader& record, ScanProperties& properties) {
     }
 }
 
+// Moves behind a whole histogram record without reading its numbers, which may be many. Nothing, and no move,
+// for anything else.
+std::optional<kxbase::ComponentType> PassHistogram(InputWindow& input) {
+    const uint64_t start = input.Tell();
+    std::array<unsigned char, kxbase::IOHeader::FrameSize + ExtendedHeader::FixedSize> bytes{};
+    const uint64_t got = input.Read(bytes.data(), bytes.size());
+    input.Seek(start);
+    if (got != bytes.size()) return std::nullopt;
+    const auto view = std::span<const unsigned char>(bytes);
+    const kxbase::RecordFrame frame = kxbase::IOHeader::DecodeFrame(view);
+    kxbase::ByteReader fields(view.subspan(kxbase::IOHeader::FrameSize));
+    fields.U64("link");
+    const auto component = HistogramComponent(fields.U64("type tag"));
+    const uint64_t dataBytes = fields.U32("data length");
+    const uint64_t recordBytes = uint64_t{kxbase::IOHeader::FrameSize} + frame.payloadSize;
+    const bool whole = frame.tag == ExtendedHeader::Magic &&
+                       ExtendedHeader::FixedSize + dataBytes <= frame.payloadSize &&
+                       recordBytes <= input.GetSize() - start;
+    if (!component || !whole || !input.SeekForward(recordBytes)) return std::nullopt;
+    return component;
+}
+
 }  // namespace
 
 void QSNScanReader::ReadTailHeaders() {
     const uint64_t first = m_mainHeader.firstExtendedHeaderPosition;
     if (first == 0) return;
-    {
-        const std::lock_guard lock(FileAccessLock());
-        ExtendedHeader record;
-        uint64_t position = first;
-        for (bool found = ReadRecordAt(m_stream, first, record); found;
-             position = m_stream->Tell(), found = record.Read(m_stream) != 0) {
-            if (const auto component = HistogramComponent(record.GetType())) {
-                m_histogramPositions[*component] = position;
-            } else {
-                Take(record, m_scanProperties);
-            }
+    InputWindow input = RecordInput(InputWindow::kUsualBytes);
+    ExtendedHeader record;
+    for (bool found = input.Seek(first); found;) {
+        const uint64_t position = input.Tell();
+        if (const auto component = PassHistogram(input)) {
+            m_histogramPositions[*component] = position;
+            continue;
         }
+        found = record.Read(&input) != 0;
+        if (found) Take(record, m_scanProperties);
     }
     m_hqLinks = m_scanProperties.hqLinks;
     m_erLinks = m_scanProperties.erLinks;
@@ -109,9 +130,9 @@ ExtendedHeader QSNScanReader::GetCompressedHistogram(kxbase::ComponentType compo
         context.detail = "no histogram of component " + kxbase::ComponentToString(component);
         throw kxbase::KXComponentNotInFileException("Cannot use this component", context);
     }
-    const std::lock_guard lock(FileAccessLock());
+    InputWindow input = RecordInput(0);
     ExtendedHeader record;
-    if (!ReadRecordAt(m_stream, entry->second, record)) {
+    if (!ReadRecordAt(&input, entry->second, record)) {
         throw kxbase::KXUnreadablePatchException("Cannot read file", ProblemOf(record, entry->second));
     }
     return record;

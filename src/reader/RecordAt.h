@@ -8,8 +8,8 @@
 
 namespace kxio {
 
-/// Reads the record at an absolute position; false when none lies there. The caller holds the file access
-/// lock. \throws what the record's reading throws
+/// Reads the record at an absolute position; false when none lies there. Streams that are lent to a reader
+/// are read through an `InputWindow` only. \throws what the record's reading throws
 bool ReadRecordAt(kxbase::IInFileStream* stream, uint64_t position, kxbase::IOHeader& record);
 
 /// Why `ReadRecordAt` said no.

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // What ScanAccess tells without decoding.
 #include <algorithm>
-#include <mutex>
 #include <tuple>
 
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/ScanAccess.h"
-#include "reader/Locks.h"
+#include "reader/PositionedInput.h"
 #include "reader/RecordAt.h"
 
 namespace kxio {
@@ -93,10 +92,10 @@ kxcodecs::ChunkHeaderInfo ScanAccess::ReadChunkHeader(ComponentType component, u
 std::optional<ScanLimits> ScanAccess::ReadLimits() const {
     const uint64_t position = m_reader->m_mainHeader.boundingInformationPosition;
     if (position == 0) return std::nullopt;
-    const std::lock_guard lock(FileAccessLock());
+    InputWindow input = m_reader->RecordInput(0);
     ScanLimits limits;
     MinMaxHeader record(&limits.patches);
-    if (!ReadRecordAt(m_reader->m_stream, position, record)) {
+    if (!ReadRecordAt(&input, position, record)) {
         throw kxbase::KXIncompleteFileException("No bounding information found", ProblemOf(record, position));
     }
     limits.minimum = record.minimum;
@@ -109,8 +108,7 @@ ExtendedHeader ScanAccess::ReadHistogramRecord(ComponentType component) const {
 }
 
 uint64_t ScanAccess::GetFileSize() const {
-    const std::lock_guard lock(FileAccessLock());
-    return m_reader->m_stream != nullptr ? m_reader->m_stream->GetSize() : 0;
+    return m_reader->Input().Size();
 }
 
 }  // namespace kxio

@@ -5,6 +5,7 @@ list(APPEND kxio_sources
   reader/Patch3D.cpp
   reader/PatchDecoder.cpp
   reader/PatchTasks.cpp
+  reader/PositionedInput.cpp
   reader/Prefetch.cpp
   reader/QSNScanReader.cpp
   reader/ReaderCodecs.cpp

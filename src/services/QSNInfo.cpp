@@ -56,8 +56,7 @@ std::unique_ptr<QSNScanReader> QSNInfo::OpenHeaders(const std::wstring& path) {
             "Cannot open file",
             {kxbase::Encode_UTF8(path), {}, {}, {}, "it is missing, not a regular file or not readable"});
     }
-    reader->m_stream = stream.get();
-    reader->m_ownedStream = std::move(stream);
+    reader->UseStream(std::move(stream), nullptr);
     reader->m_fileName = path;
     if (reader->ReadHeaders() == 0) {
         reader->Close();

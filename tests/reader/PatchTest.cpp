@@ -145,46 +145,6 @@ TEST(PatchCompressed, ReaderWithoutAStreamCannotRead) {
               "KXUnreadablePatchException: Cannot read file");
 }
 
-// Counts the calls that cost a system call on a file.
-class CountingStream final : public kxbase::IInFileStream {
-public:
-    explicit CountingStream(const Bytes& bytes) : m_in(bytes) {}
-    bool IsOpen() const override { return true; }
-    bool Seek(uint64_t position) override { return m_in.Seek(position); }
-    bool SeekForward(uint64_t bytes) override { return m_in.SeekForward(bytes); }
-    bool SeekBackward(uint64_t bytes) override { return m_in.SeekBackward(bytes); }
-    bool SeekEnd(uint64_t offset) override { return m_in.SeekEnd(offset); }
-    uint64_t Tell() const override { return m_in.Tell(); }
-    uint64_t Read(void* out, uint64_t bytes) override {
-        ++calls;
-        return m_in.Read(out, bytes);
-    }
-    uint64_t GetLastReadCount() const override { return m_in.GetLastReadCount(); }
-    uint64_t GetSize() const override {
-        ++calls;
-        return m_in.GetSize();
-    }
-    bool HasDataLeft() const override { return m_in.HasDataLeft(); }
-    void Close() override {}
-    mutable int calls = 0;
-
-private:
-    kxbase::InMemoryStream m_in;
-};
-
-TEST(PatchCompressed, CostsOneReadAndOneQuestionForTheSize) {
-    CountingStream stream(SmallScan().Build());
-    const kxio::QSNScanReader reader(&stream);
-    stream.calls = 0;
-    Bytes out;
-    reader.GetPatchCompressed(1, 1, out, Range);
-    EXPECT_EQ(stream.calls, 2);
-    stream.calls = 0;
-    std::vector<float> layer(70);
-    kxio::ScanAccess(reader).ReadLayer<float>(Range, layer);
-    EXPECT_EQ(stream.calls, 9 * 2);
-}
-
 TEST(Patch, DecodesEveryCodec) {
     const std::vector<float> values = PatchValues<float>(OnePatch({}).properties.grid, 0, 0, RangeAt);
     for (const Bytes& chunk :

@@ -1,24 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "kxbase/ByteReader.h"
 
-#include <bit>
 #include <cstring>
 
 namespace kxbase {
-
-namespace {
-
-// Written out with shifts: compilers make one load of it, and neither the byte order nor the alignment
-// of the machine matters.
-template <class T>
-T LittleEndian(const unsigned char* p) {
-    T value = 0;
-    for (unsigned i = 0; i < sizeof(T); ++i)
-        value = static_cast<T>(value | static_cast<T>(T{p[i]} << (8 * i)));
-    return value;
-}
-
-}  // namespace
 
 ByteRangeException::~ByteRangeException() = default;
 FieldSink::~FieldSink() = default;
@@ -35,7 +20,7 @@ void ByteReader::Fail(const char* field, const std::string& detail) const {
     throw ByteRangeException("Record ends too early", context);
 }
 
-const unsigned char* ByteReader::Next(uint64_t count, const char* field, FieldKind kind) {
+const unsigned char* ByteReader::NextWithCare(uint64_t count, const char* field, FieldKind kind) {
     if (count > Remaining()) {
         Fail(field, std::to_string(count) + " bytes needed, " + std::to_string(Remaining()) + " left");
     }
@@ -43,25 +28,6 @@ const unsigned char* ByteReader::Next(uint64_t count, const char* field, FieldKi
     if (m_sink != nullptr) m_sink->OnField(field, kind, Offset(), {place, static_cast<size_t>(count)});
     m_position += count;
     return place;
-}
-
-uint8_t ByteReader::U8(const char* field) {
-    return *Next(1, field, FieldKind::Unsigned);
-}
-uint16_t ByteReader::U16(const char* field) {
-    return LittleEndian<uint16_t>(Next(2, field, FieldKind::Unsigned));
-}
-uint32_t ByteReader::U32(const char* field) {
-    return LittleEndian<uint32_t>(Next(4, field, FieldKind::Unsigned));
-}
-uint64_t ByteReader::U64(const char* field) {
-    return LittleEndian<uint64_t>(Next(8, field, FieldKind::Unsigned));
-}
-float ByteReader::F32(const char* field) {
-    return std::bit_cast<float>(LittleEndian<uint32_t>(Next(4, field, FieldKind::Float)));
-}
-double ByteReader::F64(const char* field) {
-    return std::bit_cast<double>(LittleEndian<uint64_t>(Next(8, field, FieldKind::Float)));
 }
 
 void ByteReader::Bytes(std::span<unsigned char> out, const char* field) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kxbase/IOHeader.h"
 
+#include <memory>
 #include <span>
 #include <tuple>
 #include <vector>
@@ -81,11 +82,11 @@ uint64_t IOHeader::Read(IInFileStream* in) {
     if (frame.payloadSize > left) {
         return ReadFailed(in, start, "payload size", claim + std::to_string(left) + " left");
     }
-    std::vector<unsigned char> large;
+    std::unique_ptr<unsigned char[]> large;  // not a vector: clearing it would cost as much as reading
     unsigned char* payload = m_workingArea.data();
     if (frame.payloadSize > WorkingAreaSize) {
-        large.resize(frame.payloadSize);
-        payload = large.data();
+        large = std::make_unique_for_overwrite<unsigned char[]>(frame.payloadSize);
+        payload = large.get();
     }
     const uint64_t payloadGot = in->Read(payload, frame.payloadSize);
     if (payloadGot != frame.payloadSize) {

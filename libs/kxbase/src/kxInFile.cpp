@@ -45,6 +45,10 @@ uint64_t kxInFile::Read(void* out, uint64_t bytes) {
     return count;
 }
 
+uint64_t kxInFile::ReadAt(uint64_t position, void* out, uint64_t bytes) const {
+    return IsOpen() && position <= FileHandle::kMaxPosition ? m_impl->file.ReadAt(position, out, bytes) : 0;
+}
+
 uint64_t kxInFile::GetLastReadCount() const {
     return m_impl->lastRead;
 }

@@ -7,7 +7,7 @@
 
 namespace kxbase {
 
-/// A regular file, opened for reading. Reads are by position; the file's own offset is not used.
+/// A regular file, opened for reading. Reads are by position; the operating system's file offset is not used.
 class KXBASE_EXPORT kxInFile final : public IInFileStream {
 public:
     /// Opens `path` (UTF-8 on POSIX systems whatever the locale). Never throws for a file that cannot be
@@ -25,6 +25,10 @@ public:
     uint64_t Tell() const override;
     uint64_t Read(void* out, uint64_t bytes) override;
     uint64_t GetLastReadCount() const override;
+    /// Reads up to `bytes` bytes at an absolute position and returns the number read, as `Read` does; neither
+    /// the stream's position nor its last read count moves. Several threads may call this, and `GetSize`, at
+    /// the same time, while no other thread closes the file.
+    uint64_t ReadAt(uint64_t position, void* out, uint64_t bytes) const;
     uint64_t GetSize() const override;
     bool HasDataLeft() const override;
     void Close() override;
