@@ -230,7 +230,8 @@ public:
 
     /// The Cartesian points of a whole patch, patchWidth x patchHeight or as many as its chunk holds, in the
     /// scanner's frame and the file's length unit. `validOnly` leaves out what has no range above 0; the rest
-    /// keeps its order.
+    /// keeps its order. Each coordinate is the nearest single-precision number to the exact one or next to it
+    /// (`kxbase::PolarToCartesian`), the same on every machine and with any number of threads.
     /// \throws KXException with the text of what went wrong with the first of the components 1, 2, 3
     void Get3DPatch(unsigned patchRow, unsigned patchColumn, std::vector<kxbase::tBaseXYZPoint<float>>& out,
                     bool validOnly) const;

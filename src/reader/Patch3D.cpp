@@ -6,13 +6,13 @@
 #include <exception>
 #include <span>
 
+#include "kxbase/PolarConversion.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
 #include "reader/PatchDecoder.h"
 
 namespace kxio {
 
-using PolarPoint = kxbase::tBasePolarPoint<float>;
 using XYZPoint = kxbase::tBaseXYZPoint<float>;
 using ColoredPoint = kxbase::tXYZLuminance8Point;
 
@@ -65,34 +65,57 @@ PolarColumns FetchPolar(const Fetch& fetch) {
     return columns;
 }
 
-// Converts in parallel, then closes the gaps in place, so that kept points stay in their order whatever
-// the number of threads.
+// Cells converted at a time: what passes between the steps stays in the first cache.
+constexpr size_t kBatchCells = 512;
+// Fewer cells are done before other threads have woken up.
+constexpr size_t kWorthThreads = size_t{1} << 17;
+
+// Calls make(xyz, k) for cell k of each batch from `first` to `end`; the points of a batch lie side by side.
+template <class Make>
+void ConvertBatches(const PolarColumns& polar, size_t first, size_t end, const Make& make) {
+    std::array<float, 3 * kBatchCells> xyz;  // NOLINT: written before it is read
+    for (; first < end; first += kBatchCells) {
+        const size_t count = std::min(kBatchCells, end - first);
+        const auto part = [&](size_t column) { return std::span(polar[column]).subspan(first, count); };
+        kxbase::PolarToCartesian(part(0), part(2), part(1), std::span(xyz).first(3 * count));
+        for (size_t i = 0; i < count; ++i)
+            make(xyz.data() + 3 * i, first + i);
+    }
+}
+
+// All points in their order, the same whatever the number of threads.
 template <class Point, class Make>
 void MakePoints(const PolarColumns& polar, bool validOnly, std::vector<Point>& out, const Make& make) {
-    const auto count = static_cast<int64_t>(polar[0].size());
-    out.resize(polar[0].size());
-#pragma omp parallel for schedule(static)
-    for (int64_t i = 0; i < count; ++i) {
-        const auto k = static_cast<size_t>(i);
-        if (validOnly && !(polar[0][k] > 0)) continue;
-        out[k] = make(XYZPoint(PolarPoint(polar[0][k], polar[2][k], polar[1][k])), k);
+    const std::vector<float>& range = polar[0];
+    if (!validOnly) {
+        out.resize(range.size());
+        const auto batches = static_cast<int64_t>((range.size() + kBatchCells - 1) / kBatchCells);
+#pragma omp parallel for schedule(static) if (range.size() >= kWorthThreads)
+        for (int64_t batch = 0; batch < batches; ++batch) {
+            const size_t first = static_cast<size_t>(batch) * kBatchCells;
+            ConvertBatches(polar, first, std::min(first + kBatchCells, range.size()),
+                           [&](const float* p, size_t k) { out[k] = make(p, k); });
+        }
+        return;
     }
-    if (!validOnly) return;
     size_t kept = 0;
-    for (size_t k = 0; k < out.size(); ++k) {
-        if (polar[0][k] > 0) out[kept++] = out[k];
-    }
+    out.resize(range.size());
+    ConvertBatches(polar, 0, range.size(), [&](const float* p, size_t k) {
+        // Written in any case: whether a cell holds a return is hard to foretell.
+        out[kept] = make(p, k);
+        kept += range[k] > 0 ? 1 : 0;
+    });
     out.resize(kept);
 }
 
 void MakePlainPoints(const PolarColumns& polar, bool validOnly, std::vector<XYZPoint>& out) {
-    MakePoints(polar, validOnly, out, [](const XYZPoint& p, size_t) { return p; });
+    MakePoints(polar, validOnly, out, [](const float* p, size_t) { return XYZPoint(p[0], p[1], p[2]); });
 }
 
 void MakeColoredPoints(const PolarColumns& polar, const std::vector<uint8_t>& luminance, bool validOnly,
                        std::vector<ColoredPoint>& out) {
-    MakePoints(polar, validOnly, out, [&luminance](const XYZPoint& p, size_t k) {
-        return ColoredPoint{p.x, p.y, p.z, k < luminance.size() ? luminance[k] : uint8_t{0}};
+    MakePoints(polar, validOnly, out, [&luminance](const float* p, size_t k) {
+        return ColoredPoint{p[0], p[1], p[2], k < luminance.size() ? luminance[k] : uint8_t{0}};
     });
 }
 

@@ -14,6 +14,7 @@
 #include "kxbase/IOutFileStream.h"
 #include "kxbase/InMemoryStream.h"
 #include "kxbase/Points.h"
+#include "kxbase/PolarConversion.h"
 #include "kxbase/QSNIndex.h"
 #include "kxbase/RegistrationInformation.h"
 #include "kxbase/UTF8.h"
