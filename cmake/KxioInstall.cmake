@@ -28,7 +28,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kxioConfig.cmake ${CMAKE_CURRENT_BINAR
 file(RELATIVE_PATH kxio_from_pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" kxio_from_pc_to_prefix "${kxio_from_pc_to_prefix}")
 # A static library hands the libraries below it on to whoever links it.
-set(kxio_pc_below "-lsnappy -ldeflate -lzstd -lhwy -ljpeg -lboost_thread ${OpenMP_CXX_FLAGS}")
+set(kxio_pc_below "-lsnappy -ldeflate -lzstd -lhwy -lxxhash -ljpeg -lboost_thread ${OpenMP_CXX_FLAGS}")
 if(BUILD_SHARED_LIBS)
   set(kxio_pc_public "")
 else()

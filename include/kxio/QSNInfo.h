@@ -14,6 +14,7 @@
 
 namespace kxio {
 
+class IntegrityTable;
 class QSNScanReader;
 
 /// One-call access to a closed scan file: each operation opens the file, reads its headers and tables,
@@ -110,6 +111,7 @@ public:
 
 private:
     static std::unique_ptr<QSNScanReader> OpenHeaders(const std::wstring& path);
+    static IntegrityTable ReadIntegrity(const std::wstring& path);
 };
 
 }  // namespace kxio

@@ -22,6 +22,7 @@
 #include "kxcodecs/ChunkCodecFactory.h"
 #include "kxio/Export.h"
 #include "kxio/ExtendedHeader.h"
+#include "kxio/IntegrityExtendedHeader.h"
 #include "kxio/LookupTableHeader.h"
 #include "kxio/MainFileHeader.h"
 #include "kxio/ScanHeader.h"
@@ -29,6 +30,7 @@
 
 namespace kxio {
 
+class IntegrityTable;
 struct DecodedPatch;
 struct PatchBuffers;
 struct PositionedInput;
@@ -137,6 +139,21 @@ public:
     /// True when the registration differs from what the scanner itself knew: a translation that is not
     /// exactly zero, or a rotation other than its tilt (identity where no tilt took effect; tolerance 1e-6).
     bool HasRegistrationBeenModified() const;
+
+    // Integrity: hashes that some files carry, see `IntegrityExtendedHeader`. Where they are, opening checks
+    // headers and tables, and every later request checks what it reads before a value leaves. A main
+    // header, scan header or table that does not match makes opening fail with the message of that record;
+    // a chunk, preview or histogram that does not makes the request fail with "Cannot read file", and
+    // limits with "No bounding information found". What can be changed or left out without harm to the
+    // cells, as registration, speckle flag, texts and links, is only listed.
+
+    /// False: hashes are passed over from the next opening on, for a look at what a damaged file still
+    /// holds. True unless it is set.
+    void SetIntegrityChecks(bool wanted);
+    /// The file carries hashes and they are checked.
+    bool HasIntegrity() const;
+    /// What does not match its hash and did not keep the file from opening. Empty for a whole file.
+    const std::vector<kxbase::ErrorContext>& GetIntegrityProblems() const;
 
     // Stored chunks of patches. Row and column count patches, not cells; the linear index is
     // patches per row x row + column, and only that index is checked against the grid.
@@ -335,6 +352,11 @@ private:
     friend class ScanAccess;
 
     void ResetTables();
+    void ReadTailRecords(uint64_t first);
+    void CheckHeaders();
+    void JudgeHeader(const IntegritySpan& span);
+    void RequireIntact(uint64_t position, const std::vector<unsigned char>& bytes) const;
+    void RequireIntactRecord(uint64_t position) const;
     kxbase::ErrorContext FileContext() const;
     kxbase::ErrorContext PatchContext(uint64_t index, kxbase::ComponentType component) const;
 
@@ -359,6 +381,9 @@ private:
     mutable std::vector<kxbase::tBasePolarPoint<float>> m_patchBoxMaxima;
     mutable kxbase::tBasePolarPoint<float> m_scanBoxMinimum;
     mutable kxbase::tBasePolarPoint<float> m_scanBoxMaximum;
+    std::unique_ptr<IntegrityTable> m_integrity;
+    std::vector<kxbase::ErrorContext> m_integrityProblems;
+    bool m_integrityChecks = true;
     MainFileHeader m_mainHeader;
     LookupTable m_patchTable;
     LookupTable m_previewTable;

@@ -142,6 +142,10 @@ public:
     void AddWarning(const std::wstring& text);
     /// True: values of later flat patches are not counted into histograms. What was counted is written.
     void DisableHistogramComputation(bool disable);
+    /// True: `EndCreation` adds an `IntegrityExtendedHeader`, hashes of every chunk, preview and record, by
+    /// which readers tell damage. Before the first patch. Off unless asked for.
+    /// \throws KXException "Integrity must be chosen before the first patch" when chunks were written already
+    void SetIntegrity(bool wanted);
     ///@}
 
     /// \name Patches

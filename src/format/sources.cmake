@@ -8,7 +8,11 @@ list(APPEND kxio_sources
   format/ExtendedHeader.cpp
   format/HDRExtendedHeader.cpp
   format/HQExtendedHeader.cpp
+  format/Hash64.cpp
+  format/HeaderPieces.cpp
   format/HistogramHeader.cpp
+  format/IntegrityExtendedHeader.cpp
+  format/IntegrityTable.cpp
   format/LookupTableHeader.cpp
   format/MainFileHeader.cpp
   format/MinMaxHeader.cpp

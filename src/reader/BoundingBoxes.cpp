@@ -84,6 +84,11 @@ void QSNScanReader::FillupBoundingBox() const {
         ThrowNoLimits(context);
     }
     if (m_stream == nullptr) ThrowNoLimits(context);
+    try {
+        RequireIntactRecord(position);
+    } catch (const kxbase::KXException& e) {
+        ThrowNoLimits(e.Context());
+    }
     uint64_t fileSize = 0;
     try {
         InputWindow input = RecordInput(0);

@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "format/IntegrityTable.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxio/Tilt.h"
@@ -31,7 +32,9 @@ std::vector<kxbase::ComponentType> Keys(const Table& table) {
 }  // namespace
 
 QSNScanReader::QSNScanReader()
-    : m_scanBoxMinimum(kLargest, kLargest, kLargest), m_scanBoxMaximum(-kLargest, -kLargest, -kLargest) {}
+    : m_scanBoxMinimum(kLargest, kLargest, kLargest),
+      m_scanBoxMaximum(-kLargest, -kLargest, -kLargest),
+      m_integrity(std::make_unique<IntegrityTable>()) {}
 
 QSNScanReader::QSNScanReader(const std::wstring& path, uint64_t prefetchBlock) : QSNScanReader() {
     Open(path, prefetchBlock);
@@ -106,6 +109,8 @@ void QSNScanReader::ResetTables() {
     m_patchBoxMaxima.clear();
     m_scanBoxMinimum = PolarPoint(kLargest, kLargest, kLargest);
     m_scanBoxMaximum = PolarPoint(-kLargest, -kLargest, -kLargest);
+    *m_integrity = {};
+    m_integrityProblems.clear();
     m_mainHeader = {};
     m_patchTable.clear();
     m_previewTable.clear();

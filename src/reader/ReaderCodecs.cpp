@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the first chunk of each component tells about its codec.
+#include "format/IntegrityTable.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/QSNScanReader.h"
 
@@ -23,7 +24,11 @@ bool QSNScanReader::ReadFirstChunkHeader(kxbase::ComponentType component,
         if (entry.position == 0 || entry.byteCount < kxcodecs::QKXChunkCodec::HeaderSize) continue;
         try {
             RequireBytes(entry.position, entry.byteCount);
-            ReadBytes(entry.position, kxcodecs::QKXChunkCodec::HeaderSize, out);
+            // Where there are hashes a damaged chunk tells nothing; the next one will.
+            ReadBytes(entry.position,
+                      HasIntegrity() ? entry.byteCount : kxcodecs::QKXChunkCodec::HeaderSize, out);
+            if (HasIntegrity() && m_integrity->Check(entry.position, out) == IntegrityTable::Verdict::Wrong)
+                continue;
         } catch (kxbase::KXException& e) {
             out.clear();
             e.AddContext(PatchContext(index, component));

@@ -102,6 +102,7 @@ void QSNScanReader::ReadChunk(uint64_t index, std::vector<unsigned char>& out,
     try {
         const LookupEntry& entry = LocateChunk(index, component);
         ReadBytes(entry.position, entry.byteCount, out);
+        RequireIntact(entry.position, out);
     } catch (kxbase::KXException& e) {
         out.clear();
         e.AddContext(PatchContext(index, component));

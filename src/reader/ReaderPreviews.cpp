@@ -91,7 +91,9 @@ void QSNScanReader::ReadPreviewChunk(std::vector<unsigned char>& out, kxbase::Co
         const LookupEntry& entry = entries->second.front();
         RequireBytes(entry.position, entry.byteCount);
         ReadBytes(entry.position, std::min<uint64_t>(entry.byteCount, maxBytes), out);
+        RequireIntact(entry.position, out);
     } catch (kxbase::KXException& e) {
+        out.clear();
         e.AddContext(context);
         throw;
     }
@@ -108,6 +110,12 @@ bool QSNScanReader::GetThumbnailJPEG(const std::wstring& path, std::vector<unsig
 }
 
 bool QSNScanReader::GetThumbnailJPEG(std::vector<unsigned char>& out) const {
+    out.clear();
+    try {
+        RequireIntactRecord(m_mainHeader.thumbnailHeaderPosition);
+    } catch (const kxbase::KXException&) {
+        return false;
+    }
     return ReadThumbnail(Input(), out);
 }
 
@@ -125,7 +133,9 @@ bool QSNScanReader::GetThumbnailRGB(const std::wstring& path, std::vector<unsign
 
 bool QSNScanReader::GetThumbnailRGB(std::vector<unsigned char>& out, unsigned& width,
                                     unsigned& height) const {
-    return ThumbnailOrPlaceholder(Input(), out, width, height);
+    std::vector<unsigned char> jpeg;
+    if (GetThumbnailJPEG(jpeg) && DecodeThumbnail(jpeg, out, width, height)) return true;
+    return Placeholder(out, width, height);
 }
 
 }  // namespace kxio

@@ -3,6 +3,7 @@
 #include <array>
 #include <optional>
 
+#include "format/IntegrityTable.h"
 #include "kxio/ColorizationModeExtendedHeader.h"
 #include "kxio/CommentExtendedHeader.h"
 #include "kxio/ERExtendedHeader.h"
@@ -98,8 +99,13 @@ std::optional<kxbase::ComponentType> PassHistogram(InputWindow& input) {
 }  // namespace
 
 void QSNScanReader::ReadTailHeaders() {
-    const uint64_t first = m_mainHeader.firstExtendedHeaderPosition;
-    if (first == 0) return;
+    *m_integrity = {};
+    m_integrityProblems.clear();
+    if (const uint64_t first = m_mainHeader.firstExtendedHeaderPosition; first != 0) ReadTailRecords(first);
+    if (m_integrityChecks) CheckHeaders();
+}
+
+void QSNScanReader::ReadTailRecords(uint64_t first) {
     InputWindow input = RecordInput(InputWindow::kUsualBytes);
     ExtendedHeader record;
     for (bool found = input.Seek(first); found;) {
@@ -109,7 +115,11 @@ void QSNScanReader::ReadTailHeaders() {
             continue;
         }
         found = record.Read(&input) != 0;
-        if (found) Take(record, m_scanProperties);
+        if (found && record.GetType() == IntegrityExtendedHeader::Type) {
+            m_integrity->Add(IntegrityExtendedHeader(record), position);
+        } else if (found) {
+            Take(record, m_scanProperties);
+        }
     }
     m_hqLinks = m_scanProperties.hqLinks;
     m_erLinks = m_scanProperties.erLinks;
@@ -130,6 +140,7 @@ ExtendedHeader QSNScanReader::GetCompressedHistogram(kxbase::ComponentType compo
         context.detail = "no histogram of component " + kxbase::ComponentToString(component);
         throw kxbase::KXComponentNotInFileException("Cannot use this component", context);
     }
+    RequireIntactRecord(entry->second);
     InputWindow input = RecordInput(0);
     ExtendedHeader record;
     if (!ReadRecordAt(&input, entry->second, record)) {

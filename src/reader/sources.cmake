@@ -11,6 +11,7 @@ list(APPEND kxio_sources
   reader/ReaderCodecs.cpp
   reader/ReaderDetail.cpp
   reader/ReaderFailSafe.cpp
+  reader/ReaderIntegrity.cpp
   reader/ReaderLayer.cpp
   reader/ReaderOpening.cpp
   reader/ReaderPatches.cpp

@@ -4,8 +4,11 @@
 #include <array>
 #include <memory>
 
+#include "format/Hash64.h"
+#include "format/HeaderPieces.h"
 #include "format/RegistrationBytes.h"
 #include "kxbase/Exceptions.h"
+#include "kxbase/InMemoryStream.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxbase/kxOutFile.h"
@@ -15,6 +18,7 @@
 #include "kxio/HQExtendedHeader.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/WarningExtendedHeader.h"
+#include "services/IntegrityEdit.h"
 
 namespace kxio {
 
@@ -30,21 +34,28 @@ std::unique_ptr<kxbase::kxOutFile> OpenForEdit(const std::wstring& path) {
     return out;
 }
 
-// Frame and payload leave in one write, so that a failure rarely leaves half a record behind.
-template <class Record>
-void AppendRecord(const std::wstring& path, Record record) {
-    const auto out = OpenForEdit(path);
-    if (!out->SeekEnd(0)) {
-        throw kxbase::KXWritingException(
-            "Cannot write file", {kxbase::Encode_UTF8(path), {}, {}, {}, "its end cannot be reached"});
-    }
-    record.Write(out.get());
-    out->Close();
+void ToEnd(kxbase::kxOutFile& out, const std::wstring& path) {
+    if (out.SeekEnd(0)) return;
+    throw kxbase::KXWritingException("Cannot write file",
+                                     {kxbase::Encode_UTF8(path), {}, {}, {}, "its end cannot be reached"});
 }
 
-// In files since version 210 the registration begins behind the frame and 52 bytes of other fields.
-constexpr uint32_t kFirstVersionWithRegistration = 210;
-constexpr uint32_t kRegistrationOffset = 52;
+// The record, and its hash in a file that carries hashes, leave in one write, so that a failure rarely
+// leaves half a record behind.
+template <class Record>
+void AppendRecord(const std::wstring& path, const IntegrityTable& integrity, Record record) {
+    const auto out = OpenForEdit(path);
+    ToEnd(*out, path);
+    const uint64_t position = out->Tell();
+    kxbase::InMemoryStream appended;
+    record.Write(&appended);
+    const std::vector<unsigned char>& bytes = appended.GetBytes();
+    const auto note =
+        NoteOfEdit(integrity, position + bytes.size(), {{position, bytes.size(), Hash64(bytes)}});
+    appended.Write(note.data(), note.size());
+    out->Write(bytes.data(), bytes.size());
+    out->Close();
+}
 
 }  // namespace
 
@@ -74,21 +85,20 @@ std::unique_ptr<QSNScanReader> QSNInfo::OpenHeaders(const std::wstring& path) {
     return reader;
 }
 
+IntegrityTable QSNInfo::ReadIntegrity(const std::wstring& path) {
+    return std::move(*OpenHeaders(path)->m_integrity);
+}
+
 kxbase::RegistrationInformation QSNInfo::GetRegistrationInfo(const std::wstring& path) {
     return OpenHeaders(path)->m_scanProperties.registration;
 }
 
 void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::RegistrationInformation registration) {
-    uint64_t scanHeaderPosition = 0;
-    ScanHeader header;
-    {
-        const auto reader = OpenHeaders(path);
-        scanHeaderPosition = reader->m_mainHeader.scanHeaderPosition;
-        header = reader->m_scanHeader;
-    }
-    const bool held = header.GetVersion() >= kFirstVersionWithRegistration &&
-                      header.GetDataSize() >= kRegistrationOffset + kxbase::RegistrationInformation::ByteSize;
-    if (!held) {
+    const auto reader = OpenHeaders(path);
+    const uint64_t scanHeaderPosition = reader->m_mainHeader.scanHeaderPosition;
+    const ScanHeader& header = reader->m_scanHeader;
+    const HeaderPiece piece = RegistrationPiece(header);
+    if (piece.byteCount == 0) {
         throw kxbase::KXHeaderOperationException(
             "File does not support this write operation. Use a valid (released) file format for this "
             "operation to work.",
@@ -98,8 +108,16 @@ void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::Registration
     std::array<unsigned char, kxbase::RegistrationInformation::ByteSize> block{};
     kxbase::ByteWriter encode(block);
     EncodeRegistration(registration, encode);
+    const uint64_t position = scanHeaderPosition + piece.offset;
+    const IntegrityTable integrity = std::move(*reader->m_integrity);
+    reader->Close();
     const auto out = OpenForEdit(path);
-    if (!out->Seek(scanHeaderPosition + kxbase::IOHeader::FrameSize + kRegistrationOffset)) {
+    if (integrity.Present()) {
+        ToEnd(*out, path);
+        const auto note = NoteOfEdit(integrity, out->Tell(), {{position, block.size(), Hash64(block)}});
+        out->Write(note.data(), note.size());
+    }
+    if (!out->Seek(position)) {
         throw kxbase::KXWritingException(
             "Cannot write file",
             {kxbase::Encode_UTF8(path), "ScanHeader", "registration", scanHeaderPosition, {}});
@@ -109,40 +127,35 @@ void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::Registration
 }
 
 void QSNInfo::AddMessage(const std::wstring& path, const std::wstring& text) {
-    OpenHeaders(path)->Close();
-    AppendRecord(path, CommentExtendedHeader(text));
+    AppendRecord(path, ReadIntegrity(path), CommentExtendedHeader(text));
 }
 std::list<std::wstring> QSNInfo::GetMessages(const std::wstring& path) {
     return OpenHeaders(path)->GetMessageList();
 }
 
 void QSNInfo::AddWarning(const std::wstring& path, const std::wstring& text) {
-    OpenHeaders(path)->Close();
-    AppendRecord(path, WarningExtendedHeader(text));
+    AppendRecord(path, ReadIntegrity(path), WarningExtendedHeader(text));
 }
 std::list<std::wstring> QSNInfo::GetWarnings(const std::wstring& path) {
     return OpenHeaders(path)->GetWarningList();
 }
 
 void QSNInfo::AddHQLink(const std::wstring& path, const kxbase::UUID& link) {
-    OpenHeaders(path)->Close();
-    AppendRecord(path, HQExtendedHeader(link));
+    AppendRecord(path, ReadIntegrity(path), HQExtendedHeader(link));
 }
 std::list<kxbase::UUID> QSNInfo::GetHQLink(const std::wstring& path) {
     return OpenHeaders(path)->m_hqLinks;
 }
 
 void QSNInfo::AddERLink(const std::wstring& path, const kxbase::UUID& link) {
-    OpenHeaders(path)->Close();
-    AppendRecord(path, ERExtendedHeader(link));
+    AppendRecord(path, ReadIntegrity(path), ERExtendedHeader(link));
 }
 std::list<kxbase::UUID> QSNInfo::GetERLink(const std::wstring& path) {
     return OpenHeaders(path)->m_erLinks;
 }
 
 void QSNInfo::AddHDRLink(const std::wstring& path, const kxbase::UUID& link) {
-    OpenHeaders(path)->Close();
-    AppendRecord(path, HDRExtendedHeader(link));
+    AppendRecord(path, ReadIntegrity(path), HDRExtendedHeader(link));
 }
 std::list<kxbase::UUID> QSNInfo::GetHDRLink(const std::wstring& path) {
     return OpenHeaders(path)->m_hdrLinks;

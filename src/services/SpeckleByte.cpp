@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <optional>
 
+#include "format/Hash64.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
@@ -8,6 +9,7 @@
 #include "kxio/MainFileHeader.h"
 #include "kxio/QSNFileRecovery.h"
 #include "kxio/ScanHeader.h"
+#include "services/IntegrityEdit.h"
 
 namespace kxio {
 
@@ -24,8 +26,7 @@ using kxbase::KXHeaderReadingException;
 }
 
 /// Absolute position of the speckle byte; nothing when the scan header has none.
-std::optional<uint64_t> FindSpeckleByte(kxbase::kxInFile& in) {
-    MainFileHeader mainHeader;
+std::optional<uint64_t> FindSpeckleByte(kxbase::kxInFile& in, MainFileHeader& mainHeader) {
     in.Seek(0);
     mainHeader.Read(&in);
     if (!mainHeader.IsValid()) {
@@ -49,10 +50,13 @@ std::optional<uint64_t> FindSpeckleByte(kxbase::kxInFile& in) {
 
 void WriteSpeckleByte(const std::wstring& path, unsigned char value) {
     std::optional<uint64_t> position;
+    IntegrityTable integrity;
     {
         kxbase::kxInFile in(path);
         if (!in.IsOpen()) CannotOpen(path);
-        position = FindSpeckleByte(in);
+        MainFileHeader mainHeader;
+        position = FindSpeckleByte(in, mainHeader);
+        if (position) integrity = LoadIntegrity(in, mainHeader);
     }
     if (!position) {
         ErrorContext context{Encode_UTF8(path), "ScanHeader", "speckle correction needed", std::nullopt,
@@ -64,6 +68,10 @@ void WriteSpeckleByte(const std::wstring& path, unsigned char value) {
     }
     kxbase::kxOutFile out(path, kxbase::kxOutFile::KeepContent);
     if (!out.IsOpen()) CannotOpen(path);
+    if (integrity.Present() && out.SeekEnd(0)) {
+        const auto note = NoteOfEdit(integrity, out.Tell(), {{*position, 1, Hash64({&value, 1})}});
+        out.Write(note.data(), note.size());
+    }
     out.Seek(*position);
     out.Write(&value, 1);
     out.Close();
@@ -74,7 +82,8 @@ void WriteSpeckleByte(const std::wstring& path, unsigned char value) {
 bool QSNFileRecovery::GetSpekleBit(const std::wstring& path) {
     kxbase::kxInFile in(path);
     if (!in.IsOpen()) CannotOpen(path);
-    const std::optional<uint64_t> position = FindSpeckleByte(in);
+    MainFileHeader mainHeader;
+    const std::optional<uint64_t> position = FindSpeckleByte(in, mainHeader);
     unsigned char value = 0;
     return position && in.Seek(*position) && in.Read(&value, 1) == 1 && value != 0;
 }

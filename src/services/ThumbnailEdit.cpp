@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "kxio/ThumbnailEdit.h"
 
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <span>
 
+#include "format/Hash64.h"
+#include "format/HeaderPieces.h"
 #include "kxbase/ByteWriter.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/InMemoryStream.h"
@@ -16,6 +19,7 @@
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
 #include "kxio/ThumbnailHeader.h"
+#include "services/IntegrityEdit.h"
 
 namespace kxio {
 
@@ -36,25 +40,33 @@ ThumbnailHeader MakeRecord(const std::vector<unsigned char>& jpeg) {
     return record;
 }
 
+struct Spans {
+    std::vector<IntegritySpan> headers;
+    std::vector<IntegritySpan> others;
+};
+
 // The extended records from `position` on, as they stand but for their links, which lead to the next record
-// of a chain that begins at `newPosition`.
-void CopyTail(kxbase::IInFileStream& in, uint64_t position, uint64_t newPosition,
-              kxbase::IOutFileStream& out) {
+// of a chain that begins at `newPosition`. Integrity records stay where they are: they are told of.
+void CopyTail(kxbase::IInFileStream& in, uint64_t position, uint64_t newPosition, kxbase::IOutFileStream& out,
+              Spans& spans) {
     constexpr uint64_t kLinkOffset = kxbase::IOHeader::FrameSize;
     in.Seek(position);
     ExtendedHeader record;
     std::vector<unsigned char> bytes;
     while (record.Read(&in) != 0) {
+        if (record.GetType() == IntegrityExtendedHeader::Type) continue;
         const uint64_t size = record.HeaderSize();
         bytes.resize(size);
         in.SeekBackward(size);
         if (in.Read(bytes.data(), size) != size) break;
+        const uint64_t start = newPosition;
         newPosition += size;
         if (!record.IsLastHeader()) {
             kxbase::ByteWriter link(std::span<unsigned char>(bytes).subspan(kLinkOffset, sizeof(uint64_t)));
             link.U64(newPosition);
         }
         out.Write(bytes.data(), bytes.size());
+        AddHeaderSpans(record, start, bytes, spans.headers, spans.others);
     }
 }
 
@@ -70,6 +82,9 @@ void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jp
     MainFileHeader header;
     kxbase::InMemoryStream appended;
     uint64_t fileSize = 0;
+    IntegrityTable integrity;
+    Spans spans;
+    std::vector<unsigned char> newMainHeader(MainFileHeader::RecordSize);
     {
         const QSNScanReader reader(path, 0);  // validates the file
         const ScanAccess access(reader);
@@ -77,12 +92,17 @@ void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jp
         fileSize = access.GetFileSize();
         kxbase::kxInFile in(path);
         thumbnail.Write(&appended);
+        integrity = LoadIntegrity(in, header);
+        AddHeaderSpans(thumbnail, fileSize, appended.GetBytes(), spans.headers, spans.others);
         if (header.firstExtendedHeaderPosition != 0) {
             const uint64_t tail = fileSize + appended.GetSize();
-            CopyTail(in, header.firstExtendedHeaderPosition, tail, appended);
+            CopyTail(in, header.firstExtendedHeaderPosition, tail, appended, spans);
             header.firstExtendedHeaderPosition = tail;
         }
         header.thumbnailHeaderPosition = fileSize;
+        in.Seek(0);
+        if (in.Read(newMainHeader.data(), newMainHeader.size()) != newMainHeader.size())
+            ThrowCannotWrite(path);
     }
     // Three neighbouring fields of the main header: extended records, end of the chunks, thumbnail.
     constexpr uint64_t kFirstField = 24;
@@ -92,10 +112,17 @@ void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jp
     encode.U64(header.chunkDataEndPosition);
     encode.U64(header.thumbnailHeaderPosition);
 
+    const uint64_t fieldsAt = kxbase::IOHeader::FrameSize + kFirstField;
+    std::copy(fields.begin(), fields.end(), newMainHeader.begin() + static_cast<std::ptrdiff_t>(fieldsAt));
+    spans.headers.push_back({0, newMainHeader.size(), Hash64(newMainHeader)});
+    const auto note =
+        NoteOfEdit(integrity, fileSize + appended.GetBytes().size(), spans.headers, spans.others);
+    appended.Write(note.data(), note.size());
+
     kxbase::kxOutFile out(path, kxbase::kxOutFile::KeepContent);
     if (!out.IsOpen() || !out.Seek(fileSize)) ThrowCannotWrite(path);
     out.Write(appended.GetBytes().data(), appended.GetBytes().size());
-    if (!out.Seek(kxbase::IOHeader::FrameSize + kFirstField)) ThrowCannotWrite(path);
+    if (!out.Seek(fieldsAt)) ThrowCannotWrite(path);
     out.Write(fields.data(), fields.size());
     out.Close();
 }

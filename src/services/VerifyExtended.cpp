@@ -11,6 +11,7 @@
 #include "kxio/HDRExtendedHeader.h"
 #include "kxio/HQExtendedHeader.h"
 #include "kxio/HistogramHeader.h"
+#include "kxio/IntegrityExtendedHeader.h"
 #include "kxio/PreregistrationExtendedHeader.h"
 #include "kxio/ScanningModeExtendedHeader.h"
 #include "kxio/UUIDExtendedHeader.h"
@@ -20,7 +21,7 @@ namespace kxio {
 
 namespace {
 
-enum class DataShape { Text, Link, Fixed, Histogram };
+enum class DataShape { Text, Link, Fixed, Histogram, Integrity };
 
 struct Kind {
     uint64_t type;
@@ -29,7 +30,7 @@ struct Kind {
     uint32_t bytes = 0;  ///< of fixed data
 };
 
-constexpr std::array<Kind, 13> kKinds = {{
+constexpr std::array<Kind, 14> kKinds = {{
     {CommentExtendedHeader::Type, "message", DataShape::Text},
     {WarningExtendedHeader::Type, "warning", DataShape::Text},
     {HQExtendedHeader::Type, "HQ link", DataShape::Link},
@@ -44,6 +45,7 @@ constexpr std::array<Kind, 13> kKinds = {{
     {SegmentHistogramHeader::Type, "segment histogram", DataShape::Histogram},
     {Luminance8HistogramHeader::Type, "8-bit intensity histogram", DataShape::Histogram},
     {Luminance16HistogramHeader::Type, "16-bit intensity histogram", DataShape::Histogram},
+    {IntegrityExtendedHeader::Type, "integrity", DataShape::Integrity},
 }};
 
 const Kind* KindOf(uint64_t type) {

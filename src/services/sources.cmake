@@ -7,9 +7,11 @@ list(APPEND kxio_sources
   services/FileSets.cpp
   services/FileWindow.cpp
   services/GridDecision.cpp
+  services/IntegrityEdit.cpp
   services/PatchCells.cpp
   services/PreviewComparison.cpp
   services/PropertyTexts.cpp
+  services/ProtectFile.cpp
   services/QSNFileRecovery.cpp
   services/QSNInfo.cpp
   services/RecordSurvey.cpp
@@ -27,6 +29,7 @@ list(APPEND kxio_sources
   services/ValueCounts.cpp
   services/VerifyExtended.cpp
   services/VerifyHeaders.cpp
+  services/VerifyIntegrity.cpp
   services/VerifyPatches.cpp
   services/VerifyScan.cpp
   services/VerifyTables.cpp)

@@ -73,6 +73,10 @@ void QSNScanWriter::AddMessage(const std::wstring& text) {
 void QSNScanWriter::AddWarning(const std::wstring& text) {
     m_impl->AddWarning(text);
 }
+void QSNScanWriter::SetIntegrity(bool wanted) {
+    m_impl->SetIntegrity(wanted);
+}
+
 void QSNScanWriter::DisableHistogramComputation(bool disable) {
     m_impl->EnableHistograms(!disable);
 }

@@ -18,6 +18,7 @@
 #include "kxbase/IOutFileStream.h"
 #include "kxbase/kxOutFile.h"
 #include "kxio/DataChunkHeader.h"
+#include "kxio/IntegrityExtendedHeader.h"
 #include "kxio/LookupTableHeader.h"
 #include "kxio/MainFileHeader.h"
 #include "kxio/MinMaxHeader.h"
@@ -44,7 +45,8 @@ enum class TopologyMode : uint32_t { Grid = 0, Cylindrical = 1, None = 2 };
 /// What `QSNScanWriter` does. Sources, by idea: ...Impl.cpp creation, setters, release; ...Intake.cpp one
 /// patch position and its list of descriptors; ...Patches.cpp what a descriptor of each kind does;
 /// ...Chunks.cpp chunks, previews and empty patches on their way to the stream; ...Thumbnail.cpp;
-/// ...Tail.cpp the end of creation.
+/// ...Tail.cpp the end of creation;
+/// ...Integrity.cpp the hashes of what was written.
 class QSNScanWriterImpl : public PatchProcessor {
 public:
     QSNScanWriterImpl();
@@ -64,6 +66,7 @@ public:
     void AddMessage(const std::wstring& text) { m_messages.push_back(text); }
     void AddWarning(const std::wstring& text) { m_warnings.push_back(text); }
     void EnableHistograms(bool enable) { m_histogramsEnabled = enable; }
+    void SetIntegrity(bool wanted);
 
     void AddPatch(const std::vector<PatchDescriptor*>& descriptors, uint32_t row, uint32_t column);
     void AddPatch(const std::vector<PatchDescriptor*>& descriptors, uint32_t index);
@@ -115,6 +118,8 @@ private:
     LookupEntry WriteSharedEmptyChunk(kxbase::ComponentType component, uint64_t pixelLength,
                                       const kxcodecs::QKXChunkCodec* codec, const kxbase::GridTopology& grid);
     LookupEntry AppendChunk(DataChunkHeader& header, std::span<const unsigned char> bytes);
+    void NoteSpan(uint64_t position, std::span<const unsigned char> bytes);
+    void NotePreviewHeader(uint64_t position, std::span<const unsigned char> chunk);
     void StoreEntry(kxbase::ComponentType component, const LookupEntry& entry, uint64_t tableSize);
     void WritePreview(std::span<const unsigned char> chunk, kxbase::ComponentType component);
 
@@ -128,6 +133,8 @@ private:
     void WriteExtendedHeaders();
     std::vector<std::unique_ptr<ExtendedHeader>> MakeExtendedHeaders(HistogramRecords histograms) const;
     void RewriteMainHeader();
+    void WriteRecord(kxbase::IOHeader& record);
+    void WriteIntegrity();
 
     // The scan.
     bool m_heightKnown = false;
@@ -155,6 +162,9 @@ private:
     std::list<std::wstring> m_messages;
     std::list<std::wstring> m_warnings;
     PatchHistograms m_histograms;
+    bool m_integrityWanted = false;
+    std::vector<IntegritySpan> m_headerSpans;  // of records, where integrity is wanted
+    std::vector<IntegritySpan> m_chunkSpans;   // of chunks, previews, thumbnail and histograms
 
     State m_state = State::Constructed;
     // Guards the size of the grid, which grows with the patches of an open-ended scan.

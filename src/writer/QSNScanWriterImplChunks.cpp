@@ -71,6 +71,7 @@ LookupEntry QSNScanWriterImpl::AppendChunk(DataChunkHeader& header, std::span<co
         m_stream->Write(bytes.data(), bytes.size());
     }
     m_statistics["Headers"] += header.HeaderSize();
+    NoteSpan(entry.position, bytes);
     return entry;
 }
 
@@ -132,6 +133,8 @@ void QSNScanWriterImpl::WritePreview(std::span<const unsigned char> chunk, kxbas
     entry.byteCount = static_cast<uint32_t>(chunk.size());
     m_stream->Write(chunk.data(), chunk.size());
     m_statistics[kxbase::ComponentToString(component) + "_Preview"] += chunk.size();
+    NoteSpan(entry.position, chunk);
+    NotePreviewHeader(entry.position, chunk);
     // Only an empty table takes the entry: the first preview of a component is the one that is found.
     m_previewLookup[component].resize(1, entry);
 }

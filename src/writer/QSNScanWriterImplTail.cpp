@@ -83,14 +83,14 @@ void QSNScanWriterImpl::WriteScanHeader() {
     ScanHeader header;
     header.properties = m_properties;
     header.properties.validPointCount = m_pointCount;
-    header.Write(m_stream);
+    WriteRecord(header);
     m_statistics["Headers"] += header.HeaderSize();
 }
 
 void QSNScanWriterImpl::WriteLookupTable(LookupTable& table, uint64_t& position) {
     position = m_stream->Tell();
     LookupTableHeader header(&table);
-    header.Write(m_stream);
+    WriteRecord(header);
     m_statistics["LookupTables"] += header.HeaderSize();
 }
 
@@ -128,7 +128,7 @@ void QSNScanWriterImpl::WritePreviewsAndLimits() {
 
     m_mainHeader.boundingInformationPosition = m_stream->Tell();
     MinMaxHeader limits(&m_limits);
-    limits.Write(m_stream);
+    WriteRecord(limits);
     m_statistics["Limits"] = limits.HeaderSize();
 }
 
@@ -166,13 +166,14 @@ void QSNScanWriterImpl::WriteExtendedHeaders() {
     const auto records = MakeExtendedHeaders(MakeHistogramRecords(m_histograms));
     m_mainHeader.firstExtendedHeaderPosition = m_stream->Tell();
     for (const auto& record : records) {
-        const bool last = &record == &records.back();
+        const bool last = &record == &records.back() && !m_integrityWanted;
         record->SetLink(last ? 0 : m_stream->Tell() + record->HeaderSize());
-        record->Write(m_stream);
+        WriteRecord(*record);
         // Histograms are reported under the names of their records.
         if (HistogramComponent(record->GetType()))
             m_statistics[record->GetRecordName()] = record->HeaderSize();
     }
+    if (m_integrityWanted) WriteIntegrity();
 }
 
 void QSNScanWriterImpl::RewriteMainHeader() {

@@ -53,7 +53,7 @@ void QSNScanWriterImpl::WriteThumbnail() {
         m_thumbnail.SetUp(ThumbnailHeader::BlankSide, ThumbnailHeader::BlankSide, 1);
     }
     m_mainHeader.thumbnailHeaderPosition = m_stream->Tell();
-    m_thumbnail.Write(m_stream);
+    WriteRecord(m_thumbnail);
     m_statistics["Thumbnail"] = m_thumbnail.HeaderSize();
 }
 

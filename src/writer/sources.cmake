@@ -10,6 +10,7 @@ list(APPEND kxio_sources
   writer/QSNScanWriterImpl.cpp
   writer/QSNScanWriterImplChunks.cpp
   writer/QSNScanWriterImplIntake.cpp
+  writer/QSNScanWriterImplIntegrity.cpp
   writer/QSNScanWriterImplPatches.cpp
   writer/QSNScanWriterImplTail.cpp
   writer/QSNScanWriterImplThumbnail.cpp

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+// Hashes of the file's parts: headers are checked by the opening, all else when it is read.
+#include "format/HeaderPieces.h"
+#include "format/IntegrityTable.h"
+#include "kxio/QSNScanReader.h"
+#include "reader/PositionedInput.h"
+
+namespace kxio {
+
+namespace {
+
+constexpr const char* kMismatch = "the bytes do not match their hash";
+
+}  // namespace
+
+void QSNScanReader::SetIntegrityChecks(bool wanted) {
+    m_integrityChecks = wanted;
+}
+bool QSNScanReader::HasIntegrity() const {
+    return m_integrityChecks && m_integrity->Present();
+}
+const std::vector<kxbase::ErrorContext>& QSNScanReader::GetIntegrityProblems() const {
+    return m_integrityProblems;
+}
+
+void QSNScanReader::RequireIntact(uint64_t position, const std::vector<unsigned char>& bytes) const {
+    if (!HasIntegrity() || m_integrity->Check(position, bytes) != IntegrityTable::Verdict::Wrong) return;
+    kxbase::ErrorContext context = FileContext();
+    context.offset = position;
+    context.detail = kMismatch;
+    throw kxbase::KXUnreadablePatchException("Cannot read file", context);
+}
+
+void QSNScanReader::RequireIntactRecord(uint64_t position) const {
+    if (!HasIntegrity()) return;
+    const auto count = m_integrity->BytesAt(position);
+    if (!count) return;
+    std::vector<unsigned char> bytes;
+    ReadBytes(position, *count, bytes);
+    RequireIntact(position, bytes);
+}
+
+void QSNScanReader::CheckHeaders() {
+    InputWindow input = RecordInput(0);
+    m_integrity->Complete(input);
+    uint64_t left = input.GetSize();
+    for (const uint64_t position : m_integrity->Damaged()) {
+        kxbase::ErrorContext context = FileContext();
+        context.record = "IntegrityExtendedHeader";
+        context.offset = position;
+        context.detail = kMismatch;
+        m_integrityProblems.push_back(context);
+    }
+    const IntegritySpan* before = nullptr;
+    for (const IntegritySpan& span : m_integrity->HeaderSpans()) {
+        if (before != nullptr && before->position == span.position && before->byteCount == span.byteCount)
+            continue;
+        before = &span;
+        // Headers do not overlap, so together they are no longer than the file; a list that says otherwise
+        // must not cost more.
+        if (span.byteCount > left) {
+            kxbase::ErrorContext context = FileContext();
+            context.record = "IntegrityExtendedHeader";
+            context.offset = m_integrity->Newest();
+            context.detail = "the headers that are listed are longer than the file";
+            m_integrityProblems.push_back(context);
+            return;
+        }
+        left -= span.byteCount;
+        JudgeHeader(span);
+    }
+}
+
+void QSNScanReader::JudgeHeader(const IntegritySpan& span) {
+    kxbase::ErrorContext context = FileContext();
+    context.offset = span.position;
+    context.detail = kMismatch;
+    std::vector<unsigned char> bytes;
+    try {
+        ReadBytes(span.position, span.byteCount, bytes);
+        if (m_integrity->Check(span.position, bytes) == IntegrityTable::Verdict::Right) return;
+    } catch (const kxbase::KXException& e) {
+        context.detail = e.Context().detail;
+    }
+    const MainFileHeader& main = m_mainHeader;
+    if (span.position == 0) {
+        context.record = main.GetRecordName();
+        throw kxbase::KXHeaderReadingException("Invalid main header", context);
+    }
+    if (span.position == main.lookupTablePosition) {
+        context.record = "lookup table of the patches";
+        throw kxbase::KXIncompleteFileException("Lookup table not found", context);
+    }
+    if (span.position == main.previewLookupTablePosition) {
+        context.record = "lookup table of the previews";
+        throw kxbase::KXIncompleteFileException("No preview found", context);
+    }
+    const uint64_t intoScanHeader = span.position - main.scanHeaderPosition;
+    if (span.position >= main.scanHeaderPosition && intoScanHeader < m_scanHeader.HeaderSize()) {
+        context.record = m_scanHeader.GetRecordName();
+        if (intoScanHeader == RegistrationPiece(m_scanHeader).offset) {
+            context.field = "registration";
+        } else if (intoScanHeader == SpecklePiece(m_scanHeader).offset) {
+            context.field = "speckle correction needed";
+        } else {
+            throw kxbase::KXHeaderReadingException("Invalid scan headers", context);
+        }
+    } else if (span.position == main.boundingInformationPosition) {
+        context.record = "MinMaxHeader";
+    } else if (span.position >= main.firstExtendedHeaderPosition && main.firstExtendedHeaderPosition != 0) {
+        context.record = "ExtendedHeader";
+    } else {
+        context.record = "preview";
+        for (const auto& [component, entries] : m_previewTable) {
+            if (entries.empty() || entries.front().position != span.position) continue;
+            context.record += " of component " + kxbase::ComponentToString(component);
+            // The sizes came from the first one.
+            kxbase::GridTopology& grid = m_scanProperties.grid;
+            if (component != m_previewTable.begin()->first) break;
+            grid.previewWidth = grid.previewHeight = 0;
+            grid.columnRatio = grid.rowRatio = 1.0F;
+        }
+    }
+    m_integrityProblems.push_back(context);
+}
+
+}  // namespace kxio

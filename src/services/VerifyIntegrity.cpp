@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#include "services/VerifyIntegrity.h"
+
+#include "format/IntegrityTable.h"
+#include "kxbase/IInFileStream.h"
+#include "services/IntegrityEdit.h"
+
+namespace kxio {
+
+void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything, FindingList& findings,
+                     const SurveyProgress& progress) {
+    const IntegrityTable integrity =
+        LoadIntegrity(file.Stream(), layout.mainHeader ? *layout.mainHeader : MainFileHeader());
+    for (const uint64_t position : integrity.Damaged())
+        findings.Add(
+            Error("integrity").At(position).Says("the record is damaged or not where it is said to be"));
+    const std::vector<IntegritySpan>& spans = everything ? integrity.Spans() : integrity.HeaderSpans();
+    // What is listed does not overlap but for the starts of previews and histograms, and pieces listed again
+    // by edits; a list that claims more must not cost more.
+    uint64_t left = 2 * file.Size();
+    uint64_t done = 0;
+    std::vector<unsigned char> bytes;
+    const IntegritySpan* before = nullptr;
+    for (const IntegritySpan& span : spans) {
+        if (before != nullptr && before->position == span.position && before->byteCount == span.byteCount)
+            continue;
+        before = &span;
+        if (span.byteCount > left) {
+            findings.Add(
+                Error("integrity").At(integrity.Newest()).Says("it lists more bytes than the file has"));
+            return;
+        }
+        left -= span.byteCount;
+        const uint64_t available = span.position < file.Size() ? file.Size() - span.position : 0;
+        if (span.byteCount > available) {
+            findings.Add(Error("bytes")
+                             .At(span.position)
+                             .Says(std::to_string(span.byteCount) + " bytes are listed there, " +
+                                   std::to_string(available) + " are left of the file"));
+            continue;
+        }
+        file.Read(span.position, span.byteCount, bytes);
+        if (integrity.Check(span.position, bytes) == IntegrityTable::Verdict::Wrong)
+            findings.Add(Error("bytes")
+                             .At(span.position)
+                             .Says(std::to_string(span.byteCount) + " bytes do not match their hash"));
+        if (progress) progress(done += span.byteCount);
+    }
+}
+
+}  // namespace kxio
