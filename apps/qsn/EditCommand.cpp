@@ -10,6 +10,7 @@
 #include "Commands.h"
 #include "Console.h"
 #include "Errors.h"
+#include "JsonOutput.h"
 #include "Numbers.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/UTF8.h"
@@ -115,6 +116,7 @@ public:
         app.add_option("--speckle", m_speckle, "Set or clear the speckle flag: on or off")
             ->type_name("on|off");
         app.add_flag("--dry-run", m_dryRun, "Check, say what would be done, change nothing");
+        app.add_flag("--json", m_json, "JSON of the schema qsn.edit, version 1");
     }
 
     void Run(const Session& session) override {
@@ -125,17 +127,18 @@ public:
                 "--speckle");
         const kxio::ScanProperties before = RequirePossible();
         // Enough to take the change back.
-        if (!m_registration.empty() && (m_dryRun || !session.quiet))
+        if (!m_json && !m_registration.empty() && (m_dryRun || !session.quiet))
             Report(m_dryRun, "the registration is " + RegistrationText(before.registration));
         const std::wstring path = kxbase::Decode_UTF8(m_input);
         for (const Change& change : changes) {
             if (m_dryRun) {
-                Report(true, "would " + change.plan);
+                if (!m_json) Report(true, "would " + change.plan);
                 continue;
             }
             change.make(path);
-            if (!session.quiet) Report(false, change.done);
+            if (!m_json && !session.quiet) Report(false, change.done);
         }
+        if (m_json) WriteOutput(JsonText(Document(changes, before.registration)));
     }
 
 private:
@@ -146,6 +149,18 @@ private:
             ->type_name(type)
             ->type_size(1)
             ->allow_extra_args(false);
+    }
+
+    Json Document(const std::vector<Change>& changes, const kxbase::RegistrationInformation& before) const {
+        Json json = JsonDocument("qsn.edit", 1, m_input);
+        json["dryRun"] = m_dryRun;
+        json["changes"] = Json::array();
+        for (const Change& change : changes)
+            json["changes"].push_back(change.plan);
+        json["registrationBefore"] = Json::array();
+        for (unsigned i = 0; i < kxbase::RegistrationInformation::ValueCount; ++i)
+            json["registrationBefore"].push_back(before.Values()[i]);
+        return json;
     }
 
     /// A plan is what --dry-run is asked for: data.
@@ -251,6 +266,7 @@ private:
     std::string m_registration;
     std::string m_speckle;
     bool m_dryRun = false;
+    bool m_json = false;
 };
 
 }  // namespace

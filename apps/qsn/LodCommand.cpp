@@ -15,6 +15,7 @@
 #include "Console.h"
 #include "Errors.h"
 #include "Interrupt.h"
+#include "JsonOutput.h"
 #include "OutputFile.h"
 #include "PngFile.h"
 #include "ValuePainting.h"
@@ -168,6 +169,7 @@ public:
                        "(default: the whole grid)")
             ->type_name("R");
         app.add_option("--column", m_column, "Only this column of reduced patches, from 0")->type_name("C");
+        app.add_flag("--json", m_json, "JSON of the schema qsn.lod, version 1");
     }
 
     void Run(const Session& session) override {
@@ -194,7 +196,9 @@ public:
         }
         CheckInterrupt();
         output.Commit();
-        if (!session.quiet)
+        if (m_json)
+            WriteOutput(JsonText(Document(component, level, image)));
+        else if (!session.quiet)
             WriteError(fmt::format("{} -> {}\n  {}, level {}{}, {} x {} elements of {} bytes\n",
                                    Printable(m_input), Printable(m_output), ComponentShortName(component),
                                    level, level == m_level ? "" : " (the highest that this scan has)",
@@ -206,6 +210,18 @@ public:
     }
 
 private:
+    Json Document(kxbase::ComponentType component, unsigned level, const Image& image) const {
+        Json json = JsonDocument("qsn.lod", 1, m_input);
+        json["output"] = m_output;
+        json["component"] = static_cast<uint32_t>(component);
+        json["level"] = level;
+        json["width"] = image.width;
+        json["height"] = image.height;
+        json["elementBytes"] = image.elementBytes;
+        json["damagedPatches"] = image.report.damaged;
+        return json;
+    }
+
     /// \param level  in: wanted; out: used
     Image Fetch(const kxio::ScanAccess& access, kxbase::ComponentType component, unsigned& level,
                 unsigned threads) const {
@@ -247,6 +263,7 @@ private:
     unsigned m_level = 1;
     std::optional<uint32_t> m_row;
     std::optional<uint32_t> m_column;
+    bool m_json = false;
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "Console.h"
 #include "Errors.h"
 #include "Interrupt.h"
+#include "JsonOutput.h"
 #include "Numbers.h"
 #include "OutputFile.h"
 #include "Panorama.h"
@@ -38,6 +39,7 @@ public:
                        "The picture fits into this many pixels\n"
                        "(default: 2000x1000)")
             ->type_name("WxH");
+        app.add_flag("--json", m_json, "JSON of the schema qsn.preview, version 1");
     }
 
     void Run(const Session& session) override {
@@ -61,7 +63,9 @@ public:
         CheckInterrupt();
         output.Commit();
         progress.Finish();
-        if (!session.quiet)
+        if (m_json)
+            WriteOutput(JsonText(Document(request.component, panorama)));
+        else if (!session.quiet)
             WriteError(fmt::format("{} -> {}\n  {}, {} x {} pixels\n", Printable(m_input),
                                    Printable(m_output), ComponentShortName(request.component),
                                    panorama.picture.Width(), panorama.picture.Height()));
@@ -73,6 +77,16 @@ public:
     }
 
 private:
+    Json Document(kxbase::ComponentType component, const Panorama& panorama) const {
+        Json json = JsonDocument("qsn.preview", 1, m_input);
+        json["output"] = m_output;
+        json["component"] = static_cast<uint32_t>(component);
+        json["width"] = panorama.picture.Width();
+        json["height"] = panorama.picture.Height();
+        json["damagedPatches"] = panorama.gaps.damagedPatches;
+        return json;
+    }
+
     PictureSize ParseBox() const {
         const auto size = ParseSize(m_size);
         const auto fits = [](uint32_t side) { return side >= kLeastSide && side <= kGreatestSide; };
@@ -86,6 +100,7 @@ private:
     std::string m_output;
     std::string m_component;
     std::string m_size;
+    bool m_json = false;
 };
 
 }  // namespace

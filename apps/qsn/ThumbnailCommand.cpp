@@ -8,6 +8,7 @@
 #include "Commands.h"
 #include "Console.h"
 #include "Errors.h"
+#include "JsonOutput.h"
 #include "OutputFile.h"
 #include "Picture.h"
 #include "PngFile.h"
@@ -35,15 +36,28 @@ public:
                        "Fetch nothing; store this JPEG file as the\n"
                        "thumbnail, appended to FILE")
             ->type_name("JPEG");
+        app.add_flag("--json", m_json, "JSON of the schema qsn.thumbnail, version 1");
     }
 
     void Run(const Session& session) override {
         if (m_output.empty() == m_newImage.empty()) throw UsageError("expected either OUT or --set JPEG");
         const std::string report = m_newImage.empty() ? Fetch(session) : Store();
-        if (!session.quiet) WriteError(report);
+        if (m_json)
+            WriteOutput(report);
+        else if (!session.quiet)
+            WriteError(report);
     }
 
 private:
+    std::string Document(const Json& output, uint64_t bytes, unsigned width, unsigned height) const {
+        Json json = JsonDocument("qsn.thumbnail", 1, m_input);
+        json["output"] = output;
+        json["bytes"] = bytes;
+        json["width"] = width;
+        json["height"] = height;
+        return JsonText(json);
+    }
+
     std::string Fetch(const Session& session) const {
         const bool png = HasEnding(m_output, ".png");
         if (!png && !HasEnding(m_output, ".jpg") && !HasEnding(m_output, ".jpeg"))
@@ -71,6 +85,7 @@ private:
             output.Write(jpeg);
         }
         output.Commit();
+        if (m_json) return Document(m_output, jpeg.size(), width, height);
         return fmt::format("{} -> {}\n  {} x {} pixels\n", Printable(m_input), Printable(m_output), width,
                            height);
     }
@@ -89,12 +104,21 @@ private:
             e.AddContext({m_newImage, {}, {}, {}, {}});
             throw Failure(e.Describe(), ExitUnknownFormat);
         }
+        if (m_json) {
+            const kxio::QSNScanReader reader(kxbase::Decode_UTF8(m_input), 0);
+            std::vector<unsigned char> rgb;
+            unsigned width = 0;
+            unsigned height = 0;
+            reader.GetThumbnailRGB(rgb, width, height);
+            return Document(nullptr, jpeg.size(), width, height);
+        }
         return fmt::format("{}: thumbnail stored, {} bytes\n", Printable(m_input), jpeg.size());
     }
 
     std::string m_input;
     std::string m_output;
     std::string m_newImage;
+    bool m_json = false;
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "DocumentedKeys.h"
 #include "ImportedScan.h"
 #include "SampleRegistration.h"
 
@@ -150,6 +151,21 @@ TEST_F(Edit, ADryRunSaysAllAndChangesNothing) {
                                         "scan.qsn: would append the HDR link ") +
                                 kIdentifier + "\n");
     ExpectUnchanged("dry run");
+}
+
+TEST_F(Edit, JsonTellsWhatIsOrWouldBeChanged) {
+    const std::string before = m_folder.Read("scan.qsn");
+    const auto plan = OutputJson({"edit", "--dry-run", "--message", "one", "--speckle", "on", "scan.qsn"});
+    EXPECT_TRUE(m_folder.Read("scan.qsn") == before);
+    EXPECT_EQ(plan["dryRun"], true);
+    const std::vector<std::string> changes{"set the speckle flag", "append the message \"one\""};
+    EXPECT_EQ(plan["changes"].get<std::vector<std::string>>(), changes);
+    EXPECT_EQ(plan["registrationBefore"].size(), 12U);
+    const auto done = OutputJson({"edit", "--message", "one", "--speckle", "on", "scan.qsn"});
+    EXPECT_EQ(done["dryRun"], false);
+    EXPECT_EQ(done["changes"], plan["changes"]);
+    EXPECT_FALSE(m_folder.Read("scan.qsn") == before);
+    ExpectDocumentedKeys({plan, done}, "### JSON of `qsn edit`");
 }
 
 TEST_F(Edit, WrongUseIsRefusedBeforeTheFileIsTouched) {

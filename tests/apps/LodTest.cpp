@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "BareScan.h"
+#include "DocumentedKeys.h"
 #include "ImportedScan.h"
 #include "ReadPng.h"
 
@@ -67,6 +68,15 @@ TEST_F(Lod, EveryNthCellStandsInItsPlaceAtEveryLevel) {
             }
         }
     }
+}
+
+TEST_F(Lod, JsonTellsWhatWasWritten) {
+    const auto json = OutputJson({"lod", "--level", "9", "--component", "color", "scan.qsn", "out.raw"});
+    EXPECT_EQ(json["component"], 6);
+    EXPECT_EQ(json["level"], 3);  // 9 x 6 patches have no higher one
+    EXPECT_EQ(json["width"].get<size_t>() * json["height"].get<size_t>() * json["elementBytes"].get<size_t>(),
+              m_folder.Read("out.raw").size());
+    ExpectDocumentedKeys({json}, "### JSON of `qsn lod`");
 }
 
 TEST_F(Lod, AStripAndAPatchAreCutFromTheWhole) {

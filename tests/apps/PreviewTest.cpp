@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include "DocumentedKeys.h"
 #include "ImportedScan.h"
 #include "Legend.h"
 #include "ReadPng.h"
@@ -42,6 +43,17 @@ protected:
         return ReadPng(m_folder.File("out.png"));
     }
 };
+
+TEST_F(Preview, JsonTellsThePicture) {
+    Import(MakeSmallPtx(80, 60));
+    const auto json = OutputJson({"preview", "--component", "intensity", "scan.qsn", "told.png"});
+    const Picture picture = ReadPng(m_folder.File("told.png"));
+    EXPECT_EQ(json["component"], 5);
+    EXPECT_EQ(json["width"], picture.Width());
+    EXPECT_EQ(json["height"], picture.Height());
+    EXPECT_EQ(json["damagedPatches"], 0);
+    ExpectDocumentedKeys({json}, "### JSON of `qsn preview`");
+}
 
 TEST_F(Preview, ZenithIsAtTheTopAndColumnsRunAsInTheGrid) {
     // Returns in the upper half only; near at the left, far at the right.

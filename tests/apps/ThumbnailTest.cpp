@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include "DocumentedKeys.h"
 #include "ImportedScan.h"
 #include "ReadPng.h"
 
@@ -36,6 +37,17 @@ TEST_F(Thumbnail, AsJpegIsTheStoredImageAndAsPngItsPixels) {
     EXPECT_LT(left.red + 100, right.red);
     EXPECT_LT(left.green + 100, low.green);
     EXPECT_EQ(left.alpha, 255);
+}
+
+TEST_F(Thumbnail, JsonTellsWhatWasFetchedOrStored) {
+    const Json fetched = OutputJson({"thumbnail", "scan.qsn", "out.jpg"});
+    EXPECT_EQ(fetched["bytes"].get<size_t>(), m_folder.Read("out.jpg").size());
+    EXPECT_EQ(fetched["output"], "out.jpg");
+    const Json stored = OutputJson({"thumbnail", "--set", "out.jpg", "scan.qsn"});
+    EXPECT_EQ(stored["output"], nullptr);
+    for (const char* key : {"bytes", "width", "height"})
+        EXPECT_EQ(stored[key], fetched[key]) << key;
+    ExpectDocumentedKeys({fetched, stored}, "### JSON of `qsn thumbnail`");
 }
 
 TEST_F(Thumbnail, WhatIsStoredComesBackByteForByte) {
