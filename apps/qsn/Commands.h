@@ -20,6 +20,7 @@ std::unique_ptr<Command> MakeLocateCommand();
 std::unique_ptr<Command> MakeLodCommand();
 std::unique_ptr<Command> MakePartsCommand();
 std::unique_ptr<Command> MakePreviewCommand();
+std::unique_ptr<Command> MakeProtectCommand();
 std::unique_ptr<Command> MakeRecoverCommand();
 std::unique_ptr<Command> MakeStatsCommand();
 std::unique_ptr<Command> MakeThumbnailCommand();
