@@ -9,6 +9,7 @@
 #include "SourceFacts.h"
 #include "TestTools.h"
 #include "kxcodecs/JPEG.h"
+#include "kxio/ProtectFile.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
 
@@ -392,6 +393,19 @@ TEST(RecodeScan, ACoarserScaleIsSaidAndKept) {
         ASSERT_NEAR(after[i].Range(), before[i].Range(), 0.005 + 1e-6);
         ASSERT_EQ(after[i].intensity, before[i].intensity);
     }
+}
+
+TEST(RecodeScan, AFileWithHashesBecomesOneWithHashes) {
+    const TempFolder folder;
+    Imported(folder, SomeDescription(), SomeCells());
+    const auto hasHashes = [&](const char* name) {
+        return kxio::QSNScanReader((folder / name).wstring()).HasIntegrity();
+    };
+    RecodeScan(folder / "a.qsn", folder / "b.qsn", OptionsOf(folder / "a.qsn"));
+    EXPECT_FALSE(hasHashes("b.qsn"));
+    kxio::ProtectFile((folder / "a.qsn").wstring());
+    RecodeScan(folder / "a.qsn", folder / "c.qsn", OptionsOf(folder / "a.qsn"));
+    EXPECT_TRUE(hasHashes("c.qsn"));
 }
 
 TEST(RecodeScan, WhatCannotBeReadLeavesNothingBehind) {
