@@ -147,7 +147,7 @@ TEST(PolarToCartesian, EveryVectorUnitGivesTheSameBits) {
 TEST(PolarToCartesian, CutAnywhereGivesTheSameBits) {
     const Polar polar = Sample(600);
     const std::vector<double> whole = Converted<double>(polar);
-    for (const size_t piece : {1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 33}) {
+    for (const size_t piece : std::vector<size_t>{1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 33}) {
         std::vector<double> cut(whole.size());
         for (size_t at = 0; at < polar.Count(); at += piece) {
             const size_t count = std::min(piece, polar.Count() - at);

@@ -84,10 +84,10 @@ bool PlyHeader::Element::HasLists() const {
 }
 
 uint64_t PlyHeader::Element::Bytes() const {
-    uint64_t bytes = 0;
+    uint64_t sum = 0;
     for (const Property& property : properties)
-        bytes += SizeOf(property.type);
-    return bytes;
+        sum += SizeOf(property.type);
+    return sum;
 }
 
 PlyHeader PlyHeader::Parse(const std::string& text, const std::string& name) {
