@@ -2,57 +2,44 @@
 // What each codec makes of a scan: every chunk of every component is packed and unpacked by all of them, in
 // rounds that take turns, so that what disturbs the machine disturbs all.
 //
-//   kxio_codec_compare SCAN [--json] [--rounds=N]
+//   kxio_codec_compare SCAN [--json] [--rounds=N] [--threads=N]
 //
-// SCAN is a .qsn file, or any format that imports. Without --json a table, also per return. Sizes are those
-// of whole chunks; speeds are medians of the rounds, by the processor time of one thread, the values in
-// memory.
-#include <zlib.h>
-#include <zstd.h>
-
+// SCAN is a .qsn file, any format that imports, or synthetic[:COLUMNSxROWS]. Sizes are those of whole chunks.
+// Speeds are medians of the rounds, of values that lie in memory and go to memory: of one thread by its
+// processor time, of several by the clock.
 #include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <exception>
-#include <filesystem>
 #include <functional>
 #include <iostream>
-#include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "CompareScan.h"
+#include "CompareWays.h"
 #include "Machine.h"
-#include "kxbase/UTF8.h"
-#include "kxcodecs/kxcodecs.h"
-#include "kxexchange/ImportScan.h"
-#include "kxio/QSNScanReader.h"
-#include "kxio/ScanAccess.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using Bytes = std::vector<unsigned char>;
-using kxcodecs::ChunkHeaderInfo;
-using kxcodecs::QKXChunkCodec;
-
-// The values of one patch, as integers.
-struct Patch {
-    ChunkHeaderInfo header;
-    Bytes values;
-};
-
-struct Way {
-    std::string name;
-    std::function<void(const Patch&, Bytes&)> pack;
-    std::function<bool(const Patch&, const Bytes&, Bytes&)> unpack;
-};
+using Bytes = CompareWay::Bytes;
 
 struct Figures {
     uint64_t bytes = 0;
-    std::vector<double> packSeconds, unpackSeconds;
+    std::vector<double> pack, unpack;  // seconds
+};
+
+struct Settings {
+    bool json = false;
+    int rounds = 5;
+    unsigned threads = 1;
 };
 
 double Median(std::vector<double> values) {
@@ -60,102 +47,58 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-Way OfCodec(const std::string& name, std::shared_ptr<QKXChunkCodec> codec) {
-    return {name,
-            [codec](const Patch& patch, Bytes& out) {
-                codec->Encode(patch.values.data(), patch.header.width, patch.header.height,
-                              patch.values.size(), 1.0F, out);
-            },
-            [codec](const Patch& patch, const Bytes& packed, Bytes& out) {
-                ChunkHeaderInfo header;
-                if (!QKXChunkCodec::ReadHeader(packed, header)) return false;
-                codec->SetLayout(header);
-                out.resize(patch.values.size());
-                return codec->DecodeInto(packed.data() + QKXChunkCodec::HeaderSize,
-                                         packed.size() - QKXChunkCodec::HeaderSize, out);
-            }};
-}
-
-Way OfZstd(int level) {
-    return {"zstd " + std::to_string(level),
-            [level](const Patch& patch, Bytes& out) {
-                out.resize(ZSTD_compressBound(patch.values.size()));
-                out.resize(
-                    ZSTD_compress(out.data(), out.size(), patch.values.data(), patch.values.size(), level));
-            },
-            [](const Patch& patch, const Bytes& packed, Bytes& out) {
-                out.resize(patch.values.size());
-                return ZSTD_decompress(out.data(), out.size(), packed.data(), packed.size()) == out.size();
-            }};
-}
-
-std::vector<Way> AllWays() {
-    using kxcodecs::GridChunkCodec;
-    std::vector<Way> ways;
-    ways.push_back({"memcpy", [](const Patch& patch, Bytes& out) { out = patch.values; },
-                    [](const Patch&, const Bytes& packed, Bytes& out) {
-                        out.resize(packed.size());
-                        std::memcpy(out.data(), packed.data(), packed.size());
-                        return true;
-                    }});
-    ways.push_back({"zlib 6",
-                    [](const Patch& patch, Bytes& out) {
-                        uLongf size = compressBound(patch.values.size());
-                        out.resize(size);
-                        compress2(out.data(), &size, patch.values.data(), patch.values.size(), 6);
-                        out.resize(size);
-                    },
-                    [](const Patch& patch, const Bytes& packed, Bytes& out) {
-                        out.resize(patch.values.size());
-                        uLongf size = out.size();
-                        return uncompress(out.data(), &size, packed.data(), packed.size()) == Z_OK &&
-                               size == out.size();
-                    }});
-    ways.push_back(OfZstd(1));
-    ways.push_back(OfZstd(3));
-    ways.push_back(OfZstd(9));
-    ways.push_back(OfCodec("Snappy", std::make_shared<kxcodecs::SnappyChunkCodec>()));
-    ways.push_back(OfCodec("ZLib (libdeflate) 6", std::make_shared<kxcodecs::ZLibChunkCodec>()));
-    ways.push_back(OfCodec("Zstd chunk", std::make_shared<kxcodecs::ZstdChunkCodec>()));
-    ways.push_back(OfCodec("Grid fast", std::make_shared<GridChunkCodec>(GridChunkCodec::Mode::Fast)));
-    ways.push_back(
-        OfCodec("Grid balanced", std::make_shared<GridChunkCodec>(GridChunkCodec::Mode::Balanced)));
-    return ways;
-}
-
-// Of this thread's work alone: what others do on the machine takes the clock's time, but little of this.
-double WorkSeconds() {
+double Now(clockid_t clock) {
     timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    clock_gettime(clock, &now);
     return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-double Seconds(const std::function<void()>& work) {
-    const double start = WorkSeconds();
-    work();
-    return WorkSeconds() - start;
+// Does `work` for each index, and tells the time. What others do on the machine takes the clock's time, but
+// little of a thread's own.
+double SecondsFor(std::size_t count, unsigned threads, const std::function<void(std::size_t)>& work) {
+    const clockid_t clock = threads == 1 ? CLOCK_THREAD_CPUTIME_ID : CLOCK_MONOTONIC;
+    const double start = Now(clock);
+    if (threads == 1) {
+        for (std::size_t i = 0; i < count; ++i)
+            work(i);
+    } else {
+        std::atomic<std::size_t> next{0};
+        std::vector<std::thread> workers;
+        for (unsigned t = 0; t < threads; ++t) {
+            workers.emplace_back([&] {
+                for (std::size_t i = next++; i < count; i = next++)
+                    work(i);
+            });
+        }
+        for (std::thread& worker : workers)
+            worker.join();
+    }
+    return Now(clock) - start;
 }
 
-std::vector<Figures> Measure(const std::vector<Way>& ways, const std::vector<Patch>& patches, int rounds) {
+std::vector<Figures> Measure(const std::vector<CompareWay>& ways, const CompareComponent& component,
+                             const Settings& settings) {
+    const auto& patches = component.patches;
     std::vector<Figures> all(ways.size());
     std::vector<Bytes> packed(patches.size());
-    Bytes out;
-    for (int round = 0; round < rounds; ++round) {
-        for (size_t w = 0; w < ways.size(); ++w) {
-            all[w].packSeconds.push_back(Seconds([&] {
-                for (size_t i = 0; i < patches.size(); ++i)
-                    ways[w].pack(patches[i], packed[i]);
+    std::vector<std::size_t> starts(patches.size() + 1);
+    for (std::size_t i = 0; i < patches.size(); ++i)
+        starts[i + 1] = starts[i] + patches[i].values.size();
+    Bytes out(starts.back());
+    for (int round = 0; round < settings.rounds; ++round) {
+        for (std::size_t w = 0; w < ways.size(); ++w) {
+            std::atomic<bool> good{true};
+            all[w].pack.push_back(SecondsFor(patches.size(), settings.threads,
+                                             [&](std::size_t i) { ways[w].pack(patches[i], packed[i]); }));
+            all[w].unpack.push_back(SecondsFor(patches.size(), settings.threads, [&](std::size_t i) {
+                if (!ways[w].unpack(patches[i], packed[i], out.data() + starts[i])) good = false;
             }));
-            all[w].unpackSeconds.push_back(Seconds([&] {
-                for (size_t i = 0; i < patches.size(); ++i) {
-                    if (!ways[w].unpack(patches[i], packed[i], out))
-                        throw std::runtime_error(ways[w].name + " does not unpack its own");
-                }
-            }));
+            if (!good) throw std::runtime_error(ways[w].name + " does not unpack its own");
             if (round > 0) continue;
-            for (size_t i = 0; i < patches.size(); ++i) {
-                ways[w].unpack(patches[i], packed[i], out);
-                if (out != patches[i].values) throw std::runtime_error(ways[w].name + " changes values");
+            for (std::size_t i = 0; i < patches.size(); ++i) {
+                if (std::memcmp(out.data() + starts[i], patches[i].values.data(), patches[i].values.size()) !=
+                    0)
+                    throw std::runtime_error(ways[w].name + " changes values");
                 all[w].bytes += packed[i].size();
             }
         }
@@ -163,102 +106,83 @@ std::vector<Figures> Measure(const std::vector<Way>& ways, const std::vector<Pat
     return all;
 }
 
-std::vector<Patch> LoadPatches(const kxio::QSNScanReader& reader, const kxio::ScanAccess& access,
-                               kxbase::ComponentType component) {
-    std::vector<Patch> patches;
-    for (uint32_t i = 0; i < access.Grid().PatchCount(); ++i) {
-        Bytes chunk;
-        reader.GetPatchCompressed(i, chunk, component);
-        Patch patch;
-        if (QKXChunkCodec::DecodeChunk(chunk, patch.header, patch.values) != kxcodecs::DecodeStatus::Decoded)
-            throw std::runtime_error("a chunk of the scan does not decode");
-        patches.push_back(std::move(patch));
-    }
-    return patches;
-}
-
-uint64_t CountReturns(const kxio::ScanAccess& access) {
-    std::vector<float> ranges(access.GetGridRect().CellCount());
-    access.ReadLayer<float>(kxbase::Range, ranges);
-    return static_cast<uint64_t>(std::count_if(ranges.begin(), ranges.end(), [](float r) { return r > 0; }));
-}
-
-void Print(bool json, const std::string& component, const std::string& codec, const Figures& figures,
-           uint64_t cells, uint64_t returns) {
-    const double pack = static_cast<double>(cells) / Median(figures.packSeconds);
-    const double unpack = static_cast<double>(cells) / Median(figures.unpackSeconds);
-    if (json) {
+void Print(const Settings& settings, const CompareComponent& component, const std::string& codec,
+           const Figures& figures, double copySeconds, uint64_t returns) {
+    const auto cells = static_cast<double>(component.cells);
+    const double pack = cells / Median(figures.pack), unpack = cells / Median(figures.unpack);
+    const auto bytes = static_cast<unsigned long long>(figures.bytes);
+    if (settings.json) {
         std::printf(
             "{\"codec\": \"%s\", \"component\": \"%s\", \"cells\": %llu, \"returns\": %llu, \"bytes\": %llu, "
-            "\"encode_cells_per_s\": %.0f, \"decode_cells_per_s\": %.0f, \"threads\": 1}\n",
-            codec.c_str(), component.c_str(), static_cast<unsigned long long>(cells),
-            static_cast<unsigned long long>(returns), static_cast<unsigned long long>(figures.bytes), pack,
-            unpack);
+            "\"encode_cells_per_s\": %.0f, \"decode_cells_per_s\": %.0f, \"threads\": %u}\n",
+            codec.c_str(), component.name.c_str(), static_cast<unsigned long long>(component.cells),
+            static_cast<unsigned long long>(returns), bytes, pack, unpack, settings.threads);
     } else {
-        std::printf(
-            "%-18s %-20s %10llu %8.2f %9.1f %9.1f\n", component.c_str(), codec.c_str(),
-            static_cast<unsigned long long>(figures.bytes),
-            8.0 * static_cast<double>(figures.bytes) / static_cast<double>(std::max<uint64_t>(1, returns)),
-            pack / 1e6, unpack / 1e6);
+        std::printf("%-18s %-22s %11llu %9.2f %9.1f %9.1f %8.2f\n", component.name.c_str(), codec.c_str(),
+                    bytes,
+                    8.0 * static_cast<double>(bytes) / static_cast<double>(std::max<uint64_t>(1, returns)),
+                    pack / 1e6, unpack / 1e6, copySeconds / Median(figures.unpack));
     }
     std::fflush(stdout);
 }
 
-void Compare(const fs::path& qsn, bool json, int rounds) {
-    const kxio::QSNScanReader reader(kxbase::Decode_UTF8(qsn.string()));
-    const kxio::ScanAccess access(reader);
-    const uint64_t returns = CountReturns(access);
-    const std::vector<Way> ways = AllWays();
-    if (!json)
-        std::printf("%-18s %-20s %10s %8s %9s %9s\n", "component", "codec", "bytes", "bits/ret", "enc Mc/s",
-                    "dec Mc/s");
-    for (const kxbase::ComponentType component : access.Components()) {
-        const std::vector<Patch> patches = LoadPatches(reader, access, component);
-        uint64_t cells = 0;
-        for (const Patch& patch : patches)
-            cells += patch.header.ElementCount();
-        const std::vector<Figures> figures = Measure(ways, patches, rounds);
-        const std::string name = "component " + std::to_string(static_cast<uint32_t>(component));
-        for (size_t w = 0; w < ways.size(); ++w)
-            Print(json, name, ways[w].name, figures[w], cells, returns);
+void Compare(const CompareScan& scan, const Settings& settings) {
+    std::vector<CompareWay> all;
+    AddPlainWays(all);
+    AddPeerWays(all);
+    AddOwnWays(all);
+    if (!settings.json)
+        std::printf("%-18s %-22s %11s %9s %9s %9s %8s\n", "component", "codec", "bytes", "bits/ret",
+                    "enc Mc/s", "dec Mc/s", "x memcpy");
+    for (const CompareComponent& component : scan.components) {
+        if (component.patches.empty()) continue;
+        std::vector<CompareWay> ways;
+        for (const CompareWay& way : all) {
+            if (!way.takes || way.takes(component.patches[0].elementBytes)) ways.push_back(way);
+        }
+        const std::vector<Figures> figures = Measure(ways, component, settings);
+        for (std::size_t w = 0; w < ways.size(); ++w)
+            Print(settings, component, ways[w].name, figures[w], Median(figures[0].unpack), scan.returns);
     }
+}
+
+CompareScan LoadScan(const std::string& text) {
+    unsigned columns = 4000, rows = 2000;
+    if (text == "synthetic") return MakeSyntheticScan(columns, rows);
+    if (std::sscanf(text.c_str(), "synthetic:%ux%u", &columns, &rows) == 2 && columns > 0 && rows > 0 &&
+        columns <= 100000 && rows <= 100000)
+        return MakeSyntheticScan(columns, rows);
+    return LoadCompareScan(text);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     std::string scan;
-    bool json = false;
-    int rounds = 5;
+    Settings settings;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         if (argument == "--json") {
-            json = true;
+            settings.json = true;
         } else if (argument.rfind("--rounds=", 0) == 0) {
-            rounds = std::max(1, std::atoi(argument.c_str() + 9));
+            settings.rounds = std::max(1, std::atoi(argument.c_str() + 9));
+        } else if (argument.rfind("--threads=", 0) == 0) {
+            settings.threads = static_cast<unsigned>(std::clamp(std::atoi(argument.c_str() + 10), 1, 64));
         } else {
             scan = argument;
         }
     }
     if (scan.empty()) {
-        std::cerr << "usage: kxio_codec_compare SCAN [--json] [--rounds=N]\n";
+        std::cerr << "usage: kxio_codec_compare SCAN|synthetic[:COLUMNSxROWS] [--json] [--rounds=N] "
+                     "[--threads=N]\n";
         return 2;
     }
+    for (const auto& [what, value] : DescribeMachine())
+        std::cerr << what << ": " << value << '\n';
     if (IsDebugBuild()) std::cerr << "*** This is a DEBUG build: its speeds mean nothing. ***\n";
     std::cerr << "load average " << LoadAverage() << '\n';
     try {
-        fs::path qsn = scan, made;
-        if (qsn.extension() != ".qsn") {
-            made = fs::temp_directory_path() / ("kxio_compare_" + std::to_string(getpid()) + ".qsn");
-            const auto source = kxexchange::OpenScanSource(scan);
-            kxexchange::ImportOptions options;
-            options.rangeCodec = options.angleCodec = options.intensityCodec = options.colorCodec =
-                kxexchange::Codec::Snappy;
-            kxexchange::ImportScan(*source, 0, made, options);
-            qsn = made;
-        }
-        Compare(qsn, json, rounds);
-        if (!made.empty()) fs::remove(made);
+        Compare(LoadScan(scan), settings);
     } catch (const std::exception& e) {
         std::cerr << "error: " << e.what() << '\n';
         return 1;
