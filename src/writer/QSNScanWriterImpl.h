@@ -111,6 +111,10 @@ private:
     void StoreLimits(uint32_t index, const MinMaxPair& pair);
 
     // Chunks.
+    class Turn;
+    /// Everything about a flat patch but its writing; `chunk` becomes its bytes.
+    PatchPlace EncodeFlat(const FlatPatchDescriptor& descriptor, unsigned row, unsigned column,
+                          std::vector<unsigned char>& chunk);
     void WriteChunk(kxbase::ComponentType component, std::span<const unsigned char> bytes,
                     const PatchPlace& place);
     void WriteEmpty(kxbase::ComponentType component, uint64_t pixelLength,

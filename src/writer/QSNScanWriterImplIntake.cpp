@@ -2,11 +2,16 @@
 // One patch position: growing the grid, running the descriptors, reporting the ones that failed.
 #include <algorithm>
 #include <exception>
+#include <functional>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <set>
 
 #include "kxbase/Exceptions.h"
+#include "kxio/EmptyPatchDescriptor.h"
+#include "kxio/EncodedPatchDescriptor.h"
+#include "kxio/FlatPatchDescriptor.h"
 #include "kxio/PatchDescriptor.h"
 #include "writer/QSNScanWriterImpl.h"
 #include "writer/WriterLocks.h"
@@ -66,6 +71,40 @@ private:
 };
 
 }  // namespace
+
+// What one descriptor of a call leads to. Descriptors are worked on side by side, but what they write waits
+// until it is their turn in the list: the file must not depend on which thread was quicker.
+class QSNScanWriterImpl::Turn final : public PatchProcessor {
+public:
+    explicit Turn(QSNScanWriterImpl& writer) : m_writer(writer) {}
+
+    void ProcessFlat(FlatPatchDescriptor* descriptor, unsigned row, unsigned column) override {
+        auto chunk = std::make_unique<BufferPool::Loan>(m_writer.m_buffers);
+        const PatchPlace place = m_writer.EncodeFlat(*descriptor, row, column, **chunk);
+        m_writes.push_back(
+            [this, component = descriptor->component, place, chunk = std::shared_ptr(std::move(chunk))] {
+                m_writer.WriteChunk(component, **chunk, place);
+            });
+    }
+    void ProcessEncoded(EncodedPatchDescriptor* descriptor, unsigned row, unsigned column) override {
+        m_writes.push_back(
+            [this, descriptor, row, column] { m_writer.ProcessEncoded(descriptor, row, column); });
+    }
+    void ProcessEmpty(EmptyPatchDescriptor* descriptor, unsigned row, unsigned column) override {
+        m_writes.push_back(
+            [this, descriptor, row, column] { m_writer.ProcessEmpty(descriptor, row, column); });
+    }
+
+    void Write() {
+        for (const auto& write : m_writes)
+            write();
+        m_writes.clear();
+    }
+
+private:
+    QSNScanWriterImpl& m_writer;
+    std::vector<std::function<void()>> m_writes;
+};
 
 kxbase::GridTopology QSNScanWriterImpl::GridSnapshot() {
     const std::lock_guard lock(m_gridMutex);
@@ -159,26 +198,37 @@ void QSNScanWriterImpl::Intake(const std::vector<PatchDescriptor*>& descriptors,
     }
 
     Failures failures(descriptors);
+    std::vector<Turn> turns(descriptors.size(), Turn(*this));
     const auto process = [&](size_t which) noexcept {
-        PatchDescriptor* descriptor = descriptors[which];
         try {
-            descriptor->Process(this, row, column);
+            descriptors[which]->Process(&turns[which], row, column);
+        } catch (...) {
+            failures.Keep(which, std::current_exception());
+        }
+    };
+    const auto write = [&](size_t which) noexcept {
+        try {
+            turns[which].Write();
         } catch (...) {
             failures.Keep(which, std::current_exception());
         }
         // Failed or not: the caller has had his say about this position.
         try {
-            MarkWritten(descriptor->component, index, grid);
+            MarkWritten(descriptors[which]->component, index, grid);
         } catch (...) {
             failures.Keep(which, std::current_exception());
         }
     };
     const auto count = static_cast<int64_t>(parallel.size());
-#pragma omp parallel for schedule(static) if (count > 1 && bytes >= kParallelBytes)
+#pragma omp parallel for schedule(static, 1) if (count > 1 && bytes >= kParallelBytes)
     for (int64_t i = 0; i < count; ++i)
         process(parallel[static_cast<size_t>(i)]);
-    for (const size_t which : repeated)
+    for (const size_t which : parallel)
+        write(which);
+    for (const size_t which : repeated) {
         process(which);
+        write(which);
+    }
     failures.Report(row, column);
 }
 

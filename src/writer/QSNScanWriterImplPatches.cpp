@@ -70,7 +70,13 @@ void QSNScanWriterImpl::NotePixelLength(kxbase::ComponentType component, uint64_
 }
 
 void QSNScanWriterImpl::ProcessFlat(FlatPatchDescriptor* descriptor, unsigned row, unsigned column) {
-    const FlatPatchDescriptor& d = *descriptor;
+    BufferPool::Loan chunk(m_buffers);
+    const PatchPlace place = EncodeFlat(*descriptor, row, column, *chunk);
+    WriteChunk(descriptor->component, *chunk, place);
+}
+
+PatchPlace QSNScanWriterImpl::EncodeFlat(const FlatPatchDescriptor& d, unsigned row, unsigned column,
+                                         std::vector<unsigned char>& chunk) {
     const PatchPlace place = Locate(row, column);
     const std::span<const unsigned char> values = FlatValues(d);
     NotePixelLength(d.component, d.pixelLength);
@@ -85,9 +91,8 @@ void QSNScanWriterImpl::ProcessFlat(FlatPatchDescriptor* descriptor, unsigned ro
     const bool wholePatch = patchCells == d.size;
     const uint32_t width = wholePatch ? place.grid.patchWidth : static_cast<uint32_t>(d.size);
     const uint32_t height = wholePatch ? place.grid.patchHeight : 1;
-    BufferPool::Loan chunk(m_buffers);
-    d.codec->Encode(values.data(), width, height, values.size(), quality, *chunk);
-    WriteChunk(d.component, *chunk, place);
+    d.codec->Encode(values.data(), width, height, values.size(), quality, chunk);
+    return place;
 }
 
 void QSNScanWriterImpl::SampleIntoPreview(const FlatPatchDescriptor& d, std::span<const unsigned char> values,

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <random>
 #include <thread>
@@ -65,6 +66,52 @@ TEST(WriterThreads, SixteenDescriptorsShareOneCodec) {
     const walker::File file = Walk(stream.GetBytes());
     EXPECT_EQ(file.chunks.size(), 64U);
     CheckPatches(file, 100, 114, 4);
+}
+
+// Takes its time.
+class SlowCodec final : public kxcodecs::SnappyChunkCodec {
+public:
+    explicit SlowCodec(int milliseconds) : m_delay(milliseconds) {}
+    void Encode(const void* data, uint32_t width, uint32_t height, uint64_t byteCount, float quality,
+                std::vector<unsigned char>& out) const override {
+        std::this_thread::sleep_for(m_delay);
+        SnappyChunkCodec::Encode(data, width, height, byteCount, quality, out);
+    }
+
+private:
+    std::chrono::milliseconds m_delay;
+};
+
+TEST(WriterThreads, ChunksLieInTheOrderOfTheListHoweverLongEachTakes) {
+    kxbase::InMemoryStream stream;
+    kxio::QSNScanWriter writer;
+    writer.CreateNew(&stream, MakeGrid(2 * kSide, kSide, kSide, kSide));
+    const std::vector<uint32_t> order{3, 1, 100, 2, 101, 102};
+    std::vector<uint32_t> expected;
+    std::vector<std::unique_ptr<SlowCodec>> codecs;  // until the scan is ended
+    for (uint32_t index = 0; index < 2; ++index) {
+        std::vector<std::unique_ptr<Flat<float>>> flats;
+        std::vector<kxio::PatchDescriptor*> list;
+        int delay = 40;
+        for (const uint32_t component : order) {
+            codecs.push_back(std::make_unique<SlowCodec>(delay));
+            delay = (delay + 35) % 50;
+            flats.push_back(std::make_unique<Flat<float>>(static_cast<kxbase::ComponentType>(component),
+                                                          Values(component, index), codecs.back().get()));
+            list.push_back(flats.back().get());
+            expected.push_back(component);
+        }
+        // An empty patch among them is noted in its turn too.
+        kxio::EmptyPatchDescriptor empty(kxbase::Class, 4);
+        list.insert(list.begin() + 2, &empty);
+        if (index == 0) expected.insert(expected.begin() + 2, kxbase::Class);
+        writer.AddPatch(list, index);
+    }
+    writer.EndCreation();
+    std::vector<uint32_t> found;
+    for (const walker::Chunk& chunk : Walk(stream.GetBytes()).chunks)
+        found.push_back(chunk.component);
+    EXPECT_EQ(found, expected);
 }
 
 TEST(WriterThreads, TwoWritersInTwoThreadsDoNotDisturbEachOther) {
