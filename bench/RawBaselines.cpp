@@ -60,7 +60,7 @@ void MemoryCopy(benchmark::State& state) {
         benchmark::DoNotOptimize(to.data());
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes));
 }
 BENCHMARK(MemoryCopy)
     ->ArgName("extent")
@@ -136,7 +136,8 @@ void PackZlib(benchmark::State& state) {
             packed += size;
         }
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * scan.UnpackedBytes()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(scan.UnpackedBytes()));
     state.counters["packed"] = static_cast<double>(packed);
 }
 BENCHMARK(PackZlib)->ArgName("level")->Arg(6)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -154,7 +155,8 @@ void PackLibdeflate(benchmark::State& state) {
         }
     }
     libdeflate_free_compressor(packer);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * scan.UnpackedBytes()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(scan.UnpackedBytes()));
     state.counters["packed"] = static_cast<double>(packed);
 }
 BENCHMARK(PackLibdeflate)->ArgName("level")->Arg(6)->Unit(benchmark::kMillisecond)->UseRealTime();

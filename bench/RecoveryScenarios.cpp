@@ -53,7 +53,7 @@ void SearchRecords(benchmark::State& state) {
         rows = recovery.GetPatchMap().size();
     }
     if (rows != kFileBytes / kChunkBytes / 64) state.SkipWithError("not all rows found");
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFileBytes));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kFileBytes));
 }
 BENCHMARK(SearchRecords)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -74,7 +74,8 @@ void RecoverSample(benchmark::State& state) {
         const kxio::RecoveryReport report = kxio::RecoverToFile(path, path + L".saved");
         if (!report.Complete()) state.SkipWithError("chunks lost");
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * scan.ValueBytes()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(scan.ValueBytes()));
 }
 BENCHMARK(RecoverSample)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -85,7 +86,7 @@ void RecoverLarge(benchmark::State& state) {
         const kxio::RecoveryReport report = kxio::RecoverToFile(path, path + L".saved");
         if (report.chunksRecovered != report.chunksFound) state.SkipWithError("chunks lost");
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFileBytes));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kFileBytes));
 }
 BENCHMARK(RecoverLarge)->Unit(benchmark::kMillisecond)->UseRealTime();
 

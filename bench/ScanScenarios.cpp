@@ -13,7 +13,7 @@
 namespace {
 
 void SetFigures(benchmark::State& state, uint64_t bytes, uint64_t cells) {
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes));
     state.counters["cells"] =
         benchmark::Counter(static_cast<double>(cells), benchmark::Counter::kIsIterationInvariantRate);
 }
