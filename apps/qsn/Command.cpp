@@ -244,10 +244,9 @@ public:
         }
         for (Entry& entry : m_entries) {
             if (!entry.app->parsed()) continue;
-            ApplyLimits();
+            ApplySettings();
             const Verbosity verbosity(entry.app->get_name(), m_session.threads, m_verbose);
-            // For those parts of the library that take no count of threads.
-            omp_set_num_threads(static_cast<int>(m_session.threads));
+            const LimitGuard guard;
             try {
                 entry.command->Run(m_session);
             } catch (const Ended&) {
@@ -335,17 +334,30 @@ private:
         const std::chrono::steady_clock::time_point m_start;
     };
 
-    void ApplyLimits() {
+    void ApplySettings() {
         SetProgressMode(ParseProgressMode(m_progress));
-        if (m_memoryLimit.empty()) return;
+        if (!m_memoryLimit.empty()) ApplyMemoryLimit();
+        // For those parts of the library that take no count of threads.
+        omp_set_num_threads(static_cast<int>(m_session.threads));
+    }
+
+    void ApplyMemoryLimit() {
         const auto bytes = ParseBytes(m_memoryLimit);
         if (!bytes || *bytes < kLeastMemory)
             throw UsageError(
                 fmt::format("--limit-memory {}: expected a size from 64M, as in 500M or 2G", m_memoryLimit));
         if (!LimitMemory(*bytes)) throw UsageError("--limit-memory: this system cannot limit memory");
+        // Each thread has a stack and its own share of the data in work.
+        const auto most = static_cast<unsigned>(std::min<uint64_t>(*bytes / kMemoryOfThread, kMostThreads));
+        m_session.threads = std::min(m_session.threads, most);
+        // They start before the data comes: later there may be no room for their stacks.
+        const int threads = static_cast<int>(m_session.threads);
+#pragma omp parallel num_threads(threads)
+        {}
     }
 
     static constexpr uint64_t kLeastMemory = uint64_t{64} << 20;
+    static constexpr uint64_t kMemoryOfThread = uint64_t{32} << 20;
 
     Session m_session{DefaultThreads(), false, false};
     bool m_verbose = false;
@@ -382,6 +394,7 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
         return ended.Code();
     } catch (const std::exception& error) {
         WriteFailure(DescribeError(error));
+        if (const std::string advice = AdviceFor(error); !advice.empty()) WriteError(advice + "\n");
         if (dynamic_cast<const UsageError*>(&error) != nullptr)
             WriteError(fmt::format("Try '{} --help'.\n", name));
         return ExitCodeOf(error);

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -26,10 +27,28 @@ using kxio::ComponentDifference;
 using kxio::DiffReport;
 using kxio::PropertyDifference;
 
-/// One line of a property that may have several.
-std::string Shown(const std::string& text) {
+/// Where two texts become different; not inside a character.
+size_t FirstDifference(const std::string& a, const std::string& b) {
+    const auto end = std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first;
+    auto place = static_cast<size_t>(end - a.begin());
+    while (place > 0 && place < a.size() && (static_cast<unsigned char>(a[place]) & 0xC0) == 0x80)
+        --place;
+    return place;
+}
+
+/// One line of a property that may have several, from shortly before `place`.
+std::string Shown(const std::string& text, size_t place) {
     constexpr size_t kMost = 60;
-    std::string line = Printable(text);
+    constexpr size_t kBefore = 20;
+    std::string line;
+    if (place > kMost / 2 && text.size() > kMost) {
+        size_t begin = place - kBefore;
+        while (begin > 0 && (static_cast<unsigned char>(text[begin]) & 0xC0) == 0x80)
+            --begin;
+        line = "..." + Printable(std::string_view(text).substr(begin));
+    } else {
+        line = Printable(text);
+    }
     while (!line.empty() && line.back() == ' ')
         line.pop_back();
     if (line.size() > kMost) {
@@ -109,9 +128,11 @@ private:
     std::string AsText(const DiffReport& report) const {
         std::string text = fmt::format("{} and {}: {}\n", Printable(m_first), Printable(m_second),
                                        Same(report) ? "equal" : "different");
-        for (const PropertyDifference& p : report.properties)
+        for (const PropertyDifference& p : report.properties) {
+            const size_t place = FirstDifference(p.first, p.second);
             text += fmt::format("  {}{}: {} | {}\n", p.name, p.storage ? " (storage only)" : "",
-                                Shown(p.first), Shown(p.second));
+                                Shown(p.first, place), Shown(p.second, place));
+        }
         if (!report.sameSize) text += "  the grids have different sizes: cells were not compared\n";
         for (const ComponentDifference& c : report.components)
             text += ComponentAsText(c);

@@ -13,6 +13,8 @@
 
 namespace qsn {
 
+namespace fs = std::filesystem;
+
 namespace {
 
 constexpr ExitCodeMeaning kMeanings[] = {
@@ -57,6 +59,24 @@ ExitCode CodeOfLibraryError(const kxbase::KXException& error) {
     return ExitDamaged;
 }
 
+bool IsLackOfThreads(const std::exception& error) {
+    const auto* system = dynamic_cast<const std::system_error*>(&error);
+    return system != nullptr && system->code() == std::errc::resource_unavailable_try_again;
+}
+
+/// Behind the message of the library, for people who know nothing of tags and frames.
+std::string WhatThatMeans(const kxbase::KXException& error) {
+    const ExitCode code = CodeOfLibraryError(error);
+    if (code == ExitUnknownFormat && std::strcmp(error.what(), "Invalid main header") == 0)
+        return ": this is no .qsn file";
+    if (code != ExitCannotOpen || error.Context().file.empty()) return {};
+    std::error_code problem;
+    const fs::file_status status = fs::status(ToPath(error.Context().file), problem);
+    if (status.type() == fs::file_type::not_found) return ": there is no such file";
+    if (fs::is_directory(status)) return ": this is a folder";
+    return problem ? ": " + problem.message() : ": it may not be read";
+}
+
 }  // namespace
 
 std::span<const ExitCodeMeaning> ExitCodeMeanings() {
@@ -65,11 +85,20 @@ std::span<const ExitCodeMeaning> ExitCodeMeanings() {
 
 std::string DescribeError(const std::exception& error) {
     if (ExitCodeOf(error) == ExitInterrupted) return "interrupted";
-    if (const auto* known = dynamic_cast<const kxbase::KXException*>(&error)) return known->Describe();
+    if (const auto* known = dynamic_cast<const kxbase::KXException*>(&error))
+        return known->Describe() + WhatThatMeans(*known);
     if (Is<std::bad_alloc>(error)) return "not enough memory";
+    if (IsLackOfThreads(error)) return "not enough memory for another thread";
     if (const auto* files = dynamic_cast<const std::filesystem::filesystem_error*>(&error))
         return ToUtf8(files->path1()) + ": " + files->code().message();
     return error.what();
+}
+
+std::string AdviceFor(const std::exception& error) {
+    const auto* known = dynamic_cast<const kxbase::KXException*>(&error);
+    if (known == nullptr || CodeOfLibraryError(*known) != ExitDamaged) return {};
+    if (!known->Context().file.ends_with(".qsn")) return {};
+    return "'qsn verify' tells what is damaged, 'qsn recover' saves what survives.";
 }
 
 ExitCode ExitCodeOf(const std::exception& error) {
@@ -82,9 +111,7 @@ ExitCode ExitCodeOf(const std::exception& error) {
     if (const auto* known = dynamic_cast<const kxbase::KXException*>(&error))
         return CodeOfLibraryError(*known);
     if (Is<std::bad_alloc>(error)) return ExitLimit;
-    if (const auto* system = dynamic_cast<const std::system_error*>(&error);
-        system != nullptr && system->code() == std::errc::resource_unavailable_try_again)
-        return ExitLimit;  // no memory for another thread
+    if (IsLackOfThreads(error)) return ExitLimit;
     if (Is<std::filesystem::filesystem_error>(error)) return ExitWriteFailed;
     return ExitDamaged;
 }

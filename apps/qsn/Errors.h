@@ -66,6 +66,9 @@ public:
 /// One line for people about a caught exception: what failed, and all that is known of where.
 std::string DescribeError(const std::exception& error);
 
+/// A line about what could be done about it; mostly empty.
+std::string AdviceFor(const std::exception& error);
+
 /// The exit code that belongs to a caught exception.
 ExitCode ExitCodeOf(const std::exception& error);
 

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 
@@ -21,6 +22,15 @@ namespace {
 
 // Set once, before any thread starts.
 ProgressMode chosenMode = ProgressMode::Auto;
+
+std::atomic<bool> atWork{false};
+
+/// Runs when the program ends, whoever ended it.
+extern "C" void EndAtLimit() {
+    if (!atWork) return;
+    WriteFailure("not enough memory for another thread");
+    std::_Exit(ExitLimit);
+}
 
 }  // namespace
 
@@ -79,6 +89,15 @@ bool LimitMemory(uint64_t bytes) {
     limit.rlim_cur = static_cast<rlim_t>(bytes);
     return setrlimit(RLIMIT_DATA, &limit) == 0;
 #endif
+}
+
+LimitGuard::LimitGuard() {
+    static const bool registered = std::atexit(EndAtLimit) == 0;
+    atWork = registered;
+}
+
+LimitGuard::~LimitGuard() {
+    atWork = false;
 }
 
 uint64_t MostMemory() {

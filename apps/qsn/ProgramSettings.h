@@ -33,6 +33,15 @@ std::optional<uint64_t> ParseBytes(std::string_view text);
 /// From now on the program holds no more than this many bytes of data; what asks for more gets
 /// std::bad_alloc. False where the system cannot do that.
 bool LimitMemory(uint64_t bytes);
+/// While it lives, a thread that cannot be started for lack of memory ends the program with the exit code of
+/// a limit. The OpenMP runtime throws nothing then: it ends the program by itself, with exit code 1.
+class LimitGuard {
+public:
+    LimitGuard();
+    ~LimitGuard();
+    LimitGuard(const LimitGuard&) = delete;
+    LimitGuard& operator=(const LimitGuard&) = delete;
+};
 /// Most memory that the program held so far, in bytes; 0 where the system does not tell.
 uint64_t MostMemory();
 

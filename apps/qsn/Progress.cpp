@@ -29,9 +29,12 @@ std::string ProgressLine(const std::string& label, const ProgressState& state, u
     const double share = std::min(DoneShare(state), 1.0);
     std::string line = label;
     if (share >= 0) line += fmt::format(" {:3.0f} %", std::floor(100 * share));
-    line += fmt::format("  {} cells", ShortCount(static_cast<double>(state.cells)));
+    // Some work counts bytes alone.
+    const bool countsCells = state.totalCells > 0 || state.totalBytes == 0 || state.cells > 0;
+    if (countsCells) line += fmt::format("  {} cells", ShortCount(static_cast<double>(state.cells)));
     if (state.seconds >= kSecondsBeforeRates) {
-        line += fmt::format("  {} cells/s", ShortCount(static_cast<double>(state.cells) / state.seconds));
+        if (countsCells)
+            line += fmt::format("  {} cells/s", ShortCount(static_cast<double>(state.cells) / state.seconds));
         if (state.bytes > 0)
             line += fmt::format("  {:.1f} MB/s", static_cast<double>(state.bytes) / state.seconds / 1e6);
         if (share > 0 && share < 1)

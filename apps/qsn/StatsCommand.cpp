@@ -48,15 +48,28 @@ Json AsJson(const ComponentStatistics& s) {
     return json;
 }
 
+const char* UnitOf(kxbase::ComponentType component) {
+    switch (component) {
+        case kxbase::Range:
+            return "mm";
+        case kxbase::VerticalAngle:
+        case kxbase::HorizontalAngle:
+            return "rad";
+        default:
+            return "";
+    }
+}
+
 std::string AsText(const std::vector<ComponentStatistics>& all) {
     std::vector<std::vector<std::string>> lines = {
-        {"component", "codec", "minimum", "maximum", "mean", "no return", "entropy", "bytes/cell"}};
+        {"component", "codec", "unit", "minimum", "maximum", "mean", "no return", "entropy", "bytes/cell"}};
     static const char* const kChannels[] = {" red", " green", " blue"};
     for (const ComponentStatistics& s : all) {
         const size_t rows = std::max<size_t>(1, s.channels.size());
         for (size_t c = 0; c < rows; ++c) {
             std::vector<std::string> line = {
-                ComponentShortName(s.component) + (rows == 3 ? kChannels[c] : ""), s.codec};
+                ComponentShortName(s.component) + (rows == 3 ? kChannels[c] : ""), s.codec,
+                UnitOf(s.component)};
             if (s.channels.empty()) {
                 line.insert(line.end(), 3, "");
             } else {
@@ -71,7 +84,7 @@ std::string AsText(const std::vector<ComponentStatistics>& all) {
         }
     }
     TextLayout layout;
-    layout.Table(lines, {false, false, true, true, true, true, true, true});
+    layout.Table(lines, {false, false, false, true, true, true, true, true, true});
     std::string text = layout.ToString();
     for (const ComponentStatistics& s : all) {
         if (s.notRead != 0)

@@ -154,6 +154,16 @@ TEST_F(Checks, DiffOfADamagedScanSaysWhatItCouldNotCompare) {
     EXPECT_NE(range["problem"].get<std::string>().find("second scan"), std::string::npos);
 }
 
+TEST_F(Checks, DiffShowsLongTextsFromWhereTheyDiffer) {
+    m_folder.Write("copy.qsn", m_whole);
+    const std::string same(100, 'x');
+    ASSERT_EQ(Run({"edit", "-q", "--warning", same + "here", "scan.qsn"}).exitCode, 0);
+    ASSERT_EQ(Run({"edit", "-q", "--warning", same + "there", "copy.qsn"}).exitCode, 0);
+    const std::string out = Run({"diff", "scan.qsn", "copy.qsn"}).out;
+    const std::string shown(20, 'x');
+    EXPECT_NE(out.find("warnings: ..." + shown + "here | ..." + shown + "there\n"), std::string::npos) << out;
+}
+
 TEST_F(Checks, DiffJsonHasExactlyTheDocumentedKeys) {
     ImportFile("source.ptx", {"--patch", "16", "--scale", "range=50"}, "coarse.qsn");
     ExpectDocumentedKeys({Json::parse(Run({"diff", "--json", "scan.qsn", "coarse.qsn"}).out)},

@@ -331,6 +331,21 @@ TEST(QsnCommand, VerboseTellsTimeAndMemoryOnStandardError) {
     EXPECT_TRUE(Contains(verbose.err, "MB\n")) << verbose.err;
 }
 
+TEST(QsnCommand, ALimitOfMemoryIsKeptWithAnyNumberOfThreads) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer needs more memory";
+#else
+    const TemporaryFolder folder;
+    ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
+    for (Arguments line : InspectingLines("scan.qsn")) {
+        line.insert(line.end(), {"--limit-memory", "64M", "--threads", "500"});
+        const ProgramResult result = RunQsn(line, {folder.Path(), {}, false});
+        EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 8)
+            << line[0] << " " << result.exitCode << " " << result.err;
+    }
+#endif
+}
+
 TEST(QsnCommand, ErrorsAreColouredOnATerminalUnlessNoColorIsSet) {
     const TemporaryFolder folder;
     const auto error = [&](const std::map<std::string, std::string>& environment) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <system_error>
 #include <vector>
 
 #include "kxbase/Exceptions.h"
@@ -54,6 +55,32 @@ TEST(Errors, AForeignFileIsToldFromADamagedOne) {
     EXPECT_EQ(code("tag"), 4);
     EXPECT_EQ(code("frame"), 4);
     EXPECT_EQ(code("payload size"), 5);
+}
+
+TEST(Errors, WhatCannotBeOpenedSaysWhy) {
+    const auto text = [](const std::string& file) {
+        return DescribeError(kxbase::KXHeaderReadingException("Cannot open file", {file, {}, {}, {}, {}}));
+    };
+    EXPECT_TRUE(text("nowhere/a.qsn").ends_with("): there is no such file")) << text("nowhere/a.qsn");
+    EXPECT_TRUE(text(".").ends_with("): this is a folder")) << text(".");
+}
+
+TEST(Errors, ForeignAndDamagedFilesAreExplained) {
+    const auto error = [](const char* file, const char* field) {
+        return kxbase::KXHeaderReadingException("Invalid main header",
+                                                {file, "MainFileHeader", field, 0, {}});
+    };
+    EXPECT_TRUE(DescribeError(error("a.e57", "tag")).ends_with(": this is no .qsn file"));
+    EXPECT_EQ(AdviceFor(error("a.qsn", "tag")), "");
+    EXPECT_NE(AdviceFor(error("a.qsn", "payload size")).find("qsn recover"), std::string::npos);
+    EXPECT_EQ(AdviceFor(error("a.ptx", "payload size")), "");
+    EXPECT_EQ(AdviceFor(std::bad_alloc()), "");
+}
+
+TEST(Errors, LackOfThreadsIsALimit) {
+    const std::system_error error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    EXPECT_EQ(ExitCodeOf(error), 8);
+    EXPECT_EQ(DescribeError(error), "not enough memory for another thread");
 }
 
 TEST(Errors, EveryExitCodeHasAMeaningInAscendingOrder) {

@@ -53,6 +53,19 @@ TEST(ProgramSettingsDeathTest, ALimitOfMemoryEndsInBadAlloc) {
 #endif
 }
 
+TEST(ProgramSettingsDeathTest, WhoEndsTheProgramAtWorkHasReachedALimit) {
+    const auto endAtWork = [] {
+        const LimitGuard guard;
+        std::exit(1);
+    };
+    EXPECT_EXIT(endAtWork(), testing::ExitedWithCode(ExitLimit), "not enough memory for another thread");
+    const auto endAfterwards = [] {
+        { const LimitGuard guard; }
+        std::exit(1);
+    };
+    EXPECT_EXIT(endAfterwards(), testing::ExitedWithCode(1), "");
+}
+
 TEST(ProgramSettings, MemoryOfTheProgramIsKnown) {
 #ifdef _WIN32
     EXPECT_EQ(MostMemory(), 0U);

@@ -16,7 +16,7 @@ TEST(Progress, WithoutATotalThereIsNoShareAndNoTimeLeft) {
 }
 
 TEST(Progress, BytesTellTheShareWhenCellsDoNot) {
-    EXPECT_EQ(ProgressLine("read", {0, 0, 30, 60, 0.1}, 200), "read  50 %  0 cells");
+    EXPECT_EQ(ProgressLine("read", {0, 0, 30, 60, 0.1}, 200), "read  50 %");
 }
 
 TEST(Progress, NoRatesInTheFirstMoments) {
