@@ -47,17 +47,14 @@ std::vector<Piece> Cut(const char* begin, const char* end, size_t pieces) {
 }
 
 template <class Work>
-void ForEachPiece(std::vector<Piece>& pieces, const Work& work) {
-    const auto count = static_cast<int>(pieces.size());
-#pragma omp parallel for num_threads(count) schedule(static, 1)
-    for (int i = 0; i < count; ++i) {
-        Piece& piece = pieces[static_cast<size_t>(i)];
+void ForEachPiece(WorkerTeam& team, std::vector<Piece>& pieces, const Work& work) {
+    team.Run(pieces.size(), pieces.size(), [&](size_t i) {
         try {
-            work(piece);
+            work(pieces[i]);
         } catch (...) {
-            piece.error = std::current_exception();
+            pieces[i].error = std::current_exception();
         }
-    }
+    });
     for (const Piece& piece : pieces) {
         if (piece.error) std::rethrow_exception(piece.error);
     }
@@ -67,7 +64,7 @@ void ForEachPiece(std::vector<Piece>& pieces, const Work& work) {
 size_t ReadPieces(TextBuffer& text, size_t count, uint64_t wanted, std::vector<Cell>& cells, size_t filled,
                   const LinesParser& parse, LineFault& fault) {
     std::vector<Piece> pieces = Cut(text.At(), text.LinesEnd(), count);
-    ForEachPiece(pieces, [](Piece& piece) {
+    ForEachPiece(text.Team(), pieces, [](Piece& piece) {
         piece.lines = static_cast<size_t>(std::count(piece.begin, piece.end, '\n'));
     });
     size_t lines = 0;
@@ -78,7 +75,7 @@ size_t ReadPieces(TextBuffer& text, size_t count, uint64_t wanted, std::vector<C
         lines += piece.lines;
     }
     if (cells.size() < filled + lines) cells.resize(filled + lines);
-    ForEachPiece(pieces, [&](Piece& piece) {
+    ForEachPiece(text.Team(), pieces, [&](Piece& piece) {
         Cell* const out = cells.data() + first[static_cast<size_t>(&piece - pieces.data())];
         piece.parsed = parse(piece.begin, piece.end, piece.lines, out, piece.fault);
     });

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "CellLines.h"
+#include "ColumnPump.h"
 #include "Paths.h"
 #include "QsnSource.h"
 #include "kxbase/kxOutFile.h"
@@ -15,8 +17,6 @@ namespace {
 
 constexpr int kMostDecimals = 12;
 constexpr int kMaxThreads = 1024;
-// Columns asked for at once; sources bound the cells.
-constexpr uint64_t kColumnsPerRead = 256;
 
 void CheckOptions(const ExportOptions& options) {
     kxbase::ErrorContext context;
@@ -166,14 +166,15 @@ void ScanFileExport::Impl::Pump(ScanSource& source, const ScanDescription& descr
                                 const Treatment& treatment, ExportReport& report, ProgressSink* progress) {
     const uint64_t pointsBefore = sink->PointsWritten(), bytesBefore = sink->BytesWritten();
     sink->BeginScan(description);
-    std::vector<Cell> cells;
     uint64_t columnsDone = 0, invalidIntensities = 0, invalidColors = 0;
-    while (const uint64_t columns = source.ReadColumns(kColumnsPerRead, cells)) {
+    const auto prepare = [&](std::vector<Cell>& cells) {
         treatment.Apply(cells);
         for (const Cell& cell : cells) {
             invalidIntensities += cell.valid && cell.intensityInvalid ? 1 : 0;
             invalidColors += cell.valid && cell.colorInvalid ? 1 : 0;
         }
+    };
+    const auto write = [&](std::span<const Cell> cells, uint64_t columns) {
         sink->WriteColumns(cells, columns);
         columnsDone += columns;
         report.cells += cells.size();
@@ -183,7 +184,9 @@ void ScanFileExport::Impl::Pump(ScanSource& source, const ScanDescription& descr
             context.file = PathText(outPath);
             throw CancelledException("Export was cancelled", context);
         }
-    }
+    };
+    const bool oneThread = ThreadCount(options.sink.threads) == 1;
+    PumpColumns(source, oneThread ? Reading::InTheCaller : Reading::Ahead, prepare, write);
     if (description.HasGrid() && columnsDone != description.columns) {
         kxbase::ErrorContext context;
         context.file = source.Name();

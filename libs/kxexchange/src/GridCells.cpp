@@ -4,14 +4,21 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
+
+#include "kxbase/PolarConversion.h"
 
 namespace kxexchange {
 
 namespace {
 
 constexpr double kMetresPerMillimetre = 1e-3;
+// Of a cell without a return: one metre in a direction.
+constexpr float kDirectionLength = 1000;
+// Cells whose coordinates are computed at a time.
+constexpr size_t kBatchCells = 256;
 // Fewer cells are done before other threads have woken up.
 constexpr size_t kWorthThreads = 4096;
 // Cells in memory at a time, but for a single longer column.
@@ -97,38 +104,73 @@ void GridCells::ReadBlock(uint64_t first, uint64_t columns, Block& block) const 
     if (m_classes) read(kxbase::Class, block.classes);
 }
 
-// A cell's coordinates; false when the stored values are no numbers.
-bool GridCells::Place(const Block& block, size_t at, Cell& cell) const {
+// Cartesian coordinates of `count` cells from `at` on, `step` apart: in millimetres, or a direction of length
+// 1000.
+void GridCells::Convert(const Block& block, size_t at, size_t step, size_t count, double* xyz) const {
+    std::array<float, kBatchCells> range, vertical, horizontal;
+    for (size_t i = 0; i < count; ++i, at += step) {
+        range[i] = block.range[at] > 0 ? block.range[at] : kDirectionLength;
+        vertical[i] = block.vertical[at];
+        horizontal[i] = block.horizontal[at];
+    }
+    kxbase::PolarToCartesian(std::span(range).first(count), std::span(horizontal).first(count),
+                             std::span(vertical).first(count), std::span(xyz, 3 * count));
+}
+
+// A cell's coordinates; false when the stored values are no numbers. `xyz` is what Convert made of it.
+bool GridCells::Place(const Block& block, size_t at, const double* xyz, Cell& cell) const {
     const double range = static_cast<double>(block.range[at]) * kMetresPerMillimetre;
     cell.valid = range > 0;
     cell.direction = !cell.valid && m_directions;
     if (!cell.valid && !cell.direction) return true;
-    const auto vertical = static_cast<double>(block.vertical[at]);
-    const auto horizontal = static_cast<double>(block.horizontal[at]);
     if (m_kind == CoordinateKind::Spherical) {
-        cell.SetSpherical(cell.valid ? range : 0.0, horizontal, std::numbers::pi / 2 - vertical);
+        cell.SetSpherical(cell.valid ? range : 0.0, static_cast<double>(block.horizontal[at]),
+                          std::numbers::pi / 2 - static_cast<double>(block.vertical[at]));
     } else {
-        const double length = cell.valid ? range : 1.0;
-        const double flat = length * std::sin(vertical);
-        cell.x = flat * std::cos(horizontal);
-        cell.y = flat * std::sin(horizontal);
-        cell.z = length * std::cos(vertical);
+        cell.x = xyz[0] * kMetresPerMillimetre;
+        cell.y = xyz[1] * kMetresPerMillimetre;
+        cell.z = xyz[2] * kMetresPerMillimetre;
     }
     return std::isfinite(cell.x) && std::isfinite(cell.y) && std::isfinite(cell.z);
+}
+
+// The other values of a cell with a return; true when its class is too large.
+bool GridCells::Describe(const Block& block, size_t at, Cell& cell) const {
+    if (m_intensity16) {
+        cell.intensity = m_message.intensity.Restore(block.luminance16[at]);
+    } else if (m_intensity8) {
+        cell.intensity = m_message.intensity.Restore(static_cast<uint16_t>(block.luminance8[at] * 257));
+    }
+    if (m_color) {
+        const kxio::Rgb8 color = block.color[at];
+        cell.red = color.red;
+        cell.green = color.green;
+        cell.blue = color.blue;
+    }
+    if (!m_classes) return false;
+    constexpr uint32_t kMostClass = 255;
+    cell.classification = static_cast<uint8_t>(std::min(block.classes[at], kMostClass));
+    return block.classes[at] > kMostClass;
 }
 
 // The cells of one source column that lie in a block, from its column `inBlock` of `columns`.
 GridCells::Oddities GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t columns,
                                        Cell* cells) const {
     Oddities odd;
+    std::array<double, 3 * kBatchCells> xyz;
     for (const RowSegment& segment : m_message.layout.segments) {
         if (segment.far != far) continue;
         Cell* cell = cells + segment.firstRow;
         size_t at = static_cast<size_t>(segment.gridRow) * columns + inBlock;
         const size_t step = segment.descending ? ~columns + 1 : columns;
         for (uint64_t i = 0; i < segment.count; ++i, ++cell, at += step) {
+            const auto inBatch = static_cast<size_t>(i % kBatchCells);
+            if (inBatch == 0 && m_kind == CoordinateKind::Cartesian) {
+                const auto count = static_cast<size_t>(std::min<uint64_t>(kBatchCells, segment.count - i));
+                Convert(block, at, step, count, xyz.data());
+            }
             *cell = {};
-            if (!Place(block, at, *cell)) {
+            if (!Place(block, at, xyz.data() + 3 * inBatch, *cell)) {
                 odd.unusable += cell->valid ? 1 : 0;
                 *cell = {};
             }
@@ -136,23 +178,7 @@ GridCells::Oddities GridCells::ToCells(const Block& block, bool far, size_t inBl
                 cell->intensity = m_emptyIntensity;
                 continue;
             }
-            if (m_intensity16) {
-                cell->intensity = m_message.intensity.Restore(block.luminance16[at]);
-            } else if (m_intensity8) {
-                cell->intensity =
-                    m_message.intensity.Restore(static_cast<uint16_t>(block.luminance8[at] * 257));
-            }
-            if (m_color) {
-                const kxio::Rgb8 color = block.color[at];
-                cell->red = color.red;
-                cell->green = color.green;
-                cell->blue = color.blue;
-            }
-            if (m_classes) {
-                constexpr uint32_t kMostClass = 255;
-                odd.largeClasses += block.classes[at] > kMostClass ? 1 : 0;
-                cell->classification = static_cast<uint8_t>(std::min(block.classes[at], kMostClass));
-            }
+            odd.largeClasses += Describe(block, at, *cell) ? 1 : 0;
         }
     }
     return odd;

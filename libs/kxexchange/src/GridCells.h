@@ -50,7 +50,9 @@ private:
         uint64_t unusable = 0, largeClasses = 0;
     };
     Oddities ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const;
-    bool Place(const Block& block, size_t at, Cell& cell) const;
+    void Convert(const Block& block, size_t at, size_t step, size_t count, double* xyz) const;
+    bool Place(const Block& block, size_t at, const double* xyz, Cell& cell) const;
+    bool Describe(const Block& block, size_t at, Cell& cell) const;
 
     kxio::ScanAccess m_access;
     kxbase::GridTopology m_grid;

@@ -10,6 +10,7 @@
 #include <functional>
 #include <thread>
 
+#include "CellLines.h"
 #include "Handover.h"
 #include "ImportLosses.h"
 #include "ImportPlan.h"
@@ -321,7 +322,9 @@ void Import::Write(const std::filesystem::path& path) {
     m_colorCodec = MakeCodec(m_options.colorCodec, m_options.compressionLevel);
     m_assembler = std::make_unique<PatchAssembler>(m_report.grid, m_report.layout, m_rules);
     PatchAssembler& assembler = *m_assembler;
-    const IntakeThreads intakeThreads(m_options.threads);
+    // The thread that parses, with its helpers, and the one that compresses share the cores.
+    const int cores = ThreadCount(m_options.threads);
+    const IntakeThreads intakeThreads(std::max(1, cores / 2));
     m_writer = std::make_unique<kxio::QSNScanWriter>();
     m_writer->CreateNew(WidePath(path), m_report.grid);
     m_writer->DisableHistogramComputation(!m_options.histograms);

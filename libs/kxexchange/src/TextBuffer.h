@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ByteFeed.h"
+#include "WorkerTeam.h"
 
 namespace kxexchange {
 
@@ -46,11 +47,15 @@ public:
     void GoTo(uint64_t offset, uint64_t line);
     uint64_t BytesTaken() const { return m_feed->BytesTaken(); }
 
+    /// Threads that help whoever parses the lines.
+    WorkerTeam& Team() { return *m_team; }
+
 private:
     bool Fill();
 
     std::unique_ptr<ByteFeed> m_feed;
     std::string m_name;
+    std::unique_ptr<WorkerTeam> m_team = std::make_unique<WorkerTeam>();
     std::vector<char> m_block;
     const char* m_at;       // next line
     const char* m_lineEnd;  // behind the last '\n' in memory

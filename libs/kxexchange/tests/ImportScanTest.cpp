@@ -8,6 +8,7 @@
 #include <functional>
 #include <limits>
 #include <numbers>
+#include <sstream>
 
 #include "ImportPlan.h"
 #include "PatchAssembler.h"
@@ -191,6 +192,43 @@ TEST(ImportScan, TheThreadCountChangesNoValue) {
         }
         layers.push_back(all);
         EXPECT_EQ(layers.back(), layers.front()) << threads;
+    }
+}
+
+// The only random bytes of a file.
+std::string WithoutIdentifier(const std::filesystem::path& path) {
+    std::string bytes = ReadFile(path);
+    const auto uuid = kxio::QSNScanReader(path.wstring(), 0).GetScanUUID().ToBytes();
+    const std::string random(uuid.begin(), uuid.end());
+    const size_t at = bytes.find(random);
+    EXPECT_NE(at, std::string::npos);
+    EXPECT_EQ(bytes.find(random, at + 1), std::string::npos);
+    return bytes.replace(at, random.size(), random.size(), '#');
+}
+
+TEST(ImportScan, TheThreadCountChangesNoByte) {
+    const TempFolder folder;
+    ImportOptions options = WithThreads(1);
+    options.patchWidth = options.patchHeight = 128;  // large enough for a team of threads
+    std::string text = "150\n300\n0 0 0\n1 0 0\n0 1 0\n0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n";
+    for (int column = 0; column < 150; ++column) {
+        for (int row = 0; row < 300; ++row) {
+            const double azimuth = -0.01 * column, elevation = 0.005 * row - 0.7;
+            const double range = 5 + 0.001 * (column * 31 % 17 + row * 7 % 13);
+            std::ostringstream line;
+            line << range * std::cos(elevation) * std::cos(azimuth) << ' '
+                 << range * std::cos(elevation) * std::sin(azimuth) << ' ' << range * std::sin(elevation)
+                 << ' ' << (column * row % 100) / 100.0 << '\n';
+            text += (column + row) % 11 == 0 ? std::string("0 0 0 0.5\n") : line.str();
+        }
+    }
+    std::string first;
+    for (const int threads : {1, 2, 3, 4, 8, 0, 2, 2}) {
+        options.threads = threads;
+        ImportScan(*SourceOf(text), 0, folder / "a.qsn", options);
+        const std::string bytes = WithoutIdentifier(folder / "a.qsn");
+        if (first.empty()) first = bytes;
+        EXPECT_TRUE(bytes == first) << threads;
     }
 }
 
