@@ -6,12 +6,14 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <stdexcept>
 
 #include "kxbase/InMemoryStream.h"
 #include "kxcodecs/ZLibChunkCodec.h"
 #include "kxio/FlatPatchDescriptor.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
+#include "support/InterruptedStream.h"
 #include "support/ScanFileBuilder.h"
 
 namespace {
@@ -309,6 +311,18 @@ TEST(Points, TheFirstFailingComponentIsReportedAsPlainException) {
     std::vector<XYZPoint> points;
     EXPECT_EQ(ThrownBy<kxbase::KXException>([&] { reader.Get3DPatch(0, 0, points, false); }),
               "Patch not in database");
+}
+
+TEST(Points, WhatACallersStreamThrowsOfItsOwnIsReportedAsUnknown) {
+    kxtest::InterruptedStream stream(PolarScan(SomeRanges()).Build());
+    const kxio::QSNScanReader reader(&stream);
+    std::vector<XYZPoint> points;
+    stream.beforeRead = [] { throw std::runtime_error("the tape is torn"); };
+    EXPECT_EQ(ThrownBy<kxbase::KXException>([&] { reader.Get3DPatch(0, 0, points, false); }),
+              "Unknown Exception");
+    stream.beforeRead = nullptr;
+    reader.Get3DPatch(0, 0, points, false);
+    EXPECT_EQ(points.size(), 16u);
 }
 
 TEST(Points, ComponentsOfDifferentLengthAreRefused) {
