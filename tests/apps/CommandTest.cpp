@@ -11,6 +11,7 @@
 #include "RunProgram.h"
 #include "SamplePtx.h"
 #include "TemporaryFolder.h"
+#include "support/Sanitizers.h"
 
 namespace qsn {
 namespace {
@@ -332,9 +333,8 @@ TEST(QsnCommand, VerboseTellsTimeAndMemoryOnStandardError) {
 }
 
 TEST(QsnCommand, ALimitOfMemoryIsKeptWithAnyNumberOfThreads) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer needs more memory";
-#else
+    if (kxtest::kAddressSanitizer || kxtest::kThreadSanitizer)
+        GTEST_SKIP() << "a sanitizer needs more memory";
     const TemporaryFolder folder;
     ASSERT_NO_FATAL_FAILURE(ImportSmall(folder, "scan.qsn"));
     for (Arguments line : InspectingLines("scan.qsn")) {
@@ -343,7 +343,6 @@ TEST(QsnCommand, ALimitOfMemoryIsKeptWithAnyNumberOfThreads) {
         EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 8)
             << line[0] << " " << result.exitCode << " " << result.err;
     }
-#endif
 }
 
 TEST(QsnCommand, ErrorsAreColouredOnATerminalUnlessNoColorIsSet) {
@@ -392,16 +391,9 @@ TEST(QsnCommand, QuietSaysNothing) {
     }
 }
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kThreadSanitizer = true;
-#elif defined(__has_feature)
-constexpr bool kThreadSanitizer = __has_feature(thread_sanitizer);
-#else
-constexpr bool kThreadSanitizer = false;
-#endif
-
 TEST(QsnCommand, AnOutputThatDoesNotFitIsNamedAndLeavesNothing) {
-    if (kThreadSanitizer) GTEST_SKIP() << "ThreadSanitizer itself does not run where files end at 4 KiB";
+    if (kxtest::kThreadSanitizer)
+        GTEST_SKIP() << "ThreadSanitizer itself does not run where files end at 4 KiB";
     const TemporaryFolder folder;
     folder.Write("source.ptx", MakeSmallPtx(200, 100));
     ASSERT_EQ(RunQsn({"import", "-q", "source.ptx", "scan.qsn"}, {folder.Path(), {}, false}).exitCode, 0);
