@@ -6,6 +6,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -152,7 +153,9 @@ public:
     void SetIntegrityChecks(bool wanted);
     /// The file carries hashes and they are checked.
     bool HasIntegrity() const;
-    /// What does not match its hash and did not keep the file from opening. Empty for a whole file.
+    /// What does not match its hash and did not keep the file from opening; also, with or without hashes, a
+    /// chain of extended records that leads to where no record is, as in a file that was cut. Empty for a
+    /// whole file.
     const std::vector<kxbase::ErrorContext>& GetIntegrityProblems() const;
 
     // Stored chunks of patches. Row and column count patches, not cells; the linear index is
@@ -353,6 +356,7 @@ private:
 
     void ResetTables();
     void ReadTailRecords(uint64_t first);
+    void JudgeTailEnd(InputWindow& input, uint64_t first, std::optional<uint64_t> last);
     void CheckHeaders();
     void JudgeHeader(const IntegritySpan& span);
     void RequireIntact(uint64_t position, const std::vector<unsigned char>& bytes) const;
@@ -367,7 +371,7 @@ private:
     void ReadChunk(uint64_t index, std::vector<unsigned char>& out, kxbase::ComponentType component) const;
     void ReadPreviewChunk(std::vector<unsigned char>& out, kxbase::ComponentType component,
                           uint64_t maxBytes) const;
-    bool ReadFirstChunkHeader(kxbase::ComponentType component, std::vector<unsigned char>& out) const;
+    bool ReadFirstChunkHeader(kxbase::ComponentType component, std::vector<unsigned char>& out);
     void UseStream(std::unique_ptr<kxbase::kxInFile> owned, kxbase::IInFileStream* stream);
     PositionedInput Input() const;
     InputWindow RecordInput(uint64_t windowBytes) const;

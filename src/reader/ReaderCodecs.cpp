@@ -9,8 +9,7 @@ namespace kxio {
 // The first patch that the file holds; a patch that was never written must not hide the others. Gives the
 // 28 bytes of its header; all of the chunk must be there. False when no chunk of the component is long enough
 // to name a codec.
-bool QSNScanReader::ReadFirstChunkHeader(kxbase::ComponentType component,
-                                         std::vector<unsigned char>& out) const {
+bool QSNScanReader::ReadFirstChunkHeader(kxbase::ComponentType component, std::vector<unsigned char>& out) {
     const std::vector<LookupEntry>& entries = RequireComponent(component);
     if (entries.empty()) {
         kxbase::ErrorContext context = FileContext();
@@ -24,11 +23,17 @@ bool QSNScanReader::ReadFirstChunkHeader(kxbase::ComponentType component,
         if (entry.position == 0 || entry.byteCount < kxcodecs::QKXChunkCodec::HeaderSize) continue;
         try {
             RequireBytes(entry.position, entry.byteCount);
-            // Where there are hashes a damaged chunk tells nothing; the next one will.
-            ReadBytes(entry.position,
-                      HasIntegrity() ? entry.byteCount : kxcodecs::QKXChunkCodec::HeaderSize, out);
-            if (HasIntegrity() && m_integrity->Check(entry.position, out) == IntegrityTable::Verdict::Wrong)
+            // Where there are hashes a damaged chunk tells nothing; the next one will, though of a codec that
+            // may be another: so it is listed.
+            ReadBytes(entry.position, HasIntegrity() ? entry.byteCount : kxcodecs::QKXChunkCodec::HeaderSize,
+                      out);
+            if (HasIntegrity() && m_integrity->Check(entry.position, out) == IntegrityTable::Verdict::Wrong) {
+                kxbase::ErrorContext context = PatchContext(index, component);
+                context.offset = entry.position;
+                context.detail = "the bytes do not match their hash";
+                m_integrityProblems.push_back(context);
                 continue;
+            }
         } catch (kxbase::KXException& e) {
             out.clear();
             e.AddContext(PatchContext(index, component));

@@ -2,6 +2,7 @@
 // Hashes of the file's parts: headers are checked by the opening, all else when it is read.
 #include "format/HeaderPieces.h"
 #include "format/IntegrityTable.h"
+#include "kxio/ComponentHeader.h"
 #include "kxio/QSNScanReader.h"
 #include "reader/PositionedInput.h"
 
@@ -10,6 +11,14 @@ namespace kxio {
 namespace {
 
 constexpr const char* kMismatch = "the bytes do not match their hash";
+
+// They lie one after the other and have one size.
+bool IsComponentRecord(const MainFileHeader& main, const IntegritySpan& span) {
+    constexpr uint64_t kBytes = kxbase::IOHeader::FrameSize + ComponentHeader::PayloadSize;
+    const uint64_t first = main.firstComponentHeaderPosition;
+    return first != 0 && span.byteCount == kBytes && span.position >= first &&
+           (span.position - first) % kBytes == 0 && (span.position - first) / kBytes < 64;
+}
 
 }  // namespace
 
@@ -107,6 +116,8 @@ void QSNScanReader::JudgeHeader(const IntegritySpan& span) {
         }
     } else if (span.position == main.boundingInformationPosition) {
         context.record = "MinMaxHeader";
+    } else if (IsComponentRecord(main, span)) {
+        context.record = "ComponentHeader";
     } else if (span.position >= main.firstExtendedHeaderPosition && main.firstExtendedHeaderPosition != 0) {
         context.record = "ExtendedHeader";
     } else {

@@ -108,25 +108,47 @@ void QSNScanReader::ReadTailHeaders() {
 void QSNScanReader::ReadTailRecords(uint64_t first) {
     InputWindow input = RecordInput(InputWindow::kUsualBytes);
     ExtendedHeader record;
+    std::optional<uint64_t> last;
     for (bool found = input.Seek(first); found;) {
         const uint64_t position = input.Tell();
         if (const auto component = PassHistogram(input)) {
             m_histogramPositions[*component] = position;
+            last = position;
             continue;
         }
         found = record.Read(&input) != 0;
+        if (found) last = position;
         if (found && record.GetType() == IntegrityExtendedHeader::Type) {
             m_integrity->Add(IntegrityExtendedHeader(record), position);
         } else if (found) {
             Take(record, m_scanProperties);
         }
     }
+    if (m_integrityChecks) JudgeTailEnd(input, first, last);
     m_hqLinks = m_scanProperties.hqLinks;
     m_erLinks = m_scanProperties.erLinks;
     m_hdrLinks = m_scanProperties.hdrLinks;
     if (m_scanProperties.scanningMode.empty() && IsRm()) {
         m_scanProperties.scanningMode = ScanningModeOfStep(m_scanProperties.grid.rowAngularStep);
     }
+}
+
+// A file that was cut in its last records has lost the list of its hashes first. What leads nowhere tells of
+// it: the main header, or the link of the last record that is left.
+void QSNScanReader::JudgeTailEnd(InputWindow& input, uint64_t first, std::optional<uint64_t> last) {
+    const uint64_t end = input.Tell();
+    if (last) {
+        std::array<unsigned char, sizeof(uint64_t)> bytes{};
+        input.Seek(*last + kxbase::IOHeader::FrameSize);
+        input.Read(bytes.data(), bytes.size());
+        // Links of old writers may lead anywhere; those that lead on to the next byte mean it.
+        if (kxbase::ByteReader(bytes).U64("link") != end) return;
+    }
+    kxbase::ErrorContext context = FileContext();
+    context.record = "ExtendedHeader";
+    context.offset = last ? end : first;
+    context.detail = "no record lies where the one before leads to";
+    m_integrityProblems.push_back(context);
 }
 
 bool QSNScanReader::IsRm() const {

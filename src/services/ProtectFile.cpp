@@ -12,6 +12,7 @@
 #include "kxbase/kxInFile.h"
 #include "kxbase/kxOutFile.h"
 #include "kxcodecs/QKXChunkCodec.h"
+#include "kxio/ComponentHeader.h"
 #include "kxio/LookupTableHeader.h"
 #include "kxio/MinMaxHeader.h"
 #include "kxio/QSNScanReader.h"
@@ -49,6 +50,9 @@ public:
         Record(0, main);
         ScanHeader scan;
         Record(main.scanHeaderPosition, scan);
+        uint64_t componentAt = main.firstComponentHeaderPosition;
+        for (ComponentHeader component; Record(componentAt, component);)
+            componentAt += component.HeaderSize();
         Table(main.lookupTablePosition, false);
         Table(main.previewLookupTablePosition, true);
         ThumbnailHeader thumbnail;

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <map>
 #include <random>
 
 #include "format/Hash64.h"
@@ -23,6 +22,7 @@
 #include "kxio/ScanAccess.h"
 #include "kxio/ThumbnailEdit.h"
 #include "kxio/VerifyScan.h"
+#include "support/GivenByReader.h"
 #include "support/TempFolder.h"
 
 namespace {
@@ -68,109 +68,15 @@ Bytes SmallScan(bool integrity) {
     return stream.GetBytes();
 }
 
-std::string Copy(const std::vector<unsigned char>& bytes) {
-    return std::string(bytes.begin(), bytes.end());
-}
-template <class Value>
-std::string Copy(const Value& value) {
-    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-}
-std::string Copy(const std::wstring& text) {
-    std::string copy;
-    for (const wchar_t c : text)
-        copy += Copy(c);
-    return copy;
-}
-
-/// What a reader gives out of a file.
-struct Given {
-    std::map<std::string, std::string> cells;       ///< what was measured and what was derived from it
-    std::map<std::string, std::string> properties;  ///< what is told about the scan
-    bool marked = false;                            ///< the reader lists a problem
-};
-
-Given Read(kxbase::IInFileStream& stream) {
-    Given given;
-    QSNScanReader reader(&stream);
-    given.marked = !reader.GetIntegrityProblems().empty();
-    const ScanAccess access(reader);
-    const auto take = [&](const std::string& name, const auto& value) {
-        try {
-            given.cells[name] = value();
-        } catch (const kxbase::KXException&) {
-            // It was told, so nothing wrong was given out.
-        }
-    };
-    for (const kxbase::ComponentType component : access.Components()) {
-        const std::string of = std::to_string(component);
-        for (unsigned index = 0; index < access.Grid().PatchCount64() && index < 16; ++index) {
-            take("chunk " + of + " " + std::to_string(index), [&] {
-                Bytes chunk;
-                reader.GetPatchCompressed(index, chunk, component);
-                return Copy(chunk);
-            });
-            take("patch " + of + " " + std::to_string(index), [&] {
-                const uint32_t across = access.Grid().PatchesPerRow();
-                return Copy(access.ReadPatchBytes(component, index / across, index % across,
-                                                  access.ElementBytes(component)));
-            });
-        }
-        take("preview " + of, [&] {
-            Bytes chunk;
-            reader.GetCompressedPreview(chunk, component);
-            return Copy(chunk);
-        });
-        take("histogram " + of, [&] {
-            const ExtendedHeader record = access.ReadHistogramRecord(component);
-            return std::string(record.GetDataBuffer(), record.GetDataBuffer() + record.GetDataBufferSize());
-        });
-    }
-    take("box", [&] {
-        kxbase::tBasePolarPoint<float> min, max;
-        reader.GetBoundingBox(0, 0, min, max);
-        return Copy(min.range) + Copy(min.vertical) + Copy(max.range) + Copy(max.horizontal);
-    });
-    Bytes jpeg;
-    if (reader.GetThumbnailJPEG(jpeg)) given.cells["thumbnail"] = Copy(jpeg);
-
-    const ScanProperties& p = reader.GetScanInformation();
-    const kxbase::GridTopology& g = p.grid;
-    given.properties["grid"] = Copy(g.columns) + Copy(g.rows) + Copy(g.patchWidth) + Copy(g.patchHeight) +
-                               Copy(g.columnStartAngle) + Copy(g.rowStartAngle) + Copy(g.columnAngularStep) +
-                               Copy(g.rowAngularStep) + Copy(g.previewWidth) + Copy(g.previewHeight);
-    given.properties["scale"] = Copy(p.componentValue[0]);
-    given.properties["points"] = Copy(p.validPointCount);
-    given.properties["model"] = Copy(p.scannerModel);
-    given.properties["identifier"] = Copy(p.scanUUID.ToWString());
-    given.properties["speckle"] = Copy(reader.IsSpeckleCorrectionNeeded());
-    const auto translation = p.registration.GetTranslation();
-    given.properties["registration"] = Copy(translation.x) + Copy(translation.y) + Copy(translation.z);
-    for (const std::wstring& text : reader.GetMessageList())
-        given.properties["messages"] += Copy(text);
-    for (const std::wstring& text : reader.GetWarningList())
-        given.properties["warnings"] += Copy(text);
-    return given;
-}
+using kxtest::Given;
 
 std::optional<Given> TryRead(const Bytes& bytes) {
-    try {
-        kxbase::InMemoryStream stream(bytes);
-        return Read(stream);
-    } catch (const kxbase::KXException&) {
-        return std::nullopt;
-    }
+    return kxtest::TryReadGiven(bytes);
 }
 
 /// Empty when everything that is given out of `damaged` is right or marked; else what is not.
 std::string Unmarked(const Given& whole, const Bytes& damaged) {
-    const auto given = TryRead(damaged);
-    if (!given) return {};
-    for (const auto& [name, value] : given->cells) {
-        const auto right = whole.cells.find(name);
-        if (right == whole.cells.end() || right->second != value) return name;
-    }
-    if (!given->marked && given->properties != whole.properties) return "a property";
-    return {};
+    return kxtest::Unmarked(whole, TryRead(damaged));
 }
 
 Bytes FileBytes(const std::filesystem::path& path) {
@@ -224,7 +130,7 @@ TEST(Integrity, IsOffUnlessAskedForAndAddsOneRecordAtTheEnd) {
     EXPECT_TRUE(QSNScanReader(&protectedStream).HasIntegrity());
     ASSERT_GT(with.size(), plain.size());
     // Until the last record of the plain file, whose link leads on in the other, only dates may differ.
-    EXPECT_EQ(Read(stream).cells, Read(protectedStream).cells);
+    EXPECT_EQ(kxtest::ReadGiven(stream).cells, kxtest::ReadGiven(protectedStream).cells);
     EXPECT_EQ(VerifyScan(protectedStream).errors, 0U);
 }
 
