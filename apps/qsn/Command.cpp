@@ -323,8 +323,12 @@ private:
             if (!m_wanted) return;
             const double seconds =
                 std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
-            WriteError(fmt::format("qsn {}: {:.2f} s, up to {} threads, most memory {}\n", m_name, seconds,
-                                   m_threads, ShortBytes(MostMemory())));
+            try {
+                WriteError(fmt::format("qsn {}: {:.2f} s, up to {} threads, most memory {}\n", m_name,
+                                       seconds, m_threads, ShortBytes(MostMemory())));
+            } catch (...) {
+                // There is no memory even for this line.
+            }
         }
 
     private:

@@ -31,8 +31,12 @@ TemporaryFile::TemporaryFile(const std::string& ending) {
 }
 
 TemporaryFile::~TemporaryFile() {
-    std::error_code ignored;  // it may never have been created
-    fs::remove(ToPath(m_path), ignored);
+    try {
+        std::error_code ignored;  // it may never have been created
+        fs::remove(ToPath(m_path), ignored);
+    } catch (...) {
+        // Without memory for a name the file stays.
+    }
 }
 
 std::vector<std::string> ExpandInputs(const std::vector<std::string>& names) {

@@ -92,8 +92,12 @@ OutputFile::OutputFile(const std::string& path, bool force, const std::vector<st
 }
 
 OutputFile::~OutputFile() {
-    std::error_code ignored;  // it may never have been created
-    if (!m_committed) fs::remove(ToPath(m_partialPath), ignored);
+    try {
+        std::error_code ignored;  // it may never have been created
+        if (!m_committed) fs::remove(ToPath(m_partialPath), ignored);
+    } catch (...) {
+        // Without memory for a name the file stays.
+    }
 }
 
 void OutputFile::RethrowWithPath(const kxbase::KXException& error) const {

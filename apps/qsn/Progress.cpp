@@ -58,7 +58,11 @@ Progress::Progress(std::string label, bool visible)
     : m_label(std::move(label)), m_visible(IsShown(visible)), m_start(Clock::now()), m_lastShown(m_start) {}
 
 Progress::~Progress() {
-    Finish();
+    try {
+        Finish();
+    } catch (...) {
+        // A line that stays on the terminal harms nobody.
+    }
 }
 
 void Progress::Update(uint64_t cells, uint64_t totalCells, uint64_t bytes, uint64_t totalBytes) {

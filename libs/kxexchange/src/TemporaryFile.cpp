@@ -31,14 +31,14 @@ void TemporaryFile::Write(uint64_t offset, const void* data, uint64_t bytes) {
         }
         m_out = std::move(out);
     }
-    m_out->Seek(offset);
+    if (!m_out->Seek(offset))
+        throw kxbase::KXWritingException("Cannot write file", {PathText(m_path), {}, {}, offset, {}});
     m_out->Write(data, bytes);
 }
 
 void TemporaryFile::Read(uint64_t offset, void* out, uint64_t bytes) {
     if (!m_in) m_in = std::make_unique<kxbase::kxInFile>(WidePath(m_path));
-    m_in->Seek(offset);
-    if (m_in->Read(out, bytes) != bytes) {
+    if (!m_in->Seek(offset) || m_in->Read(out, bytes) != bytes) {
         kxbase::ErrorContext context;
         context.file = PathText(m_path);
         context.offset = offset;

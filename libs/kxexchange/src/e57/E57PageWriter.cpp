@@ -54,6 +54,11 @@ uint64_t E57PageWriter::Reserve(uint64_t count) {
     return first;
 }
 
+void E57PageWriter::WritePages(uint64_t first, std::span<const unsigned char> pages) {
+    if (!m_stream.Seek(first * kE57PageBytes)) throw kxbase::KXWritingException("Cannot write file");
+    m_stream.Write(pages.data(), pages.size());
+}
+
 // Writes the buffered pages; those with reserved places are kept beside for Fill.
 void E57PageWriter::Flush() {
     if (m_buffer.empty()) return;
@@ -68,8 +73,7 @@ void E57PageWriter::Flush() {
             m_kept[page].assign(begin, begin + static_cast<ptrdiff_t>(kE57PageBytes));
         }
     }
-    m_stream.Seek(m_flushedPages * kE57PageBytes);
-    m_stream.Write(m_buffer.data(), m_buffer.size());
+    WritePages(m_flushedPages, m_buffer);
     m_flushedPages += pages;
     m_buffer.clear();
 }
@@ -95,8 +99,7 @@ void E57PageWriter::Fill(uint64_t logical, std::span<const unsigned char> bytes)
             std::vector<unsigned char>& kept = m_kept.at(page);
             std::copy_n(bytes.begin(), count, kept.begin() + static_cast<ptrdiff_t>(at));
             Seal(kept.data());
-            m_stream.Seek(page * kE57PageBytes);
-            m_stream.Write(kept.data(), kept.size());
+            WritePages(page, kept);
         }
         bytes = bytes.subspan(count);
         logical += count;

@@ -38,6 +38,7 @@ public:
 
 private:
     void Flush();
+    void WritePages(uint64_t first, std::span<const unsigned char> pages);
 
     kxbase::IOutFileStream& m_stream;
     uint64_t m_position = 0;

@@ -58,7 +58,8 @@ void E57Spill::FailOpen() const {
 }
 
 void E57Spill::Flush(Group& group) {
-    m_out->Seek((group.first + group.written) * sizeof(Record));
+    if (!m_out->Seek((group.first + group.written) * sizeof(Record)))
+        throw kxbase::KXWritingException("Cannot write file", {PathText(m_path), {}, {}, {}, {}});
     m_out->Write(group.waiting.data(), group.waiting.size() * sizeof(Record));
     group.written += group.waiting.size();
     group.waiting.clear();

@@ -145,6 +145,45 @@ TEST(E57Pages, ReservedPlacesAreFilledBeforeAndAfterTheirPagesAreWritten) {
     EXPECT_EQ(plain::PlainContent(stream.GetBytes()), content);
 }
 
+// Refuses the n-th seek, as a stream may that ends early.
+class UnseekableStream final : public kxbase::IOutFileStream {
+public:
+    explicit UnseekableStream(int failing) : m_failing(failing) {}
+    bool IsOpen() const override { return true; }
+    bool Seek(uint64_t position) override { return m_seeks++ != m_failing && m_out.Seek(position); }
+    bool SeekForward(uint64_t bytes) override { return m_out.SeekForward(bytes); }
+    bool SeekBackward(uint64_t bytes) override { return m_out.SeekBackward(bytes); }
+    bool SeekEnd(uint64_t offset) override { return m_out.SeekEnd(offset); }
+    uint64_t Tell() const override { return m_out.Tell(); }
+    uint64_t Write(const void* data, uint64_t bytes) override { return m_out.Write(data, bytes); }
+    void Close() override {}
+    std::wstring GetName() const override { return {}; }
+    int Seeks() const { return m_seeks; }
+
+private:
+    int m_failing;
+    int m_seeks = 0;
+    kxbase::InMemoryStream m_out;
+};
+
+TEST(E57Pages, ASeekThatFailsIsReported) {
+    const Bytes content = Count(600 * 1020);
+    const auto write = [&](kxbase::IOutFileStream& stream) {
+        E57PageWriter writer(stream);
+        const uint64_t place = writer.Reserve(8);
+        writer.Append(content);
+        writer.Finish();
+        writer.Fill(place, std::span<const unsigned char>(content).first(8));
+    };
+    UnseekableStream whole(-1);
+    write(whole);
+    ASSERT_GE(whole.Seeks(), 2);
+    for (int failing = 0; failing < whole.Seeks(); ++failing) {
+        UnseekableStream stream(failing);
+        EXPECT_THROW(write(stream), kxbase::KXWritingException) << failing;
+    }
+}
+
 // 48 bytes, field by field.
 Bytes HeaderBytes() {
     return {'A', 'S', 'T', 'M', '-', 'E', '5', '7',  // signature
