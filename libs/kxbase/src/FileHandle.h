@@ -28,6 +28,15 @@ public:
     uint64_t WriteAt(uint64_t position, const void* data, uint64_t bytes, std::string& error);
     /// 0 when it cannot be told.
     uint64_t Size() const;
+    /// What became of the wish to have a file alone.
+    enum class Locked { Yes, ByAnother, Failed };
+    /// Locks the file against others that lock it, until it is closed; reading and writing without a lock
+    /// stay possible. Does not wait. Where the file system knows no locks it is `Yes`.
+    Locked Lock(std::string& error);
+    /// Waits until what was written is on the medium. False, with the reason, when it may not be.
+    bool Sync(std::string& error);
+    /// Makes the file as long as that. False, with the reason, when it stays as it is.
+    bool Resize(uint64_t bytes, std::string& error);
     /// False, with the reason, when the system reports lost data. Not open afterwards in any case.
     bool Close(std::string& error);
 

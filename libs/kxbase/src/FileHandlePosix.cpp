@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -97,6 +98,42 @@ uint64_t FileHandle::Size() const {
     struct stat info {};
     if (!IsOpen() || ::fstat(static_cast<int>(m_handle), &info) != 0 || info.st_size < 0) return 0;
     return static_cast<uint64_t>(info.st_size);
+}
+
+FileHandle::Locked FileHandle::Lock(std::string& error) {
+    int result = 0;
+    do {
+        // Not fcntl's: that one is lost as soon as this process closes the file anywhere else.
+        result = ::flock(static_cast<int>(m_handle), LOCK_EX | LOCK_NB);
+    } while (result != 0 && errno == EINTR);
+    if (result == 0 || errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS) return Locked::Yes;
+    error = ErrorText(errno);
+    return errno == EWOULDBLOCK ? Locked::ByAnother : Locked::Failed;
+}
+
+bool FileHandle::Sync(std::string& error) {
+    int result = 0;
+    do {
+        result = ::fsync(static_cast<int>(m_handle));
+    } while (result != 0 && errno == EINTR);
+    // EINVAL: a special file, which has no medium.
+    if (result == 0 || errno == EINVAL || errno == EOPNOTSUPP) return true;
+    error = ErrorText(errno);
+    return false;
+}
+
+bool FileHandle::Resize(uint64_t bytes, std::string& error) {
+    if (bytes > kMaxPosition) {
+        error = ErrorText(EFBIG);
+        return false;
+    }
+    int result = 0;
+    do {
+        result = ::ftruncate(static_cast<int>(m_handle), static_cast<off_t>(bytes));
+    } while (result != 0 && errno == EINTR);
+    if (result == 0) return true;
+    error = ErrorText(errno);
+    return false;
 }
 
 bool FileHandle::Close(std::string& error) {

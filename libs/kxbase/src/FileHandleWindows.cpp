@@ -94,6 +94,31 @@ uint64_t FileHandle::Size() const {
     return static_cast<uint64_t>(size.QuadPart);
 }
 
+FileHandle::Locked FileHandle::Lock(std::string& error) {
+    // A byte that no file has: the lock of a byte would keep others from reading it.
+    OVERLAPPED place = At(kMaxPosition - 1);
+    if (::LockFileEx(AsHandle(m_handle), LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0,
+                     &place))
+        return Locked::Yes;
+    const DWORD number = ::GetLastError();
+    error = ErrorText(number);
+    return number == ERROR_LOCK_VIOLATION || number == ERROR_IO_PENDING ? Locked::ByAnother : Locked::Failed;
+}
+
+bool FileHandle::Sync(std::string& error) {
+    if (::FlushFileBuffers(AsHandle(m_handle))) return true;
+    error = ErrorText(::GetLastError());
+    return false;
+}
+
+bool FileHandle::Resize(uint64_t bytes, std::string& error) {
+    FILE_END_OF_FILE_INFO info{};
+    info.EndOfFile.QuadPart = static_cast<LONGLONG>(bytes);
+    if (::SetFileInformationByHandle(AsHandle(m_handle), FileEndOfFileInfo, &info, sizeof info)) return true;
+    error = ErrorText(::GetLastError());
+    return false;
+}
+
 bool FileHandle::Close(std::string& error) {
     if (!IsOpen()) return true;
     HANDLE file = AsHandle(m_handle);

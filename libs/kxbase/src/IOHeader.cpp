@@ -9,6 +9,7 @@
 #include "kxbase/ByteWriter.h"
 #include "kxbase/IInFileStream.h"
 #include "kxbase/IOutFileStream.h"
+#include "kxbase/Sizes.h"
 #include "kxbase/UTF8.h"
 
 namespace kxbase {
@@ -81,6 +82,10 @@ uint64_t IOHeader::Read(IInFileStream* in) {
     const std::string claim = std::to_string(frame.payloadSize) + " bytes announced, ";
     if (frame.payloadSize > left) {
         return ReadFailed(in, start, "payload size", claim + std::to_string(left) + " left");
+    }
+    if (frame.payloadSize > m_mostPayload) {
+        return ReadFailed(in, start, "payload size",
+                          OverLimit(m_limitName, frame.payloadSize, m_mostPayload));
     }
     std::unique_ptr<unsigned char[]> large;  // not a vector: clearing it would cost as much as reading
     unsigned char* payload = m_workingArea.data();

@@ -8,6 +8,8 @@
 
 namespace kxbase {
 
+KXFileLockedException::~KXFileLockedException() = default;
+
 class kxOutFile::Impl {
 public:
     Impl(const std::wstring& pathIn, FileHandle::Mode mode) : path(pathIn), file(pathIn, mode) {}
@@ -63,6 +65,32 @@ uint64_t kxOutFile::Write(const void* data, uint64_t bytes) {
 void kxOutFile::Close() {
     std::string error;
     if (!m_impl->file.Close(error)) m_impl->Fail("closing: " + error);
+}
+
+void kxOutFile::Lock() {
+    if (!IsOpen()) m_impl->Fail("the file is not open");
+    std::string error;
+    switch (m_impl->file.Lock(error)) {
+        case FileHandle::Locked::Yes:
+            return;
+        case FileHandle::Locked::ByAnother:
+            throw KXFileLockedException("File is being edited",
+                                        {Encode_UTF8(m_impl->path), {}, {}, {}, "another one has it locked"});
+        case FileHandle::Locked::Failed:
+            m_impl->Fail("locking: " + error);
+    }
+}
+
+void kxOutFile::Sync() {
+    if (!IsOpen()) m_impl->Fail("the file is not open");
+    std::string error;
+    if (!m_impl->file.Sync(error)) m_impl->Fail("waiting for the medium: " + error);
+}
+
+void kxOutFile::Resize(uint64_t bytes) {
+    if (!IsOpen()) m_impl->Fail("the file is not open");
+    std::string error;
+    if (!m_impl->file.Resize(bytes, error)) m_impl->Fail("resizing: " + error);
 }
 
 std::wstring kxOutFile::GetName() const {

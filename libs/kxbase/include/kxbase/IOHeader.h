@@ -93,6 +93,14 @@ public:
     /// the record do too.
     void SetFieldSink(FieldSink* sink) { m_fieldSink = sink; }
 
+    /// The next reads refuse a payload of more bytes, before any memory is taken for it. Copies of the record
+    /// do too. Unless it is called only the bytes that the stream has left bound a payload.
+    /// \param limit  its name, for `GetReadProblem()`; a literal
+    void LimitPayload(uint64_t mostBytes, const char* limit) {
+        m_mostPayload = mostBytes;
+        m_limitName = limit;
+    }
+
 protected:
     /// A checked cursor over the payload that `_Read` was given.
     ByteReader PayloadReader(const unsigned char* payload) const;
@@ -114,6 +122,8 @@ private:
     uint64_t m_payloadOffset = 0;
     ErrorContext m_problem;
     FieldSink* m_fieldSink = nullptr;
+    uint64_t m_mostPayload = UINT64_MAX;
+    const char* m_limitName = "";
 };
 
 }  // namespace kxbase

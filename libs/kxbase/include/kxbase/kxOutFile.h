@@ -3,9 +3,17 @@
 
 #include <memory>
 
+#include "kxbase/Exceptions.h"
 #include "kxbase/IOutFileStream.h"
 
 namespace kxbase {
+
+/// Somebody else is editing the file at this moment; nothing was changed.
+class KXBASE_EXPORT KXFileLockedException : public KXWritingException {
+public:
+    using KXWritingException::KXWritingException;
+    ~KXFileLockedException() override;
+};
 
 /// A regular file, opened for writing. Nothing is buffered in the process: what `Write` accepted, the
 /// operating system has.
@@ -34,6 +42,16 @@ public:
     uint64_t Write(const void* data, uint64_t bytes) override;
     void Close() override;
     std::wstring GetName() const override;
+
+    /// Keeps others that lock the file too from having it until it is closed, threads of this program among
+    /// them. Does not wait. Reading and writing without a lock stay possible. Where the file system knows no
+    /// locks nothing happens.
+    /// \throws KXFileLockedException "File is being edited": another one has it
+    void Lock();
+    /// Returns when everything written is on the medium. \throws KXWritingException
+    void Sync();
+    /// Cuts the file or fills it up with zeros; the position stays. \throws KXWritingException
+    void Resize(uint64_t bytes);
 
 private:
     class Impl;

@@ -17,6 +17,7 @@
 #include "kxbase/PolarConversion.h"
 #include "kxbase/QSNIndex.h"
 #include "kxbase/RegistrationInformation.h"
+#include "kxbase/Sizes.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/UUID.h"
 #include "kxbase/kxInFile.h"
