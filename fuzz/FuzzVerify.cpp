@@ -19,7 +19,7 @@ constexpr uint64_t kMostDecodedBytes = 1 << 22;
 
 void Verify(kxbase::IInFileStream& stream) {
     kxio::VerifyOptions options;
-    options.mostDecodedBytes = kMostDecodedBytes;
+    options.limits.decodedBytes = kMostDecodedBytes;
     options.mostFindings = 100;
     kxio::VerifyReport before;
     for (const auto level : {kxio::VerifyLevel::Quick, kxio::VerifyLevel::Full, kxio::VerifyLevel::Deep}) {

@@ -68,6 +68,8 @@ public:
 protected:
     /// A kind made of a record just read: that record's link, version and data, this kind's type tag.
     ExtendedHeader(uint64_t type, const ExtendedHeader& record);
+    /// The same, taking the record's data away.
+    ExtendedHeader(uint64_t type, ExtendedHeader&& record);
 
     /// The data.
     std::span<const unsigned char> Data() const { return m_data; }

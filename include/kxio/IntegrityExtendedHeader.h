@@ -54,6 +54,8 @@ public:
                             uint64_t previous = 0);
     /// Decodes the data of a record just read, whatever its type tag.
     explicit IntegrityExtendedHeader(const ExtendedHeader& record);
+    /// The same, taking the record's data away.
+    explicit IntegrityExtendedHeader(ExtendedHeader&& record);
 
     const char* GetRecordName() const override;
 
@@ -61,6 +63,9 @@ public:
     bool IsIntact() const { return m_intact; }
     /// All spans, those of headers first.
     const std::vector<IntegritySpan>& Spans() const { return m_spans; }
+    /// Takes the spans out of the record and forgets its data: what is left is good for nothing but its
+    /// `GetPrevious()`.
+    std::vector<IntegritySpan> TakeSpans();
     /// How many of them are headers.
     uint32_t HeaderSpanCount() const { return m_headerSpans; }
     /// The record that this one adds to; 0 without one.
@@ -70,6 +75,8 @@ protected:
     void DecodeData() override;
 
 private:
+    void Decode();
+
     bool m_intact = false;
     uint64_t m_previous = 0;
     uint32_t m_headerSpans = 0;

@@ -43,6 +43,7 @@ public:
     static constexpr uint64_t Magic = 0xa76e52dba1ebd435ULL;
     static constexpr uint32_t CurrentVersion = 200;
     static constexpr uint32_t MinimumVersion = 200;
+    static constexpr uint32_t EntryBytes = 12;  ///< of one entry in the file
     /// The largest entry count of one component that the frame's 32-bit payload size can express.
     static constexpr uint32_t MaximumEntryCount = 357913940;
 
@@ -61,6 +62,13 @@ public:
     /// Another table to work on, or null.
     void SetTable(LookupTable* table) { m_table = table; }
 
+    /// The next reads refuse a table of more components.
+    /// \param limit  its name, for `GetReadProblem()`; a literal
+    void LimitComponents(uint64_t most, const char* limit) {
+        m_mostComponents = most;
+        m_limitName = limit;
+    }
+
     uint64_t GetMagic() const override;
     /// \throws kxbase::KXWritingException "Record too large" above 2^32 - 17 bytes
     uint32_t DataSize(uint32_t version) const override;
@@ -74,6 +82,8 @@ public:
 
 private:
     LookupTable* m_table = nullptr;
+    uint64_t m_mostComponents = UINT64_MAX;
+    const char* m_limitName = "";
 };
 
 }  // namespace kxio

@@ -24,6 +24,7 @@
 #include "kxio/Export.h"
 #include "kxio/ExtendedHeader.h"
 #include "kxio/IntegrityExtendedHeader.h"
+#include "kxio/Limits.h"
 #include "kxio/LookupTableHeader.h"
 #include "kxio/MainFileHeader.h"
 #include "kxio/ScanHeader.h"
@@ -32,7 +33,9 @@
 namespace kxio {
 
 class IntegrityTable;
+enum class IntegrityVerdict;
 struct DecodedPatch;
+struct PendingEdit;
 struct PatchBuffers;
 struct PositionedInput;
 class InputWindow;
@@ -84,6 +87,11 @@ public:
     void Open(kxbase::IInFileStream* stream);
     /// True when `path` is, unit by unit, what `Open` was given. A closed reader has the empty path.
     bool IsOpen(const std::wstring& path) const;
+    /// What files may ask for, from the next opening on. What exceeds a limit is refused with the message of
+    /// its place, and the context's detail names the limit.
+    void SetLimits(const Limits& limits);
+    /// As they were set, or the defaults.
+    const Limits& GetLimits() const;
     /// Closes and forgets a file that the reader opened; a caller's stream is left as it is. The tables keep
     /// their contents until the next `Open`.
     void Close();
@@ -149,7 +157,7 @@ public:
     // cells, as registration, speckle flag, texts and links, is only listed.
 
     /// False: hashes are passed over from the next opening on, for a look at what a damaged file still
-    /// holds. True unless it is set.
+    /// holds. True unless it is set. The same as `Limits::checkHashes`.
     void SetIntegrityChecks(bool wanted);
     /// The file carries hashes and they are checked.
     bool HasIntegrity() const;
@@ -341,7 +349,7 @@ protected:
     /// provides. `fill(index, buffer)` writes patchWidth x patchHeight elements; it is called from several
     /// threads at once. The first exception it throws leaves after all threads have ended.
     /// \throws std::bad_function_call      `fill` is empty
-    /// \throws KXUnreadablePatchException  "Patch cannot be decoded" when one patch would exceed 1 GiB
+    /// \throws KXUnreadablePatchException  "Patch cannot be decoded" when one patch would exceed a limit
     void GetFullLayer(void* out, uint64_t elementBytes, kxbase::ComponentType component,
                       std::function<void(kxbase::QSNIndex, void*)> fill) const;
 
@@ -357,10 +365,15 @@ private:
     void ResetTables();
     void ReadTailRecords(uint64_t first);
     void JudgeTailEnd(InputWindow& input, uint64_t first, std::optional<uint64_t> last);
+    void ChargeText(uint64_t bytes, uint64_t position);
+    void BoundRecord(kxbase::IOHeader& record) const;
+    uint64_t MostPatchBytes() const;
     void CheckHeaders();
     void JudgeHeader(const IntegritySpan& span);
     void RequireIntact(uint64_t position, const std::vector<unsigned char>& bytes) const;
     void RequireIntactRecord(uint64_t position) const;
+    [[noreturn]] void ThrowMismatch(uint64_t position) const;
+    IntegrityVerdict Judge(uint64_t position, uint64_t byteCount) const;
     kxbase::ErrorContext FileContext() const;
     kxbase::ErrorContext PatchContext(uint64_t index, kxbase::ComponentType component) const;
 
@@ -377,6 +390,7 @@ private:
     InputWindow RecordInput(uint64_t windowBytes) const;
     void RequireBytes(uint64_t position, uint64_t count) const;
     void RequireSamplable(uint64_t index, kxbase::ComponentType component, uint64_t elementBytes) const;
+    void RequirePatchSize(uint64_t index, kxbase::ComponentType component, uint64_t elementBytes) const;
     uint64_t FirstReadableElementBytes(uint64_t tableSize, kxbase::ComponentType component) const;
     std::vector<uint8_t> GetPatchLuminance(unsigned row, unsigned column) const;
     DecodedPatch DecodePatch(uint64_t index, kxbase::ComponentType component, PatchBuffers& buffers) const;
@@ -387,7 +401,9 @@ private:
     mutable kxbase::tBasePolarPoint<float> m_scanBoxMaximum;
     std::unique_ptr<IntegrityTable> m_integrity;
     std::vector<kxbase::ErrorContext> m_integrityProblems;
-    bool m_integrityChecks = true;
+    std::unique_ptr<PendingEdit> m_pendingEdit;  // none, unless an edit of the file was interrupted
+    Limits m_limits;
+    uint64_t m_textBytes = 0;  // taken so far
     MainFileHeader m_mainHeader;
     LookupTable m_patchTable;
     LookupTable m_previewTable;

@@ -9,6 +9,7 @@
 #include "kxbase/ComponentType.h"
 #include "kxbase/GridTopology.h"
 #include "kxio/Export.h"
+#include "kxio/Limits.h"
 
 namespace kxbase {
 class IInFileStream;
@@ -72,6 +73,8 @@ struct RecoveryOptions {
     /// Called now and then with the bytes done and the bytes to do (twice the file's size). What it throws
     /// ends the recovery and leaves it unchanged; no output is left behind.
     std::function<void(uint64_t done, uint64_t total)> progress;
+    /// Chunks that exceed cells, decoded bytes or expansion ratio count as lost.
+    Limits limits;
 };
 
 /// Writes a complete scan file from whatever survives of a damaged one.

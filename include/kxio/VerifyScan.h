@@ -9,6 +9,7 @@
 
 #include "kxbase/ComponentType.h"
 #include "kxio/Export.h"
+#include "kxio/Limits.h"
 
 namespace kxbase {
 class IInFileStream;
@@ -77,8 +78,8 @@ struct VerifyOptions {
     VerifyLevel level = VerifyLevel::Full;  ///< how much is looked at
     unsigned threads = 1;                   ///< that decode; 0 takes as many as the machine has
     uint64_t mostFindings = 10000;          ///< kept; the rest is counted
-    /// Chunks that claim to decode to more bytes are errors and not decoded.
-    uint64_t mostDecodedBytes = uint64_t{1} << 30;
+    /// Chunks that exceed them are errors and not decoded. Hashes are passed over when they say so.
+    Limits limits;
     /// Called now and then, in the calling thread, with the bytes done and the bytes to do. What it throws
     /// ends the verification and leaves it unchanged.
     std::function<void(uint64_t done, uint64_t total)> progress;

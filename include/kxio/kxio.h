@@ -20,6 +20,7 @@
 #include "kxio/HQExtendedHeader.h"
 #include "kxio/HistogramHeader.h"
 #include "kxio/IntegrityExtendedHeader.h"
+#include "kxio/Limits.h"
 #include "kxio/LineCache.h"
 #include "kxio/LookupTableHeader.h"
 #include "kxio/MainFileHeader.h"

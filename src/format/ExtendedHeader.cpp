@@ -13,6 +13,9 @@ ExtendedHeader::ExtendedHeader(uint64_t type) : m_type(type) {}
 ExtendedHeader::ExtendedHeader(uint64_t type, const ExtendedHeader& record) : ExtendedHeader(record) {
     m_type = type;
 }
+ExtendedHeader::ExtendedHeader(uint64_t type, ExtendedHeader&& record) : ExtendedHeader(std::move(record)) {
+    m_type = type;
+}
 ExtendedHeader::ExtendedHeader(const ExtendedHeader&) = default;
 ExtendedHeader::ExtendedHeader(ExtendedHeader&&) noexcept = default;
 ExtendedHeader& ExtendedHeader::operator=(const ExtendedHeader&) = default;

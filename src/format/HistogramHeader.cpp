@@ -11,6 +11,7 @@
 #include "format/RecordSize.h"
 #include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
+#include "kxbase/Sizes.h"
 #include "kxcodecs/ZLibChunkCodec.h"
 
 namespace kxio {
@@ -57,8 +58,9 @@ std::vector<unsigned char> EncodeNumbers(const Map& histogram, const char* recor
     uint64_t count = 1;
     for (const auto& [index, values] : histogram)
         count += 2 + 2 * uint64_t{values.size()};
-    CheckedPayloadSize(count * kNumberSize, recordName);
-    std::vector<unsigned char> numbers(count * kNumberSize);
+    const uint64_t bytes = kxbase::SizeProduct(count, kNumberSize);
+    CheckedPayloadSize(bytes, recordName);
+    std::vector<unsigned char> numbers(bytes);
     kxbase::ByteWriter out(numbers);
     out.U64(histogram.size());
     for (const auto& [index, values] : histogram) {
@@ -150,9 +152,9 @@ Map HistogramHeader<Map>::GetHistogram() const {
         const std::vector<unsigned char> numbers = DecodeHistogramNumbers(Data(), GetRecordName());
         Map histogram;
         kxbase::ByteReader in(numbers, 0, GetRecordName());
-        if (in.Remaining() < 2 * kNumberSize) return histogram;
+        if (in.Remaining() < kPairSize) return histogram;
         const uint64_t entryCount = in.U64("number of entries");
-        in.RequireElements(entryCount, 2 * kNumberSize, "number of entries");
+        in.RequireElements(entryCount, kPairSize, "number of entries");
         for (uint64_t i = 0; i < entryCount; ++i) {
             auto& values = histogram[kxbase::QSNIndex::Unpack(in.U64("index"))];
             const uint64_t valueCount = in.U64("number of values");

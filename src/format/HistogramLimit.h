@@ -6,6 +6,7 @@
 
 #include "kxcodecs/QKXChunkCodec.h"
 
+#include "kxbase/Sizes.h"
 namespace kxio {
 
 /// What a histogram may unpack to. The usual limit of a chunk is too low for scans of some hundred million
@@ -13,7 +14,8 @@ namespace kxio {
 /// so, hardly by 64.
 inline uint64_t MaxDecodedHistogramBytes(uint64_t chunkBytes) {
     constexpr uint64_t kLargestFactor = 64;
-    return std::max(kxcodecs::QKXChunkCodec::kDefaultMaxDecodedBytes, kLargestFactor * chunkBytes);
+    return std::max(kxcodecs::QKXChunkCodec::kDefaultMaxDecodedBytes,
+                    kxbase::SizeProduct(kLargestFactor, chunkBytes));
 }
 
 }  // namespace kxio

@@ -2,11 +2,13 @@
 #include "kxio/IntegrityExtendedHeader.h"
 
 #include <limits>
+#include <utility>
 
 #include "format/Hash64.h"
 #include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
 #include "kxbase/Exceptions.h"
+#include "kxbase/Sizes.h"
 
 namespace kxio {
 
@@ -14,7 +16,7 @@ namespace {
 
 constexpr uint32_t kLayout = 1;
 constexpr uint32_t kXXH3 = 1;
-constexpr uint32_t kHeadBytes = 24;
+constexpr uint32_t kTailBytes = 24;  // from the hash on
 // Frame and fixed part of the record besides the data.
 constexpr uint64_t kMostDataBytes = std::numeric_limits<uint32_t>::max() - 64;
 
@@ -33,7 +35,7 @@ IntegrityExtendedHeader::IntegrityExtendedHeader(const std::vector<IntegritySpan
         context.detail = std::to_string(count) + " spans";
         throw kxbase::KXWritingException("Record too large", context);
     }
-    std::vector<unsigned char> bytes(FixedBytes + count * SpanBytes);
+    std::vector<unsigned char> bytes(FixedBytes + kxbase::SizeProduct(count, SpanBytes));
     kxbase::ByteWriter out(bytes);
     out.U32(kLayout);
     out.U32(kXXH3);
@@ -47,7 +49,7 @@ IntegrityExtendedHeader::IntegrityExtendedHeader(const std::vector<IntegritySpan
             out.U64(span.hash);
         }
     }
-    out.U64(Hash64(std::span(bytes).first(kHeadBytes + count * SpanBytes)));
+    out.U64(Hash64(std::span(bytes).first(bytes.size() - kTailBytes)));
     out.U64(position);
     out.U64(Type);
     SetData(std::move(bytes));
@@ -56,13 +58,27 @@ IntegrityExtendedHeader::IntegrityExtendedHeader(const std::vector<IntegritySpan
 
 IntegrityExtendedHeader::IntegrityExtendedHeader(const ExtendedHeader& record)
     : ExtendedHeader(Type, record) {
+    Decode();
+}
+
+IntegrityExtendedHeader::IntegrityExtendedHeader(ExtendedHeader&& record)
+    : ExtendedHeader(Type, std::move(record)) {
+    Decode();
+}
+
+void IntegrityExtendedHeader::Decode() {
     IntegrityExtendedHeader::DecodeData();
     // A record of another size than its data lets the walk over the records go astray.
-    if (record.GetDataSize() != uint64_t{FixedSize} + record.GetDataBufferSize()) {
+    if (GetDataSize() != uint64_t{FixedSize} + GetDataBufferSize()) {
         m_intact = false;
         m_headerSpans = 0;
         m_spans.clear();
     }
+}
+
+std::vector<IntegritySpan> IntegrityExtendedHeader::TakeSpans() {
+    SetData({});
+    return std::move(m_spans);
 }
 
 const char* IntegrityExtendedHeader::GetRecordName() const {
@@ -83,7 +99,7 @@ void IntegrityExtendedHeader::DecodeData() {
     const uint32_t headers = in.U32("number of header spans");
     const uint32_t count = in.U32("number of spans");
     if (layout != kLayout || hash != kXXH3 || headers > count ||
-        data.size() != FixedBytes + uint64_t{count} * SpanBytes) {
+        data.size() != kxbase::SizeSum(FixedBytes, kxbase::SizeProduct(count, SpanBytes))) {
         return;
     }
     std::vector<IntegritySpan> spans(count);
@@ -95,7 +111,7 @@ void IntegrityExtendedHeader::DecodeData() {
     const uint64_t own = in.U64("hash of the record");
     in.U64("own position");
     in.U64("type tag");
-    if (own != Hash64(data.first(kHeadBytes + uint64_t{count} * SpanBytes))) return;
+    if (own != Hash64(data.first(data.size() - kTailBytes))) return;
     m_intact = true;
     m_previous = previous;
     m_headerSpans = headers;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "format/Hash64.h"
 #include "kxbase/ByteReader.h"
@@ -26,20 +27,31 @@ void Merge(std::vector<IntegritySpan>& spans, std::span<const IntegritySpan> mor
         std::stable_sort(spans.begin(), spans.end(), Before);
 }
 
+// The last ones that begin at a position, which were listed last.
+std::span<const IntegritySpan> PiecesAt(const std::vector<IntegritySpan>& spans, uint64_t position) {
+    const auto [first, last] =
+        std::equal_range(spans.begin(), spans.end(), IntegritySpan{position, 0, 0}, Before);
+    return {last - std::min(last - first, kMostHashes), last};
+}
+
 }  // namespace
 
-void IntegrityTable::Add(const IntegrityExtendedHeader& record, uint64_t position) {
+void IntegrityTable::Add(IntegrityExtendedHeader&& record, uint64_t position) {
     if (m_records.contains(position)) return;
-    if (!record.IsIntact()) {
+    if (!record.IsIntact() || record.GetDataSize() > m_bytesLeft) {
         m_damaged.insert(position);
         return;
     }
+    m_bytesLeft -= record.GetDataSize();
     m_records.insert(position);
     // Only what lies before: so following the names ends.
     if (record.GetPrevious() < position) m_named.insert(record.GetPrevious());
-    const std::span<const IntegritySpan> spans = record.Spans();
-    Merge(m_spans, spans);
-    Merge(m_headers, spans.first(record.HeaderSpanCount()));
+    const uint32_t headers = record.HeaderSpanCount();
+    std::vector<IntegritySpan> spans = record.TakeSpans();
+    Merge(m_headers, std::span<const IntegritySpan>(spans).first(headers));
+    spans.erase(spans.begin(), spans.begin() + static_cast<std::ptrdiff_t>(headers));
+    if (m_others.empty()) m_others.swap(spans);  // mostly there is one record, with many pieces
+    Merge(m_others, spans);
 }
 
 void IntegrityTable::Complete(kxbase::IInFileStream& stream) {
@@ -56,9 +68,10 @@ void IntegrityTable::Complete(kxbase::IInFileStream& stream) {
         m_named.erase(position);
         if (position == 0 || m_records.contains(position)) continue;
         ExtendedHeader record;
+        record.LimitPayload(m_bytesLeft, "file size");
         if (stream.Seek(position) && record.Read(&stream) != 0 &&
             record.GetType() == IntegrityExtendedHeader::Type) {
-            Add(IntegrityExtendedHeader(record), position);
+            Add(IntegrityExtendedHeader(std::move(record)), position);
         } else {
             m_damaged.insert(position);
         }
@@ -66,25 +79,28 @@ void IntegrityTable::Complete(kxbase::IInFileStream& stream) {
 }
 
 IntegrityTable::Verdict IntegrityTable::Check(uint64_t position, std::span<const unsigned char> bytes) const {
-    const IntegritySpan wanted{position, bytes.size(), 0};
-    auto [first, last] = std::equal_range(m_spans.begin(), m_spans.end(), wanted, Before);
-    first = last - std::min(last - first, kMostHashes);
+    return Check(position, bytes.size(), [bytes] { return Hash64(bytes); });
+}
+
+IntegrityTable::Verdict IntegrityTable::Check(uint64_t position, uint64_t byteCount,
+                                              const std::function<uint64_t()>& hashOf) const {
     std::optional<uint64_t> hash;
-    for (; first != last; ++first) {
-        if (first->byteCount != bytes.size()) continue;
-        if (!hash) hash = Hash64(bytes);
-        if (first->hash == *hash) return Verdict::Right;
+    for (const auto* spans : {&m_headers, &m_others}) {
+        for (const IntegritySpan& span : PiecesAt(*spans, position)) {
+            if (span.byteCount != byteCount) continue;
+            if (!hash) hash = hashOf();
+            if (span.hash == *hash) return Verdict::Right;
+        }
     }
     return hash ? Verdict::Wrong : Verdict::Unlisted;
 }
 
 std::optional<uint64_t> IntegrityTable::BytesAt(uint64_t position) const {
-    auto [first, last] =
-        std::equal_range(m_spans.begin(), m_spans.end(), IntegritySpan{position, 0, 0}, Before);
-    first = last - std::min(last - first, kMostHashes);
     std::optional<uint64_t> bytes;
-    for (; first != last; ++first)
-        bytes = std::max(bytes.value_or(0), first->byteCount);
+    for (const auto* spans : {&m_headers, &m_others}) {
+        for (const IntegritySpan& span : PiecesAt(*spans, position))
+            bytes = std::max(bytes.value_or(0), span.byteCount);
+    }
     return bytes;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <span>
@@ -15,18 +16,25 @@ class IInFileStream;
 
 namespace kxio {
 
+/// What the hashes of a file say of some bytes.
+enum class IntegrityVerdict {
+    Right,     ///< one of the hashes listed for the piece is theirs
+    Wrong,     ///< none is
+    Unlisted,  ///< no piece that begins there and is as long is listed
+};
+
 /// What the integrity records of a file say, all together.
 class IntegrityTable {
 public:
-    /// What the hashes say of some bytes.
-    enum class Verdict {
-        Right,     ///< one of the hashes listed for the piece is theirs
-        Wrong,     ///< none is
-        Unlisted,  ///< no piece that begins there and is as long is listed
-    };
+    using Verdict = IntegrityVerdict;
 
+    /// All records together have no more bytes, usually those of the file: records do not lie inside each
+    /// other. One that exceeds it counts as damaged.
+    void LimitBytes(uint64_t most) { m_bytesLeft = most; }
     /// Takes what a record that was met at `position` lists; one that was taken before adds nothing.
-    void Add(const IntegrityExtendedHeader& record, uint64_t position);
+    void Add(IntegrityExtendedHeader&& record, uint64_t position);
+    /// A record was met that cannot be read.
+    void AddDamaged(uint64_t position) { m_damaged.insert(position); }
     /// Takes the record that the end of the file points to, and all those to which the records taken so far
     /// add. The caller holds the stream.
     void Complete(kxbase::IInFileStream& stream);
@@ -40,20 +48,23 @@ public:
 
     /// Whether bytes that were read at `position` are those that were written.
     Verdict Check(uint64_t position, std::span<const unsigned char> bytes) const;
+    /// The same by their number and a way to their hash, which is asked for only when it is needed.
+    Verdict Check(uint64_t position, uint64_t byteCount, const std::function<uint64_t()>& hash) const;
     /// How long the longest piece is that begins there; nothing when none does.
     std::optional<uint64_t> BytesAt(uint64_t position) const;
 
     /// The pieces that are headers, by position. One that an edit listed again is there twice.
     const std::vector<IntegritySpan>& HeaderSpans() const { return m_headers; }
-    /// All pieces, by position; what was listed last comes last.
-    const std::vector<IntegritySpan>& Spans() const { return m_spans; }
+    /// The other pieces, likewise; what was listed last comes last.
+    const std::vector<IntegritySpan>& OtherSpans() const { return m_others; }
 
 private:
     std::set<uint64_t> m_records;
     std::set<uint64_t> m_named;  // as those that a record adds to
     std::set<uint64_t> m_damaged;
-    std::vector<IntegritySpan> m_spans;
+    uint64_t m_bytesLeft = UINT64_MAX;
     std::vector<IntegritySpan> m_headers;
+    std::vector<IntegritySpan> m_others;
 };
 
 }  // namespace kxio

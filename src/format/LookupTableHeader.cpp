@@ -5,12 +5,13 @@
 
 #include "format/RecordSize.h"
 #include "kxbase/ByteWriter.h"
+#include "kxbase/Sizes.h"
 
 namespace kxio {
 
 namespace {
 
-constexpr uint64_t kEntrySize = 12;
+constexpr uint64_t kEntrySize = LookupTableHeader::EntryBytes;
 constexpr uint64_t kComponentSize = 8;
 
 }  // namespace
@@ -36,7 +37,7 @@ uint32_t LookupTableHeader::DataSize(uint32_t /*version*/) const {
     if (m_table == nullptr) return 0;
     uint64_t size = 4;
     for (const auto& [component, entries] : *m_table)
-        size += kComponentSize + kEntrySize * entries.size();
+        size = kxbase::SizeSum(size, kComponentSize, kxbase::SizeProduct(kEntrySize, entries.size()));
     return CheckedPayloadSize(size, GetRecordName());
 }
 
@@ -46,12 +47,20 @@ void LookupTableHeader::_Read(const unsigned char* payload) {
     LookupTable table;
     const uint32_t componentCount = in.U32("number of components");
     in.RequireElements(componentCount, kComponentSize, "number of components");
+    if (componentCount > m_mostComponents) {
+        throw kxbase::ByteRangeException("Bytes out of range",
+                                         {{},
+                                          GetRecordName(),
+                                          "number of components",
+                                          {},
+                                          kxbase::OverLimit(m_limitName, componentCount, m_mostComponents)});
+    }
     for (uint32_t c = 0; c < componentCount; ++c) {
         const auto component = static_cast<kxbase::ComponentType>(in.U32("component"));
         const uint32_t entryCount = in.U32("number of entries");
         in.RequireElements(entryCount, kEntrySize, "number of entries");
         if (m_table == nullptr) {
-            in.Skip(kEntrySize * entryCount, "entries");
+            in.Skip(kxbase::SizeProduct(kEntrySize, entryCount), "entries");
             continue;
         }
         std::vector<LookupEntry> entries(entryCount);

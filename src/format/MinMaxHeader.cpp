@@ -5,6 +5,7 @@
 
 #include "format/RecordSize.h"
 #include "kxbase/ByteWriter.h"
+#include "kxbase/Sizes.h"
 
 namespace kxio {
 
@@ -44,7 +45,8 @@ const char* MinMaxHeader::GetRecordName() const {
 }
 uint32_t MinMaxHeader::DataSize(uint32_t /*version*/) const {
     const uint64_t pairCount = m_pairs == nullptr ? 0 : m_pairs->size();
-    return CheckedPayloadSize(kFixedSize + kPairSize * pairCount, GetRecordName());
+    return CheckedPayloadSize(kxbase::SizeSum(kFixedSize, kxbase::SizeProduct(kPairSize, pairCount)),
+                              GetRecordName());
 }
 
 void MinMaxHeader::_Read(const unsigned char* payload) {

@@ -7,6 +7,7 @@
 
 #include "format/RecordSize.h"
 #include "kxbase/ByteWriter.h"
+#include "kxbase/Sizes.h"
 #include "kxcodecs/JPEG.h"
 
 namespace kxio {
@@ -27,7 +28,7 @@ constexpr uint32_t kRgb = 3;
 
 void RequirePossibleSides(uint32_t rows, uint32_t columns) {
     if (rows > kMaximumSide || columns > kMaximumSide ||
-        uint64_t{rows} * columns > kxcodecs::JPEG::kMaxPixels) {
+        kxbase::SizeProduct(rows, columns) > kxcodecs::JPEG::kMaxPixels) {
         FailUnknownSize("sides", std::to_string(rows) + " rows, " + std::to_string(columns) +
                                      " columns; at most " + std::to_string(kMaximumSide) + " each and " +
                                      std::to_string(kxcodecs::JPEG::kMaxPixels) + " pixels");
@@ -36,7 +37,7 @@ void RequirePossibleSides(uint32_t rows, uint32_t columns) {
 
 std::vector<unsigned char> BlackPixels(uint32_t rows, uint32_t columns, uint32_t channels) {
     RequirePossibleSides(rows, columns);
-    const uint64_t bytes = uint64_t{rows} * columns * channels;
+    const uint64_t bytes = kxbase::SizeProduct(rows, columns, channels);
     if (bytes > kMaximumRawBytes) {
         FailUnknownSize("channels", std::to_string(bytes) + " bytes of raw pixels, at most " +
                                         std::to_string(kMaximumRawBytes));
@@ -47,8 +48,8 @@ std::vector<unsigned char> BlackPixels(uint32_t rows, uint32_t columns, uint32_t
 // RGB of pixels with one or three channels; missing ones are black.
 std::vector<unsigned char> ToRgb(const std::vector<unsigned char>& pixels, uint64_t pixelCount,
                                  uint32_t channels) {
-    std::vector<unsigned char> rgb(pixelCount * kRgb);
-    const uint64_t have = std::min<uint64_t>(pixels.size(), pixelCount * channels);
+    std::vector<unsigned char> rgb(kxbase::SizeProduct(pixelCount, kRgb));
+    const uint64_t have = std::min<uint64_t>(pixels.size(), kxbase::SizeProduct(pixelCount, channels));
     if (channels == kRgb) {
         std::copy_n(pixels.begin(), have, rgb.begin());
         return rgb;
@@ -109,7 +110,7 @@ void ThumbnailHeader::EnsureCompressed() const {
     RequirePossibleSides(rows, columns);
     const std::vector<unsigned char> none;
     const std::vector<unsigned char> rgb =
-        ToRgb(tooSmall ? none : m_pixels, uint64_t{rows} * columns, m_channels);
+        ToRgb(tooSmall ? none : m_pixels, kxbase::SizeProduct(rows, columns), m_channels);
     std::vector<unsigned char> jpeg;
     if (!kxcodecs::JPEG::Encode(rgb.data(), columns, rows, Quality, jpeg)) {
         FailUnknownSize("sides", std::to_string(rows) + " rows, " + std::to_string(columns) +

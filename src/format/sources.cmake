@@ -13,9 +13,11 @@ list(APPEND kxio_sources
   format/HistogramHeader.cpp
   format/IntegrityExtendedHeader.cpp
   format/IntegrityTable.cpp
+  format/Limits.cpp
   format/LookupTableHeader.cpp
   format/MainFileHeader.cpp
   format/MinMaxHeader.cpp
+  format/PendingEdit.cpp
   format/PreregistrationExtendedHeader.cpp
   format/ScanHeader.cpp
   format/ScanningModeExtendedHeader.cpp

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <mutex>
 
+#include "kxbase/Sizes.h"
 #include "kxbase/UTF8.h"
 #include "kxio/MinMaxHeader.h"
 #include "kxio/QSNScanReader.h"
@@ -76,6 +77,7 @@ void QSNScanReader::FillupBoundingBox() const {
     const kxbase::GridTopology& grid = m_scanProperties.grid;
     std::vector<MinMaxPair> pairs;
     MinMaxHeader limits(&pairs);
+    limits.LimitPayload(m_limits.recordBytes, "recordBytes");
     kxbase::ErrorContext context = FileContext();
     context.record = limits.GetRecordName();
     const uint64_t position = m_mainHeader.boundingInformationPosition;
@@ -181,7 +183,7 @@ std::vector<XYZPoint> QSNScanReader::GetPatchVertices(unsigned patchRow, unsigne
 std::vector<XYZPoint> QSNScanReader::GetPatchVertices() const {
     InitBoundingBoxes();
     std::vector<XYZPoint> corners;
-    corners.reserve(8 * m_patchBoxMaxima.size());
+    corners.reserve(kxbase::SizeProduct(8, m_patchBoxMaxima.size()));
     for (uint32_t i = 0; i < m_patchBoxMaxima.size(); ++i) {
         const std::vector<XYZPoint> patch = GetPatchVertices(kxbase::QSNIndex(i));
         corners.insert(corners.end(), patch.begin(), patch.end());

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "kxbase/PolarConversion.h"
+#include "kxbase/Sizes.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
 #include "reader/PatchDecoder.h"
@@ -22,9 +23,6 @@ namespace {
 using PolarColumns = std::array<std::vector<float>, 3>;
 constexpr std::array<kxbase::ComponentType, 3> kPolarComponents{kxbase::Range, kxbase::VerticalAngle,
                                                                 kxbase::HorizontalAngle};
-
-// A patch beyond this cannot have been stored: its chunk would exceed what decoding allows.
-constexpr uint64_t kMaxPatchCells = uint64_t{1} << 28;
 
 [[noreturn]] void ThrowUndecodable(kxbase::ErrorContext context) {
     throw kxbase::KXUnreadablePatchException("Patch cannot be decoded", std::move(context));
@@ -225,9 +223,9 @@ void QSNScanReader::GetProjectedPatchCoordinates(unsigned patchIndex, std::vecto
     }
     const uint32_t rows = grid.RowsInPatch(patchIndex / perRow);
     const uint32_t columns = grid.ColumnsInPatch(patchIndex % perRow);
-    if (uint64_t{rows} * columns > kMaxPatchCells) {
+    if (const uint64_t cells = kxbase::SizeProduct(rows, columns); cells > m_limits.cells) {
         kxbase::ErrorContext context = PatchContext(patchIndex, kxbase::Range);
-        context.detail = std::to_string(rows) + " x " + std::to_string(columns) + " cells are too many";
+        context.detail = kxbase::OverLimit("cells", cells, m_limits.cells);
         ThrowUndecodable(context);
     }
     for (uint32_t row = 0; row < rows; ++row) {

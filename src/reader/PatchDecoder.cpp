@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kxbase/Exceptions.h"
+#include "kxbase/Sizes.h"
 #include "kxcodecs/ChunkCodecFactory.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxcodecs/Quantise.h"
@@ -51,19 +52,38 @@ DecodeStatus Decode(PatchBuffers& buffers, const kxcodecs::ChunkHeaderInfo& head
 
 }  // namespace
 
-DecodedPatch DecodeChunk(PatchBuffers& buffers, uint64_t maxDecodedBytes) {
+std::string ExceededLimit(const kxcodecs::ChunkHeaderInfo& header, uint64_t chunkBytes,
+                          const Limits& limits) {
+    const uint64_t decoded = std::max(header.decodedBytes, header.uncompressedBytes);
+    if (header.ElementCount() > limits.cells)
+        return kxbase::OverLimit("cells", header.ElementCount(), limits.cells);
+    if (decoded > limits.decodedBytes) return kxbase::OverLimit("decodedBytes", decoded, limits.decodedBytes);
+    if (decoded > kxbase::SizeProduct(chunkBytes, limits.expansionRatio))
+        return kxbase::OverLimit("expansionRatio", decoded / std::max<uint64_t>(1, chunkBytes),
+                                 limits.expansionRatio);
+    return {};
+}
+
+DecodedPatch DecodeChunk(PatchBuffers& buffers, const Limits& limits, uint64_t mostBytes) {
     DecodedPatch patch;
     std::span<unsigned char> values;
     DecodeStatus status = DecodeStatus::NoHeader;
     const bool hasHeader = QKXChunkCodec::ReadHeader(buffers.chunk, patch.header);
+    std::string exceeded;
+    if (hasHeader && patch.header.ElementBytes() != 0)
+        exceeded = ExceededLimit(patch.header, buffers.chunk.size(), limits);
     try {
-        if (hasHeader) status = Decode(buffers, patch.header, maxDecodedBytes, values);
+        if (!exceeded.empty()) {
+            status = DecodeStatus::TooLarge;
+        } else if (hasHeader) {
+            status = Decode(buffers, patch.header, mostBytes, values);
+        }
     } catch (const std::bad_alloc&) {
         status = DecodeStatus::OutOfMemory;
     }
     if (status != DecodeStatus::Decoded) {
         kxbase::ErrorContext context;
-        context.detail = kxcodecs::ToText(status);
+        context.detail = exceeded.empty() ? kxcodecs::ToText(status) : exceeded;
         if (hasHeader) context.detail += " (" + Claim(patch.header) + ")";
         throw kxbase::KXUnreadablePatchException("Patch cannot be decoded", context);
     }

@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "kxcodecs/ChunkHeader.h"
+#include "kxio/Limits.h"
 
 namespace kxio {
 
@@ -27,8 +29,12 @@ struct DecodedPatch {
 };
 
 /// Decodes `buffers.chunk`, whatever it holds, in bounded time and memory.
-/// \param maxDecodedBytes  chunks that claim more are refused
-/// \throws KXUnreadablePatchException "Patch cannot be decoded", with the reason as detail
-DecodedPatch DecodeChunk(PatchBuffers& buffers, uint64_t maxDecodedBytes);
+/// \param mostBytes  what it can decode to where it lies, besides the limits; chunks that claim more are
+/// refused \throws KXUnreadablePatchException "Patch cannot be decoded", with the reason as detail
+DecodedPatch DecodeChunk(PatchBuffers& buffers, const Limits& limits, uint64_t mostBytes = UINT64_MAX);
+
+/// The limit that a chunk exceeds by what its header claims, in words; empty when it exceeds none.
+/// \param chunkBytes  of the whole stored chunk
+std::string ExceededLimit(const kxcodecs::ChunkHeaderInfo& header, uint64_t chunkBytes, const Limits& limits);
 
 }  // namespace kxio

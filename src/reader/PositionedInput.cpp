@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "format/PendingEdit.h"
 #include "reader/Locks.h"
 
 namespace kxio {
@@ -17,6 +18,14 @@ constexpr uint64_t kMaxPosition = INT64_MAX;
 }  // namespace
 
 uint64_t PositionedInput::ReadAt(uint64_t position, void* out, uint64_t bytes) const {
+    if (edit == nullptr) return ReadStored(position, out, bytes);
+    bytes = std::min(bytes, edit->position - std::min(position, edit->position));
+    const uint64_t got = ReadStored(position, out, bytes);
+    ApplyPendingEdit(*edit, position, {static_cast<unsigned char*>(out), got});
+    return got;
+}
+
+uint64_t PositionedInput::ReadStored(uint64_t position, void* out, uint64_t bytes) const {
     if (file != nullptr) return file->ReadAt(position, out, bytes);
     if (stream == nullptr) return 0;
     const std::lock_guard lock(FileAccessLock());
@@ -25,6 +34,10 @@ uint64_t PositionedInput::ReadAt(uint64_t position, void* out, uint64_t bytes) c
 }
 
 uint64_t PositionedInput::Size() const {
+    return edit == nullptr ? StoredSize() : std::min(StoredSize(), edit->position);
+}
+
+uint64_t PositionedInput::StoredSize() const {
     if (file != nullptr) return file->GetSize();
     if (stream == nullptr) return 0;
     const std::lock_guard lock(FileAccessLock());

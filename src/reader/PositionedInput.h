@@ -10,16 +10,25 @@
 
 namespace kxio {
 
+struct PendingEdit;
+
 /// Where a reader's bytes come from: a file of its own, which is read by position and needs no lock, or a
 /// stream that a caller lent, which is moved and read under the file access lock. Borrows both.
 struct PositionedInput {
     const kxbase::kxInFile* file = nullptr;   ///< when set, `stream` is the same file
     kxbase::IInFileStream* stream = nullptr;  ///< may be null: there is nothing to read
+    /// An edit of the file that was interrupted: its bytes hold, its record is no part of the file. May be
+    /// null.
+    const PendingEdit* edit = nullptr;
 
     /// Bytes read at an absolute position: fewer than asked at the end of the data or after an error.
     uint64_t ReadAt(uint64_t position, void* out, uint64_t bytes) const;
     /// Size in bytes as of now.
     uint64_t Size() const;
+
+    // The same without the edit.
+    uint64_t ReadStored(uint64_t position, void* out, uint64_t bytes) const;
+    uint64_t StoredSize() const;
 };
 
 /// A stream over an input, for reading records: it has a position of its own, so that several can be used at

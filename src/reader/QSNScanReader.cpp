@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "format/IntegrityTable.h"
+#include "format/PendingEdit.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxio/Tilt.h"
@@ -76,6 +77,13 @@ bool QSNScanReader::IsOpen(const std::wstring& path) const {
     return m_fileName == path;
 }
 
+void QSNScanReader::SetLimits(const Limits& limits) {
+    m_limits = limits;
+}
+const Limits& QSNScanReader::GetLimits() const {
+    return m_limits;
+}
+
 void QSNScanReader::Close() {
     if (m_ownedStream) {
         m_ownedStream->Close();
@@ -93,11 +101,17 @@ void QSNScanReader::Close() {
 void QSNScanReader::UseStream(std::unique_ptr<kxbase::kxInFile> owned, kxbase::IInFileStream* stream) {
     m_stream = owned ? owned.get() : stream;
     m_ownedStream = std::move(owned);
+    m_pendingEdit.reset();
     m_streamBytes = Input().Size();
+    InputWindow end = RecordInput(0);
+    if (auto edit = FindPendingEdit(end, m_streamBytes)) {
+        m_pendingEdit = std::make_unique<PendingEdit>(std::move(*edit));
+        m_streamBytes = m_pendingEdit->position;
+    }
 }
 
 PositionedInput QSNScanReader::Input() const {
-    return {m_ownedStream.get(), m_stream};
+    return {m_ownedStream.get(), m_stream, m_pendingEdit.get()};
 }
 
 InputWindow QSNScanReader::RecordInput(uint64_t windowBytes) const {

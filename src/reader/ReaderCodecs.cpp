@@ -18,22 +18,31 @@ bool QSNScanReader::ReadFirstChunkHeader(kxbase::ComponentType component, std::v
         throw kxbase::KXUnreadablePatchException("Patch not in database", context);
     }
     const uint64_t count = std::min<uint64_t>(entries.size(), m_scanProperties.grid.PatchCount());
+    uint64_t left = m_streamBytes;
+    bool listed = false;
     for (uint64_t index = 0; index < count; ++index) {
         const LookupEntry& entry = entries[index];
         if (entry.position == 0 || entry.byteCount < kxcodecs::QKXChunkCodec::HeaderSize) continue;
         try {
             RequireBytes(entry.position, entry.byteCount);
             // Where there are hashes a damaged chunk tells nothing; the next one will, though of a codec that
-            // may be another: so it is listed.
-            ReadBytes(entry.position, HasIntegrity() ? entry.byteCount : kxcodecs::QKXChunkCodec::HeaderSize,
-                      out);
-            if (HasIntegrity() && m_integrity->Check(entry.position, out) == IntegrityTable::Verdict::Wrong) {
-                kxbase::ErrorContext context = PatchContext(index, component);
-                context.offset = entry.position;
-                context.detail = "the bytes do not match their hash";
-                m_integrityProblems.push_back(context);
-                continue;
+            // may be another: so it is listed, once. Chunks lie side by side: those that have been looked at
+            // are together no longer than the file.
+            if (HasIntegrity()) {
+                if (entry.byteCount > left) return false;
+                left -= entry.byteCount;
+                if (Judge(entry.position, entry.byteCount) == IntegrityTable::Verdict::Wrong) {
+                    if (!listed) {
+                        kxbase::ErrorContext context = PatchContext(index, component);
+                        context.offset = entry.position;
+                        context.detail = "the bytes do not match their hash";
+                        m_integrityProblems.push_back(context);
+                    }
+                    listed = true;
+                    continue;
+                }
             }
+            ReadBytes(entry.position, kxcodecs::QKXChunkCodec::HeaderSize, out);
         } catch (kxbase::KXException& e) {
             out.clear();
             e.AddContext(PatchContext(index, component));

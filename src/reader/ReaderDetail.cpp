@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 
+#include "kxbase/Sizes.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
 #include "kxio/MultiLevelPatch.h"
@@ -15,7 +16,6 @@ namespace kxio {
 namespace {
 
 constexpr unsigned kMaxLevel = 31;
-constexpr uint64_t kMaxPatchBytes = uint64_t{1} << 30;
 
 // The highest level, not above `level`, whose factor 2^level does not exceed both counts of patches.
 unsigned ClampLevel(unsigned level, const kxbase::GridTopology& grid) {
@@ -70,12 +70,20 @@ void QSNScanReader::RequireSamplable(uint64_t index, kxbase::ComponentType compo
                          std::to_string(grid.patchHeight) + " cells";
         throw kxbase::KXWrongDataSizeofException("Cannot sample on non square patch", context);
     }
-    const uint64_t cells = uint64_t{grid.patchWidth} * grid.patchHeight;
-    if (cells > kMaxPatchBytes || (elementBytes != 0 && cells > kMaxPatchBytes / elementBytes)) {
-        kxbase::ErrorContext context = PatchContext(index, component);
-        context.detail = std::to_string(cells) + " cells are too many for one patch";
-        throw kxbase::KXUnreadablePatchException("Patch cannot be decoded", context);
-    }
+    RequirePatchSize(index, component, elementBytes);
+}
+
+// Before memory is taken for a whole patch.
+void QSNScanReader::RequirePatchSize(uint64_t index, kxbase::ComponentType component,
+                                     uint64_t elementBytes) const {
+    const kxbase::GridTopology& grid = m_scanProperties.grid;
+    const uint64_t cells = kxbase::SizeProduct(grid.patchWidth, grid.patchHeight);
+    const uint64_t bytes = kxbase::SizeProduct(cells, elementBytes);
+    if (cells <= m_limits.cells && bytes <= m_limits.decodedBytes) return;
+    kxbase::ErrorContext context = PatchContext(index, component);
+    context.detail = cells > m_limits.cells ? kxbase::OverLimit("cells", cells, m_limits.cells)
+                                            : kxbase::OverLimit("decodedBytes", bytes, m_limits.decodedBytes);
+    throw kxbase::KXUnreadablePatchException("Patch cannot be decoded", context);
 }
 
 void QSNScanReader::GetPatch(unsigned row, unsigned column, void* out, uint64_t elementBytes,
@@ -84,7 +92,7 @@ void QSNScanReader::GetPatch(unsigned row, unsigned column, void* out, uint64_t 
     RequireSamplable(LinearIndex(row, column), component, elementBytes);
     const uint64_t tableSize = RequireComponent(component).size();
     const uint32_t side = grid.patchWidth;
-    const uint64_t patchBytes = uint64_t{side} * side * elementBytes;
+    const uint64_t patchBytes = kxbase::SizeProduct(side, side, elementBytes);
     level = ClampLevel(level, grid);
     auto* destination = static_cast<unsigned char*>(out);
     if (patchBytes != 0) std::memset(destination, 0, patchBytes);
@@ -152,7 +160,7 @@ void QSNScanReader::GetPatchCompressed(unsigned row, unsigned column, std::vecto
     uint64_t elementBytes = kxbase::ComponentElementBytes(component);
     if (elementBytes == 0) elementBytes = FirstReadableElementBytes(entries.size(), component);
     RequireSamplable(LinearIndex(row, column), component, elementBytes);
-    const uint64_t patchBytes = uint64_t{grid.patchWidth} * grid.patchHeight * elementBytes;
+    const uint64_t patchBytes = kxbase::SizeProduct(grid.patchWidth, grid.patchHeight, elementBytes);
     std::vector<unsigned char> reduced(patchBytes);
     GetPatch(row, column, reduced.data(), elementBytes, component, level, flag);
     if (component == kxbase::Color) {

@@ -7,6 +7,7 @@
 #include "kxio/QSNScanReader.h"
 #include "reader/RecordAt.h"
 
+#include "kxbase/Sizes.h"
 namespace kxio {
 
 namespace {
@@ -22,9 +23,9 @@ void QSNScanReader::FailSafeInit() {
     const kxbase::GridTopology& grid = m_scanProperties.grid;
     const uint64_t perRow = grid.PatchesPerRow();
     const uint64_t perColumn = grid.PatchesPerColumn();
-    const uint64_t patchCount = perRow * perColumn;
+    const uint64_t patchCount = kxbase::SizeProduct(perRow, perColumn);
     if (m_stream == nullptr || patchCount == 0) return;
-    const uint64_t budget = std::max(kFreeEntries, m_stream->GetSize() * kEntriesPerByte);
+    const uint64_t budget = std::max(kFreeEntries, kxbase::SizeProduct(m_stream->GetSize(), kEntriesPerByte));
     uint64_t taken = 0;
 
     const auto refuse = [&](const std::string& detail) {

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Hashes of the file's parts: headers are checked by the opening, all else when it is read.
+#include <algorithm>
+
+#include "format/Hash64.h"
 #include "format/HeaderPieces.h"
 #include "format/IntegrityTable.h"
 #include "kxio/ComponentHeader.h"
@@ -23,30 +26,47 @@ bool IsComponentRecord(const MainFileHeader& main, const IntegritySpan& span) {
 }  // namespace
 
 void QSNScanReader::SetIntegrityChecks(bool wanted) {
-    m_integrityChecks = wanted;
+    m_limits.checkHashes = wanted;
 }
 bool QSNScanReader::HasIntegrity() const {
-    return m_integrityChecks && m_integrity->Present();
+    return m_limits.checkHashes && m_integrity->Present();
 }
 const std::vector<kxbase::ErrorContext>& QSNScanReader::GetIntegrityProblems() const {
     return m_integrityProblems;
 }
 
 void QSNScanReader::RequireIntact(uint64_t position, const std::vector<unsigned char>& bytes) const {
-    if (!HasIntegrity() || m_integrity->Check(position, bytes) != IntegrityTable::Verdict::Wrong) return;
+    if (HasIntegrity() && m_integrity->Check(position, bytes) == IntegrityTable::Verdict::Wrong)
+        ThrowMismatch(position);
+}
+
+void QSNScanReader::ThrowMismatch(uint64_t position) const {
     kxbase::ErrorContext context = FileContext();
     context.offset = position;
     context.detail = kMismatch;
     throw kxbase::KXUnreadablePatchException("Cannot read file", context);
 }
 
+// Bytes of the file against their hashes, if there are any; costs no memory to speak of.
+IntegrityVerdict QSNScanReader::Judge(uint64_t position, uint64_t byteCount) const {
+    constexpr uint64_t kPiece = uint64_t{1} << 18;
+    return m_integrity->Check(position, byteCount, [&] {
+        RunningHash64 hash;
+        std::vector<unsigned char> piece;
+        for (uint64_t done = 0; done < byteCount; done += piece.size()) {
+            ReadBytes(position + done, std::min(kPiece, byteCount - done), piece);
+            hash.Add(piece);
+        }
+        return hash.Get();
+    });
+}
+
 void QSNScanReader::RequireIntactRecord(uint64_t position) const {
     if (!HasIntegrity()) return;
     const auto count = m_integrity->BytesAt(position);
     if (!count) return;
-    std::vector<unsigned char> bytes;
-    ReadBytes(position, *count, bytes);
-    RequireIntact(position, bytes);
+    RequireBytes(position, *count);
+    if (Judge(position, *count) == IntegrityTable::Verdict::Wrong) ThrowMismatch(position);
 }
 
 void QSNScanReader::CheckHeaders() {
@@ -84,10 +104,9 @@ void QSNScanReader::JudgeHeader(const IntegritySpan& span) {
     kxbase::ErrorContext context = FileContext();
     context.offset = span.position;
     context.detail = kMismatch;
-    std::vector<unsigned char> bytes;
     try {
-        ReadBytes(span.position, span.byteCount, bytes);
-        if (m_integrity->Check(span.position, bytes) == IntegrityTable::Verdict::Right) return;
+        RequireBytes(span.position, span.byteCount);
+        if (Judge(span.position, span.byteCount) == IntegrityTable::Verdict::Right) return;
     } catch (const kxbase::KXException& e) {
         context.detail = e.Context().detail;
     }

@@ -8,6 +8,7 @@
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/QSNScanReader.h"
 
+#include "kxbase/Sizes.h"
 namespace kxio {
 
 void QSNScanReader::GetFullLayer(void* out, uint64_t elementBytes, kxbase::ComponentType component,
@@ -18,13 +19,8 @@ void QSNScanReader::GetFullLayer(void* out, uint64_t elementBytes, kxbase::Compo
     const auto patchCount = static_cast<int64_t>(grid.PatchCount());
     if (patchCount == 0 || elementBytes == 0) return;
 
-    const uint64_t patchCells = uint64_t{grid.patchWidth} * grid.patchHeight;
-    if (patchCells > kxcodecs::QKXChunkCodec::kDefaultMaxDecodedBytes / elementBytes) {
-        kxbase::ErrorContext context = PatchContext(0, component);
-        context.detail = std::to_string(grid.patchWidth) + " x " + std::to_string(grid.patchHeight) +
-                         " elements of " + std::to_string(elementBytes) + " bytes exceed 1 GiB";
-        throw kxbase::KXUnreadablePatchException("Patch cannot be decoded", context);
-    }
+    const uint64_t patchCells = kxbase::SizeProduct(grid.patchWidth, grid.patchHeight);
+    RequirePatchSize(0, component, elementBytes);
     const uint64_t sourceStride = grid.patchWidth * elementBytes;
     const uint64_t layerStride = grid.columns * elementBytes;
     auto* layer = static_cast<unsigned char*>(out);
@@ -34,14 +30,14 @@ void QSNScanReader::GetFullLayer(void* out, uint64_t elementBytes, kxbase::Compo
 #pragma omp parallel for schedule(static)
     for (int64_t index = 0; index < patchCount; ++index) {
         try {
-            std::vector<unsigned char> patch(patchCells * elementBytes);
+            std::vector<unsigned char> patch(kxbase::SizeProduct(patchCells, elementBytes));
             fill(kxbase::QSNIndex(static_cast<uint32_t>(index), 0), patch.data());
             const auto patchRow = static_cast<uint32_t>(static_cast<uint64_t>(index) / perRow);
             const auto patchColumn = static_cast<uint32_t>(static_cast<uint64_t>(index) % perRow);
             const uint64_t rowBytes = grid.ColumnsInPatch(patchColumn) * elementBytes;
             const uint32_t rows = grid.RowsInPatch(patchRow);
-            unsigned char* target = layer + uint64_t{grid.patchHeight} * patchRow * layerStride +
-                                    uint64_t{grid.patchWidth} * patchColumn * elementBytes;
+            unsigned char* target = layer + kxbase::SizeProduct(grid.patchHeight, patchRow, layerStride) +
+                                    kxbase::SizeProduct(grid.patchWidth, patchColumn, elementBytes);
             for (uint32_t row = 0; row < rows; ++row) {
                 std::memcpy(target + row * layerStride, patch.data() + row * sourceStride, rowBytes);
             }

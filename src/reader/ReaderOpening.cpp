@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Opening: headers, lookup tables, preview size.
+#include <algorithm>
+
+#include "kxbase/Sizes.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/ComponentHeader.h"
 #include "kxio/QSNScanReader.h"
@@ -46,6 +49,19 @@ void QSNScanReader::InitFile() {
     }
 }
 
+// Before a record of any size is read. Records do not lie inside each other, so what opening keeps of them
+// and the next one are together no longer than the file; positions that say otherwise must not cost more.
+void QSNScanReader::BoundRecord(kxbase::IOHeader& record) const {
+    uint64_t kept = 0;
+    for (const LookupTable* table : {&m_patchTable, &m_previewTable}) {
+        for (const auto& [component, entries] : *table)
+            kept = kxbase::SizeSum(kept, kxbase::SizeProduct(entries.size(), LookupTableHeader::EntryBytes));
+    }
+    const uint64_t left = m_streamBytes - std::min(kept, m_streamBytes);
+    const bool byFile = left < m_limits.recordBytes;
+    record.LimitPayload(byFile ? left : m_limits.recordBytes, byFile ? "file size" : "recordBytes");
+}
+
 uint64_t QSNScanReader::ReadHeaders() {
     try {
         if (m_stream == nullptr) throw kxbase::KXHeaderReadingException("Cannot open file");
@@ -55,6 +71,9 @@ uint64_t QSNScanReader::ReadHeaders() {
         if (!ReadRecordAt(&input, 0, m_mainHeader)) {
             throw kxbase::KXHeaderReadingException("Invalid main header", ProblemOf(m_mainHeader, 0));
         }
+        const bool byText = m_limits.textBytes < m_limits.recordBytes;
+        m_scanHeader.LimitPayload(byText ? m_limits.textBytes : m_limits.recordBytes,
+                                  byText ? "textBytes" : "recordBytes");
         if (!ReadRecordAt(&scanInput, m_mainHeader.scanHeaderPosition, m_scanHeader)) {
             throw kxbase::KXHeaderReadingException("Invalid scan headers",
                                                    ProblemOf(m_scanHeader, m_mainHeader.scanHeaderPosition));
@@ -68,6 +87,15 @@ uint64_t QSNScanReader::ReadHeaders() {
         for (; found; found = component.Read(&input) != 0) {
             m_codecs[component.component] = kxcodecs::ChunkCodecFactory::MakeCodec(component.codecIdentifier);
             m_componentValues[component.component] = component.value;
+            if (m_codecs.size() > m_limits.components) {
+                throw kxbase::KXHeaderReadingException(
+                    "Error opening file",
+                    {{},
+                     component.GetRecordName(),
+                     {},
+                     {},
+                     kxbase::OverLimit("components", m_codecs.size(), m_limits.components)});
+            }
         }
         for (const auto& [type, codec] : m_codecs) {
             if (codec) continue;
@@ -98,6 +126,8 @@ void QSNScanReader::FillupPatchPosition() {
     }
     InputWindow input = RecordInput(InputWindow::kUsualBytes);
     LookupTableHeader table(&m_patchTable);
+    BoundRecord(table);
+    table.LimitComponents(m_limits.components, "components");
     if (!ReadRecordAt(&input, m_mainHeader.lookupTablePosition, table)) {
         throw kxbase::KXIncompleteFileException("Lookup table not found",
                                                 ProblemOf(table, m_mainHeader.lookupTablePosition));
@@ -108,9 +138,15 @@ void QSNScanReader::FillupPreviewPosition() {
     if (m_mainHeader.previewLookupTablePosition == 0) return;
     InputWindow input = RecordInput(InputWindow::kUsualBytes);
     LookupTableHeader table(&m_previewTable);
+    BoundRecord(table);
+    table.LimitComponents(m_limits.components, "components");
     if (!ReadRecordAt(&input, m_mainHeader.previewLookupTablePosition, table)) {
         throw kxbase::KXIncompleteFileException("No preview found",
                                                 ProblemOf(table, m_mainHeader.previewLookupTablePosition));
+    }
+    // A preview is one chunk; only the first entry of a component is ever looked at.
+    for (auto& [component, entries] : m_previewTable) {
+        if (entries.size() > 1) entries = {entries.front()};
     }
 }
 

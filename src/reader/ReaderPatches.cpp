@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "kxbase/Sizes.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/QSNScanReader.h"
 #include "reader/PatchDecoder.h"
@@ -15,13 +16,12 @@ namespace {
 // No component has larger elements; a patch that claims more lies.
 constexpr uint64_t kMaxElementBytes = 64;
 
-uint64_t MaxPatchBytes(const kxbase::GridTopology& grid) {
-    const uint64_t ceiling = kxcodecs::QKXChunkCodec::kDefaultMaxDecodedBytes;
-    const uint64_t cells = uint64_t{grid.patchWidth} * grid.patchHeight;
-    return cells > ceiling / kMaxElementBytes ? ceiling : cells * kMaxElementBytes;
-}
-
 }  // namespace
+
+uint64_t QSNScanReader::MostPatchBytes() const {
+    const kxbase::GridTopology& grid = m_scanProperties.grid;
+    return kxbase::SizeProduct(grid.patchWidth, grid.patchHeight, kMaxElementBytes);
+}
 
 kxbase::ErrorContext QSNScanReader::PatchContext(uint64_t index, kxbase::ComponentType component) const {
     kxbase::ErrorContext context = FileContext();
@@ -114,7 +114,7 @@ DecodedPatch QSNScanReader::DecodePatch(uint64_t index, kxbase::ComponentType co
                                         PatchBuffers& buffers) const {
     ReadChunk(index, buffers.chunk, component);
     try {
-        return DecodeChunk(buffers, MaxPatchBytes(m_scanProperties.grid));
+        return DecodeChunk(buffers, m_limits, MostPatchBytes());
     } catch (kxbase::KXException& e) {
         kxbase::ErrorContext context = PatchContext(index, component);
         context.offset = LocateChunk(index, component).position;

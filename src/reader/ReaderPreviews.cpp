@@ -2,6 +2,8 @@
 // Previews and the thumbnail.
 #include <algorithm>
 
+#include "format/PendingEdit.h"
+#include "kxbase/Sizes.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxcodecs/JPEG.h"
@@ -21,30 +23,41 @@ constexpr unsigned char kPlaceholderGrey = 40;
 bool Placeholder(std::vector<unsigned char>& out, unsigned& width, unsigned& height) {
     width = kPlaceholderSide;
     height = kPlaceholderSide;
-    out.assign(size_t{3} * kPlaceholderSide * kPlaceholderSide, kPlaceholderGrey);
+    out.assign(kxbase::SizeProduct(kPlaceholderSide, kPlaceholderSide, 3), kPlaceholderGrey);
     return false;
 }
 
-bool DecodeThumbnail(const std::vector<unsigned char>& jpeg, std::vector<unsigned char>& out, unsigned& width,
-                     unsigned& height) {
+bool DecodeThumbnail(const std::vector<unsigned char>& jpeg, const Limits& limits,
+                     std::vector<unsigned char>& out, unsigned& width, unsigned& height) {
+    if (!kxcodecs::JPEG::ReadSize(jpeg.data(), jpeg.size(), width, height) ||
+        kxbase::SizeProduct(width, height) > limits.thumbnailPixels) {
+        return false;
+    }
     unsigned char* pixels = nullptr;
     uint64_t bytes = 0;
     if (!kxcodecs::JPEG::Decode(jpeg.data(), jpeg.size(), pixels, bytes, width, height)) return false;
     const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(pixels, kxcodecs::JPEG::Free);
-    if (bytes != uint64_t{width} * height * 3) return false;
+    if (bytes != kxbase::SizeProduct(width, height, 3)) return false;
     out.assign(pixels, pixels + bytes);
     return true;
 }
 
+// `alone`: no reader has looked whether the file's last edit was interrupted.
 // The main header is read again, wherever the thumbnail is asked for: a file that was edited names its new
 // one.
-bool ReadThumbnail(const PositionedInput& input, std::vector<unsigned char>& out) {
+bool ReadThumbnail(const PositionedInput& input, bool alone, const Limits& limits,
+                   std::vector<unsigned char>& out) {
     out.clear();
     try {
-        InputWindow records(input, input.Size(), 0);
+        const uint64_t size = input.Size();
+        InputWindow stored(input, size, 0);
+        const auto edit = alone ? FindPendingEdit(stored, size) : std::nullopt;
+        const PositionedInput edited{input.file, input.stream, edit ? &*edit : input.edit};
+        InputWindow records(edited, edit ? edit->position : size, 0);
         MainFileHeader mainHeader;
         if (!ReadRecordAt(&records, 0, mainHeader) || mainHeader.thumbnailHeaderPosition == 0) return false;
         ThumbnailHeader thumbnail;
+        thumbnail.LimitPayload(limits.recordBytes, "recordBytes");
         if (!ReadRecordAt(&records, mainHeader.thumbnailHeaderPosition, thumbnail)) return false;
         out = thumbnail.GetCompressed();
         return true;
@@ -57,7 +70,9 @@ bool ReadThumbnail(const PositionedInput& input, std::vector<unsigned char>& out
 bool ThumbnailOrPlaceholder(const PositionedInput& input, std::vector<unsigned char>& out, unsigned& width,
                             unsigned& height) {
     std::vector<unsigned char> jpeg;
-    if (ReadThumbnail(input, jpeg) && DecodeThumbnail(jpeg, out, width, height)) return true;
+    const Limits limits;
+    if (ReadThumbnail(input, true, limits, jpeg) && DecodeThumbnail(jpeg, limits, out, width, height))
+        return true;
     return Placeholder(out, width, height);
 }
 
@@ -100,13 +115,13 @@ void QSNScanReader::ReadPreviewChunk(std::vector<unsigned char>& out, kxbase::Co
 }
 
 bool QSNScanReader::GetThumbnailJPEG(kxbase::IInFileStream* stream, std::vector<unsigned char>& out) {
-    return ReadThumbnail({nullptr, stream}, out);
+    return ReadThumbnail({nullptr, stream}, true, {}, out);
 }
 
 bool QSNScanReader::GetThumbnailJPEG(const std::wstring& path, std::vector<unsigned char>& out) {
     kxbase::kxInFile file(path);
     RequireOpen(file, path);
-    return ReadThumbnail({&file, &file}, out);
+    return ReadThumbnail({&file, &file}, true, {}, out);
 }
 
 bool QSNScanReader::GetThumbnailJPEG(std::vector<unsigned char>& out) const {
@@ -116,7 +131,7 @@ bool QSNScanReader::GetThumbnailJPEG(std::vector<unsigned char>& out) const {
     } catch (const kxbase::KXException&) {
         return false;
     }
-    return ReadThumbnail(Input(), out);
+    return ReadThumbnail(Input(), false, m_limits, out);
 }
 
 bool QSNScanReader::GetThumbnailRGB(kxbase::IInFileStream* stream, std::vector<unsigned char>& out,
@@ -134,7 +149,7 @@ bool QSNScanReader::GetThumbnailRGB(const std::wstring& path, std::vector<unsign
 bool QSNScanReader::GetThumbnailRGB(std::vector<unsigned char>& out, unsigned& width,
                                     unsigned& height) const {
     std::vector<unsigned char> jpeg;
-    if (GetThumbnailJPEG(jpeg) && DecodeThumbnail(jpeg, out, width, height)) return true;
+    if (GetThumbnailJPEG(jpeg) && DecodeThumbnail(jpeg, m_limits, out, width, height)) return true;
     return Placeholder(out, width, height);
 }
 

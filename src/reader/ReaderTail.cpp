@@ -2,8 +2,10 @@
 // The extended records at the end of the file.
 #include <array>
 #include <optional>
+#include <utility>
 
 #include "format/IntegrityTable.h"
+#include "kxbase/Sizes.h"
 #include "kxio/ColorizationModeExtendedHeader.h"
 #include "kxio/CommentExtendedHeader.h"
 #include "kxio/ERExtendedHeader.h"
@@ -74,9 +76,15 @@ void Take(const ExtendedHeader& record, ScanProperties& properties) {
     }
 }
 
-// Moves behind a whole histogram record without reading its numbers, which may be many. Nothing, and no move,
-// for anything else.
-std::optional<kxbase::ComponentType> PassHistogram(InputWindow& input) {
+// What lies at the input's position, told without reading its data, which may be much.
+struct ExtendedFrame {
+    uint64_t type = 0;
+    uint64_t dataBytes = 0;
+    uint64_t recordBytes = 0;
+};
+
+// Nothing where no whole extended record lies. The position stays.
+std::optional<ExtendedFrame> PeekExtended(InputWindow& input) {
     const uint64_t start = input.Tell();
     std::array<unsigned char, kxbase::IOHeader::FrameSize + ExtendedHeader::FixedSize> bytes{};
     const uint64_t got = input.Read(bytes.data(), bytes.size());
@@ -86,45 +94,85 @@ std::optional<kxbase::ComponentType> PassHistogram(InputWindow& input) {
     const kxbase::RecordFrame frame = kxbase::IOHeader::DecodeFrame(view);
     kxbase::ByteReader fields(view.subspan(kxbase::IOHeader::FrameSize));
     fields.U64("link");
-    const auto component = HistogramComponent(fields.U64("type tag"));
-    const uint64_t dataBytes = fields.U32("data length");
-    const uint64_t recordBytes = uint64_t{kxbase::IOHeader::FrameSize} + frame.payloadSize;
+    ExtendedFrame found;
+    found.type = fields.U64("type tag");
+    found.dataBytes = fields.U32("data length");
+    found.recordBytes = kxbase::SizeSum(kxbase::IOHeader::FrameSize, frame.payloadSize);
     const bool whole = frame.tag == ExtendedHeader::Magic &&
-                       ExtendedHeader::FixedSize + dataBytes <= frame.payloadSize &&
-                       recordBytes <= input.GetSize() - start;
-    if (!component || !whole || !input.SeekForward(recordBytes)) return std::nullopt;
-    return component;
+                       ExtendedHeader::FixedSize + found.dataBytes <= frame.payloadSize &&
+                       found.recordBytes <= input.GetSize() - start;
+    return whole ? std::optional(found) : std::nullopt;
+}
+
+// Records that opening takes something from besides hashes.
+bool IsTaken(uint64_t type) {
+    switch (type) {
+        case CommentExtendedHeader::Type:
+        case WarningExtendedHeader::Type:
+        case HQExtendedHeader::Type:
+        case ERExtendedHeader::Type:
+        case HDRExtendedHeader::Type:
+        case ScanningModeExtendedHeader::Type:
+        case ColorizationModeExtendedHeader::Type:
+        case UUIDExtendedHeader::Type:
+        case PreregistrationExtendedHeader::Type:
+            return true;
+        default:
+            return false;
+    }
 }
 
 }  // namespace
 
 void QSNScanReader::ReadTailHeaders() {
     *m_integrity = {};
+    m_integrity->LimitBytes(m_streamBytes);
+    m_textBytes = m_scanHeader.GetDataSize();
     m_integrityProblems.clear();
     if (const uint64_t first = m_mainHeader.firstExtendedHeaderPosition; first != 0) ReadTailRecords(first);
-    if (m_integrityChecks) CheckHeaders();
+    if (m_limits.checkHashes) CheckHeaders();
+}
+
+void QSNScanReader::ChargeText(uint64_t bytes, uint64_t position) {
+    m_textBytes = kxbase::SizeSum(m_textBytes, bytes);
+    if (m_textBytes <= m_limits.textBytes) return;
+    kxbase::ErrorContext context;
+    context.record = "ExtendedHeader";
+    context.offset = position;
+    context.detail = kxbase::OverLimit("textBytes", m_textBytes, m_limits.textBytes);
+    throw kxbase::KXHeaderReadingException("Error opening file", context);
 }
 
 void QSNScanReader::ReadTailRecords(uint64_t first) {
     InputWindow input = RecordInput(InputWindow::kUsualBytes);
-    ExtendedHeader record;
     std::optional<uint64_t> last;
-    for (bool found = input.Seek(first); found;) {
+    std::optional<ExtendedFrame> frame;
+    const bool reachable = input.Seek(first);
+    while (reachable && (frame = PeekExtended(input))) {
         const uint64_t position = input.Tell();
-        if (const auto component = PassHistogram(input)) {
+        if (const auto component = HistogramComponent(frame->type))
             m_histogramPositions[*component] = position;
+        const bool isIntegrity = frame->type == IntegrityExtendedHeader::Type;
+        if (!isIntegrity && !IsTaken(frame->type)) {
+            if (!input.SeekForward(frame->recordBytes)) break;
             last = position;
             continue;
         }
-        found = record.Read(&input) != 0;
-        if (found) last = position;
-        if (found && record.GetType() == IntegrityExtendedHeader::Type) {
-            m_integrity->Add(IntegrityExtendedHeader(record), position);
-        } else if (found) {
+        if (!isIntegrity) ChargeText(frame->recordBytes, position);
+        ExtendedHeader record;
+        BoundRecord(record);
+        if (record.Read(&input) == 0) {
+            if (isIntegrity) m_integrity->AddDamaged(position);
+            break;
+        }
+        last = position;
+        if (isIntegrity) {
+            m_integrity->Add(IntegrityExtendedHeader(std::move(record)), position);
+        } else {
             Take(record, m_scanProperties);
         }
     }
-    if (m_integrityChecks) JudgeTailEnd(input, first, last);
+    if (m_limits.checkHashes) JudgeTailEnd(input, first, last);
     m_hqLinks = m_scanProperties.hqLinks;
     m_erLinks = m_scanProperties.erLinks;
     m_hdrLinks = m_scanProperties.hdrLinks;
@@ -165,6 +213,7 @@ ExtendedHeader QSNScanReader::GetCompressedHistogram(kxbase::ComponentType compo
     RequireIntactRecord(entry->second);
     InputWindow input = RecordInput(0);
     ExtendedHeader record;
+    record.LimitPayload(m_limits.recordBytes, "recordBytes");
     if (!ReadRecordAt(&input, entry->second, record)) {
         throw kxbase::KXUnreadablePatchException("Cannot read file", ProblemOf(record, entry->second));
     }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include "kxbase/Sizes.h"
 
 #include "kxcodecs/QKXChunkCodec.h"
 #include "reader/PatchDecoder.h"
@@ -40,9 +41,10 @@ bool RequireElements(const DecodedPatch& patch, uint64_t count, uint64_t element
         Undecodable("the chunk has elements of " + std::to_string(patch.elementBytes) + " bytes, " +
                     std::to_string(elementBytes) + " are needed");
     }
-    if (patch.bytes.size() != count * elementBytes) {
+    const uint64_t bytes = kxbase::SizeProduct(count, elementBytes);
+    if (patch.bytes.size() != bytes) {
         Undecodable("the chunk unpacks to " + std::to_string(patch.bytes.size()) + " bytes, " +
-                    std::to_string(count * elementBytes) + " are needed");
+                    std::to_string(bytes) + " are needed");
     }
     return true;
 }
@@ -53,7 +55,7 @@ PreviewImage<unsigned char> WholeImage(const DecodedPatch& values, uint64_t elem
     if (RequireElements(values, count, elementBytes)) {
         image.values.assign(values.bytes.begin(), values.bytes.end());
     } else {
-        image.values.resize(count * elementBytes);
+        image.values.resize(kxbase::SizeProduct(count, elementBytes));
     }
     return image;
 }
@@ -163,7 +165,7 @@ ReadReport ScanAccess::ReadRectBytes(ComponentType component, const PatchRect& r
     const uint64_t patchRows = (rect.firstRow + (rect.rows - 1)) / grid.patchHeight - firstPatchRow + 1;
     const uint64_t patchColumns =
         (rect.firstColumn + (rect.columns - 1)) / grid.patchWidth - firstPatchColumn + 1;
-    const uint64_t patchCells = uint64_t{grid.patchWidth} * grid.patchHeight;
+    const uint64_t patchCells = kxbase::SizeProduct(grid.patchWidth, grid.patchHeight);
     const std::vector<LookupEntry>& entries = m_reader->RequireComponent(component);
     const uint64_t outStride = uint64_t{rect.columns} * elementBytes;
     std::atomic<uint64_t> decoded{0};
@@ -225,8 +227,8 @@ std::vector<unsigned char> ScanAccess::ReadPatchBytes(ComponentType component, u
     try {
         const DecodedPatch values = m_reader->DecodePatch(index, component, buffers);
         const bool usable =
-            RequireElements(values, uint64_t{grid.patchWidth} * grid.patchHeight, elementBytes);
-        std::vector<unsigned char> out(cells.CellCount() * elementBytes);
+            RequireElements(values, kxbase::SizeProduct(grid.patchWidth, grid.patchHeight), elementBytes);
+        std::vector<unsigned char> out(kxbase::SizeProduct(cells.CellCount(), elementBytes));
         const uint64_t rowBytes = uint64_t{cells.columns} * elementBytes;
         const uint64_t patchStride = uint64_t{grid.patchWidth} * elementBytes;
         for (uint32_t row = 0; usable && row < cells.rows; ++row)
@@ -263,7 +265,7 @@ PreviewImage<unsigned char> ScanAccess::ReadReducedPatchBytes(ComponentType comp
     // Before the memory is taken.
     m_reader->RequireSamplable(m_reader->LinearIndex(patchRow, patchColumn), component, elementBytes);
     PreviewImage<unsigned char> image{grid.patchWidth, grid.patchHeight, {}};
-    image.values.resize(uint64_t{grid.patchWidth} * grid.patchHeight * elementBytes);
+    image.values.resize(kxbase::SizeProduct(grid.patchWidth, grid.patchHeight, elementBytes));
     m_reader->GetPatch(patchRow, patchColumn, image.values.data(), elementBytes, component, level, false);
     return image;
 }
@@ -274,7 +276,7 @@ PreviewImage<unsigned char> ScanAccess::ReadPreviewBytes(ComponentType component
     PatchBuffers buffers;
     m_reader->GetCompressedPreview(buffers.chunk, component);
     try {
-        const DecodedPatch values = DecodeChunk(buffers, kxcodecs::QKXChunkCodec::kDefaultMaxDecodedBytes);
+        const DecodedPatch values = DecodeChunk(buffers, m_reader->GetLimits());
         return WholeImage(values, elementBytes);
     } catch (kxbase::KXException& e) {
         ErrorContext context = m_reader->FileContext();

@@ -95,6 +95,7 @@ std::optional<ScanLimits> ScanAccess::ReadLimits() const {
     InputWindow input = m_reader->RecordInput(0);
     ScanLimits limits;
     MinMaxHeader record(&limits.patches);
+    record.LimitPayload(m_reader->GetLimits().recordBytes, "recordBytes");
     if (!ReadRecordAt(&input, position, record)) {
         throw kxbase::KXIncompleteFileException("No bounding information found", ProblemOf(record, position));
     }

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "kxbase/Exceptions.h"
+#include "kxbase/Sizes.h"
 #include "kxbase/UTF8.h"
 #include "kxio/QSNScanReader.h"
 #include "reader/PatchTasks.h"
@@ -71,7 +72,8 @@ bool CellComparison::Differs(const unsigned char* a, const unsigned char* b, dou
     if (!IsMeasure(m_component)) return true;
     if (m_component == kxbase::Color) {
         for (int channel = 0; channel < 3; ++channel)
-            difference = std::max(difference, static_cast<double>(std::abs(int{a[channel]} - int{b[channel]})));
+            difference =
+                std::max(difference, static_cast<double>(std::abs(int{a[channel]} - int{b[channel]})));
         return difference > m_tolerance;
     }
     const double x = CellNumber(m_component, a);
@@ -196,7 +198,7 @@ DiffReport DiffScans(const QSNScanReader& first, const QSNScanReader& second, co
     }
     CellComparison comparison(first, second, options);
     uint64_t done = 0;
-    const uint64_t total = uint64_t{gridA.columns} * gridA.rows * components.size();
+    const uint64_t total = kxbase::SizeProduct(gridA.columns, gridA.rows, components.size());
     for (const ComponentType component : components) {
         ComponentDifference difference;
         difference.component = component;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "services/IntegrityEdit.h"
 
+#include <utility>
+
 #include "kxbase/IInFileStream.h"
 #include "kxbase/InMemoryStream.h"
 
@@ -8,12 +10,13 @@ namespace kxio {
 
 IntegrityTable LoadIntegrity(kxbase::IInFileStream& in, const MainFileHeader& mainHeader) {
     IntegrityTable integrity;
+    integrity.LimitBytes(in.GetSize());
     uint64_t position = mainHeader.firstExtendedHeaderPosition;
     ExtendedHeader record;
     if (position != 0 && in.Seek(position)) {
         for (; record.Read(&in) != 0; position = in.Tell()) {
             if (record.GetType() == IntegrityExtendedHeader::Type)
-                integrity.Add(IntegrityExtendedHeader(record), position);
+                integrity.Add(IntegrityExtendedHeader(std::move(record)), position);
         }
     }
     integrity.Complete(in);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "kxbase/Exceptions.h"
+#include "kxbase/Sizes.h"
 #include "kxcodecs/QKXChunkCodec.h"
 
 namespace kxio {
@@ -37,7 +38,7 @@ void PatchCells::Read(kxbase::ComponentType component, const PatchRect& rect, ui
         throw kxbase::KXWrongDataSizeofException(
             "Patch too large", {{}, {}, {}, {}, std::to_string(rect.CellCount()) + " cells in one patch"});
     }
-    out.resize(rect.CellCount() * elementBytes);
+    out.resize(kxbase::SizeProduct(rect.CellCount(), elementBytes));
     m_access.ReadRectBytes(component, rect, elementBytes, out, {MissingPatches::ZeroAbsent, 1});
 }
 

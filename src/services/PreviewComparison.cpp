@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <map>
+#include "kxbase/Sizes.h"
 
 namespace kxio {
 
@@ -83,8 +84,8 @@ std::vector<PreviewDifference> PreviewComparison::Differences() const {
     if (!any) return {};
 
     // Whose pixels they are: each patch samples its own number.
-    std::vector<unsigned char> owners(pixels * sizeof(uint32_t), 0xff);
-    std::vector<uint32_t> numbers(uint64_t{m_grid.patchWidth} * m_grid.patchHeight);
+    std::vector<unsigned char> owners(kxbase::SizeProduct(pixels, sizeof(uint32_t)), 0xff);
+    std::vector<uint32_t> numbers(kxbase::SizeProduct(m_grid.patchWidth, m_grid.patchHeight));
     std::vector<PreviewDifference> differences;
     const uint32_t perRow = m_grid.PatchesPerRow();
     for (uint64_t index = 0; index < m_grid.PatchCount64(); ++index) {
@@ -116,7 +117,8 @@ std::vector<PreviewDifference> PreviewComparison::Differences() const {
         patch.difference.firstPixelColumn = static_cast<uint32_t>(i % m_width);
     }
     for (const auto& [owner, patch] : seen) {
-        if (patch.difference.pixels != 0 && patch.stored && !m_skipped.contains(owner)) differences.push_back(patch.difference);
+        if (patch.difference.pixels != 0 && patch.stored && !m_skipped.contains(owner))
+            differences.push_back(patch.difference);
     }
     return differences;
 }

@@ -10,7 +10,6 @@
 #include "kxbase/InMemoryStream.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
-#include "kxbase/kxOutFile.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/ComponentHeader.h"
 #include "kxio/LookupTableHeader.h"
@@ -19,6 +18,7 @@
 #include "kxio/ScanHeader.h"
 #include "kxio/ThumbnailHeader.h"
 #include "kxio/VerifyScan.h"
+#include "services/FileEdit.h"
 #include "services/IntegrityEdit.h"
 
 namespace kxio {
@@ -110,31 +110,26 @@ private:
 }  // namespace
 
 bool ProtectFile(const std::wstring& path) {
-    std::vector<unsigned char> record;
-    {
+    const auto isProtected = [&path] {
         const QSNScanReader reader(path);
-        if (reader.HasIntegrity() && reader.GetIntegrityProblems().empty()) return false;
-    }
+        return reader.HasIntegrity() && reader.GetIntegrityProblems().empty();
+    };
+    if (isProtected()) return false;
+    FileEdit edit(path);
+    // Asked again: between looking and locking somebody else may have edited the file.
+    if (isProtected()) return false;
+    kxbase::kxInFile in(path);
+    MainFileHeader main;
+    main.Read(&in);
+    const uint64_t end = edit.End(main);
     RequireWhole(path);
-    uint64_t end = 0;
-    {
-        kxbase::kxInFile in(path);
-        Lister lister(in);
-        MainFileHeader main;
-        lister.Run(main);
-        end = in.GetSize();
-        IntegrityExtendedHeader integrity(lister.headers, lister.others, end);
-        kxbase::InMemoryStream encoded;
-        integrity.Write(&encoded);
-        record = encoded.GetBytes();
-    }
-    kxbase::kxOutFile out(path, kxbase::kxOutFile::KeepContent);
-    if (!out.IsOpen() || !out.SeekEnd(0) || out.Tell() != end) {
-        throw kxbase::KXWritingException(
-            "Cannot write file", {kxbase::Encode_UTF8(path), {}, {}, {}, "it cannot be opened for writing"});
-    }
-    out.Write(record.data(), record.size());
-    out.Close();
+    Lister lister(in);
+    lister.Run(main);
+    IntegrityExtendedHeader integrity(lister.headers, lister.others, end);
+    kxbase::InMemoryStream encoded;
+    integrity.Write(&encoded);
+    edit.Append(end, {}, encoded.GetBytes());
+    edit.Close();
     return true;
 }
 

@@ -11,56 +11,30 @@
 #include "kxbase/InMemoryStream.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
-#include "kxbase/kxOutFile.h"
 #include "kxio/CommentExtendedHeader.h"
 #include "kxio/ERExtendedHeader.h"
 #include "kxio/HDRExtendedHeader.h"
 #include "kxio/HQExtendedHeader.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/WarningExtendedHeader.h"
+#include "services/FileEdit.h"
 #include "services/IntegrityEdit.h"
 
 namespace kxio {
 
 namespace {
 
-// Opens a closed file for an edit that keeps its content.
-std::unique_ptr<kxbase::kxOutFile> OpenForEdit(const std::wstring& path) {
-    auto out = std::make_unique<kxbase::kxOutFile>(path, kxbase::kxOutFile::KeepContent);
-    if (!out->IsOpen()) {
-        throw kxbase::KXWritingException(
-            "Cannot write file", {kxbase::Encode_UTF8(path), {}, {}, {}, "it cannot be opened for writing"});
-    }
-    return out;
-}
-
-void ToEnd(kxbase::kxOutFile& out, const std::wstring& path) {
-    if (out.SeekEnd(0)) return;
-    throw kxbase::KXWritingException("Cannot write file",
-                                     {kxbase::Encode_UTF8(path), {}, {}, {}, "its end cannot be reached"});
-}
-
-// The record, and its hash in a file that carries hashes, leave in one write, so that a failure rarely
-// leaves half a record behind.
-template <class Record>
-void AppendRecord(const std::wstring& path, const IntegrityTable& integrity, Record record) {
-    const auto out = OpenForEdit(path);
-    ToEnd(*out, path);
-    const uint64_t position = out->Tell();
-    kxbase::InMemoryStream appended;
-    record.Write(&appended);
-    const std::vector<unsigned char>& bytes = appended.GetBytes();
-    const auto note =
-        NoteOfEdit(integrity, position + bytes.size(), {{position, bytes.size(), Hash64(bytes)}});
-    appended.Write(note.data(), note.size());
-    out->Write(bytes.data(), bytes.size());
-    out->Close();
+std::vector<unsigned char> Bytes(kxbase::IOHeader& record) {
+    kxbase::InMemoryStream encoded;
+    record.Write(&encoded);
+    return encoded.GetBytes();
 }
 
 }  // namespace
 
-std::unique_ptr<QSNScanReader> QSNInfo::OpenHeaders(const std::wstring& path) {
+std::unique_ptr<QSNScanReader> QSNInfo::OpenHeaders(const std::wstring& path, const Limits& limits) {
     auto reader = std::make_unique<QSNScanReader>();
+    reader->SetLimits(limits);
     auto stream = std::make_unique<kxbase::kxInFile>(path);
     if (!stream->IsOpen()) {
         throw kxbase::KXHeaderReadingException(
@@ -85,121 +59,135 @@ std::unique_ptr<QSNScanReader> QSNInfo::OpenHeaders(const std::wstring& path) {
     return reader;
 }
 
-IntegrityTable QSNInfo::ReadIntegrity(const std::wstring& path) {
-    return std::move(*OpenHeaders(path)->m_integrity);
+// The record, and its hash in a file that carries hashes.
+void QSNInfo::Append(const std::wstring& path, ExtendedHeader& record, const Limits& limits) {
+    OpenHeaders(path, limits);  // what is no scan is told as such, whether it can be written or not
+    const auto bytes = Bytes(record);
+    FileEdit edit(path);
+    // Read again: between looking and locking somebody else may have edited the file.
+    const auto reader = OpenHeaders(path, limits);
+    const uint64_t end = edit.End(reader->m_mainHeader);
+    edit.Append(end, bytes,
+                NoteOfEdit(*reader->m_integrity, end + bytes.size(), {{end, bytes.size(), Hash64(bytes)}}));
+    edit.Close();
 }
 
-kxbase::RegistrationInformation QSNInfo::GetRegistrationInfo(const std::wstring& path) {
-    return OpenHeaders(path)->m_scanProperties.registration;
+kxbase::RegistrationInformation QSNInfo::GetRegistrationInfo(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->m_scanProperties.registration;
 }
 
-void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::RegistrationInformation registration) {
-    const auto reader = OpenHeaders(path);
-    const uint64_t scanHeaderPosition = reader->m_mainHeader.scanHeaderPosition;
-    const ScanHeader& header = reader->m_scanHeader;
-    const HeaderPiece piece = RegistrationPiece(header);
-    if (piece.byteCount == 0) {
-        throw kxbase::KXHeaderOperationException(
-            "File does not support this write operation. Use a valid (released) file format for this "
-            "operation to work.",
-            {kxbase::Encode_UTF8(path), "ScanHeader", "version", scanHeaderPosition,
-             "found " + std::to_string(header.GetVersion()) + ", the registration is part of 210 and later"});
-    }
+void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::RegistrationInformation registration,
+                                  const Limits& limits) {
+    const auto placeIn = [&path](const QSNScanReader& reader) {
+        const ScanHeader& header = reader.m_scanHeader;
+        const uint64_t start = reader.m_mainHeader.scanHeaderPosition;
+        const HeaderPiece piece = RegistrationPiece(header);
+        if (piece.byteCount == 0) {
+            throw kxbase::KXHeaderOperationException(
+                "File does not support this write operation. Use a valid (released) file format for this "
+                "operation to work.",
+                {kxbase::Encode_UTF8(path), "ScanHeader", "version", start,
+                 "found " + std::to_string(header.GetVersion()) +
+                     ", the registration is part of 210 and later"});
+        }
+        return start + piece.offset;
+    };
+    placeIn(*OpenHeaders(path, limits));
     std::array<unsigned char, kxbase::RegistrationInformation::ByteSize> block{};
     kxbase::ByteWriter encode(block);
     EncodeRegistration(registration, encode);
-    const uint64_t position = scanHeaderPosition + piece.offset;
-    const IntegrityTable integrity = std::move(*reader->m_integrity);
-    reader->Close();
-    const auto out = OpenForEdit(path);
-    if (integrity.Present()) {
-        ToEnd(*out, path);
-        const auto note = NoteOfEdit(integrity, out->Tell(), {{position, block.size(), Hash64(block)}});
-        out->Write(note.data(), note.size());
+    FileEdit edit(path);
+    // Read again: between looking and locking somebody else may have edited the file.
+    const auto reader = OpenHeaders(path, limits);
+    const uint64_t position = placeIn(*reader);
+    if (reader->m_integrity->Present()) {
+        const uint64_t end = edit.End(reader->m_mainHeader);
+        edit.Append(end, {},
+                    NoteOfEdit(*reader->m_integrity, end, {{position, block.size(), Hash64(block)}}));
     }
-    if (!out->Seek(position)) {
-        throw kxbase::KXWritingException(
-            "Cannot write file",
-            {kxbase::Encode_UTF8(path), "ScanHeader", "registration", scanHeaderPosition, {}});
-    }
-    out->Write(block.data(), block.size());
-    out->Close();
+    edit.Overwrite(position, block);
+    edit.Close();
 }
 
-void QSNInfo::AddMessage(const std::wstring& path, const std::wstring& text) {
-    AppendRecord(path, ReadIntegrity(path), CommentExtendedHeader(text));
+void QSNInfo::AddMessage(const std::wstring& path, const std::wstring& text, const Limits& limits) {
+    CommentExtendedHeader record(text);
+    Append(path, record, limits);
 }
-std::list<std::wstring> QSNInfo::GetMessages(const std::wstring& path) {
-    return OpenHeaders(path)->GetMessageList();
-}
-
-void QSNInfo::AddWarning(const std::wstring& path, const std::wstring& text) {
-    AppendRecord(path, ReadIntegrity(path), WarningExtendedHeader(text));
-}
-std::list<std::wstring> QSNInfo::GetWarnings(const std::wstring& path) {
-    return OpenHeaders(path)->GetWarningList();
+std::list<std::wstring> QSNInfo::GetMessages(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->GetMessageList();
 }
 
-void QSNInfo::AddHQLink(const std::wstring& path, const kxbase::UUID& link) {
-    AppendRecord(path, ReadIntegrity(path), HQExtendedHeader(link));
+void QSNInfo::AddWarning(const std::wstring& path, const std::wstring& text, const Limits& limits) {
+    WarningExtendedHeader record(text);
+    Append(path, record, limits);
 }
-std::list<kxbase::UUID> QSNInfo::GetHQLink(const std::wstring& path) {
-    return OpenHeaders(path)->m_hqLinks;
-}
-
-void QSNInfo::AddERLink(const std::wstring& path, const kxbase::UUID& link) {
-    AppendRecord(path, ReadIntegrity(path), ERExtendedHeader(link));
-}
-std::list<kxbase::UUID> QSNInfo::GetERLink(const std::wstring& path) {
-    return OpenHeaders(path)->m_erLinks;
+std::list<std::wstring> QSNInfo::GetWarnings(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->GetWarningList();
 }
 
-void QSNInfo::AddHDRLink(const std::wstring& path, const kxbase::UUID& link) {
-    AppendRecord(path, ReadIntegrity(path), HDRExtendedHeader(link));
+void QSNInfo::AddHQLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits) {
+    HQExtendedHeader record(link);
+    Append(path, record, limits);
 }
-std::list<kxbase::UUID> QSNInfo::GetHDRLink(const std::wstring& path) {
-    return OpenHeaders(path)->m_hdrLinks;
-}
-
-QSNInfo::SpeckleFlag QSNInfo::GetSpeckleFlag(const std::wstring& path) {
-    return OpenHeaders(path)->IsSpeckleCorrectionNeeded() ? SpeckleSet : SpeckleClear;
-}
-bool QSNInfo::HasPreviewSamplingRatioIssue(const std::wstring& path) {
-    return OpenHeaders(path)->HasPreviewSamplingRatioIssue();
-}
-kxbase::GridTopology QSNInfo::GetGridInfo(const std::wstring& path) {
-    return OpenHeaders(path)->Grid();
-}
-float QSNInfo::GetSpatialSamplingDistance(const std::wstring& path) {
-    return OpenHeaders(path)->GetSpatialSamplingDistance();
-}
-uint64_t QSNInfo::GetValidPointCount(const std::wstring& path) {
-    return OpenHeaders(path)->GetValidPointCount();
-}
-QSNInfo::LockStatus QSNInfo::Get3DLockStatus(const std::wstring& path) {
-    return OpenHeaders(path)->Is3DLocked() ? Locked : Unlocked;
+std::list<kxbase::UUID> QSNInfo::GetHQLink(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->m_hqLinks;
 }
 
-bool QSNInfo::IsScanColored(const std::wstring& path) {
-    return IsScanColored(GetAllInfo(path));
+void QSNInfo::AddERLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits) {
+    ERExtendedHeader record(link);
+    Append(path, record, limits);
+}
+std::list<kxbase::UUID> QSNInfo::GetERLink(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->m_erLinks;
+}
+
+void QSNInfo::AddHDRLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits) {
+    HDRExtendedHeader record(link);
+    Append(path, record, limits);
+}
+std::list<kxbase::UUID> QSNInfo::GetHDRLink(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->m_hdrLinks;
+}
+
+QSNInfo::SpeckleFlag QSNInfo::GetSpeckleFlag(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->IsSpeckleCorrectionNeeded() ? SpeckleSet : SpeckleClear;
+}
+bool QSNInfo::HasPreviewSamplingRatioIssue(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->HasPreviewSamplingRatioIssue();
+}
+kxbase::GridTopology QSNInfo::GetGridInfo(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->Grid();
+}
+float QSNInfo::GetSpatialSamplingDistance(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->GetSpatialSamplingDistance();
+}
+uint64_t QSNInfo::GetValidPointCount(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->GetValidPointCount();
+}
+QSNInfo::LockStatus QSNInfo::Get3DLockStatus(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->Is3DLocked() ? Locked : Unlocked;
+}
+
+bool QSNInfo::IsScanColored(const std::wstring& path, const Limits& limits) {
+    return IsScanColored(GetAllInfo(path, limits));
 }
 bool QSNInfo::IsScanColored(const ScanProperties& properties) {
     return properties.componentCodecs.contains(kxbase::Color);
 }
 
-ScanProperties QSNInfo::GetAllInfo(const std::wstring& path) {
-    const auto reader = OpenHeaders(path);
+ScanProperties QSNInfo::GetAllInfo(const std::wstring& path, const Limits& limits) {
+    const auto reader = OpenHeaders(path, limits);
     if (reader->m_stream == nullptr) {
         throw kxbase::KXFileNotOpenException("No file open", {kxbase::Encode_UTF8(path), {}, {}, {}, {}});
     }
     return reader->GetScanInformation();
 }
 
-kxbase::UUID QSNInfo::GetScanUUID(const std::wstring& path) {
-    return OpenHeaders(path)->GetScanUUID();
+kxbase::UUID QSNInfo::GetScanUUID(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->GetScanUUID();
 }
-kxbase::UUID QSNInfo::GetParentUUID(const std::wstring& path) {
-    return OpenHeaders(path)->GetParentUUID();
+kxbase::UUID QSNInfo::GetParentUUID(const std::wstring& path, const Limits& limits) {
+    return OpenHeaders(path, limits)->GetParentUUID();
 }
 
 void QSNInfo::SetParentUUID(const std::wstring& path, const kxbase::UUID&) {

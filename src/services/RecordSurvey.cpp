@@ -307,13 +307,13 @@ Survey Surveyor::Run() {
 }  // namespace
 
 std::optional<kxcodecs::ChunkHeaderInfo> PlausibleCodecHeader(FileWindow& file, uint64_t dataPosition,
-                                                              uint32_t byteCount) {
+                                                              uint32_t byteCount, uint64_t mostDecodedBytes) {
     if (byteCount < QKXChunkCodec::HeaderSize) return std::nullopt;
     const auto bytes = file.Peek(dataPosition, QKXChunkCodec::HeaderSize);
     kxcodecs::ChunkHeaderInfo header;
     if (!QKXChunkCodec::ReadHeader(bytes.data(), bytes.size(), header)) return std::nullopt;
     if (!kxcodecs::ChunkCodecFactory::IsKnown(header.codecId) || header.ElementBytes() == 0 ||
-        std::max(header.decodedBytes, header.uncompressedBytes) > QKXChunkCodec::kDefaultMaxDecodedBytes) {
+        std::max(header.decodedBytes, header.uncompressedBytes) > mostDecodedBytes) {
         return std::nullopt;
     }
     return header;

@@ -9,6 +9,7 @@
 
 #include "kxbase/ComponentType.h"
 #include "kxcodecs/ChunkHeader.h"
+#include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/MainFileHeader.h"
 #include "services/FileWindow.h"
 
@@ -75,8 +76,9 @@ using SurveyProgress = std::function<void(uint64_t bytes)>;
 Survey SurveyRecords(FileWindow& file, const SurveyProgress& progress);
 
 /// The codec header at the start of a chunk's data; nothing when there is none that could be decoded: an
-/// unknown codec, sizes that do not fit each other, or more than 1 GiB.
-std::optional<kxcodecs::ChunkHeaderInfo> PlausibleCodecHeader(FileWindow& file, uint64_t dataPosition,
-                                                              uint32_t byteCount);
+/// unknown codec, sizes that do not fit each other, or more decoded bytes than that.
+std::optional<kxcodecs::ChunkHeaderInfo> PlausibleCodecHeader(
+    FileWindow& file, uint64_t dataPosition, uint32_t byteCount,
+    uint64_t mostDecodedBytes = kxcodecs::QKXChunkCodec::kDefaultMaxDecodedBytes);
 
 }  // namespace kxio

@@ -34,7 +34,10 @@ kxbase::ErrorContext Context(const std::wstring& path, std::string detail) {
 class PartialFile {
 public:
     explicit PartialFile(const std::wstring& output)
-        : m_output(output), m_path(PathBeside(output)), m_file(std::make_unique<kxbase::kxOutFile>(m_path)) {
+        : m_output(output),
+          m_path(PathBeside(output)),
+          m_systemPath(SystemPath(m_path)),
+          m_file(std::make_unique<kxbase::kxOutFile>(m_path)) {
         if (!m_file->IsOpen()) {
             throw kxbase::KXFileNotOpenException("Cannot file not open",
                                                  Context(output, "nothing can be written into its folder"));
@@ -44,7 +47,7 @@ public:
         if (!m_file) return;
         m_file.reset();
         std::error_code ignored;
-        fs::remove(SystemPath(m_path), ignored);
+        fs::remove(m_systemPath, ignored);
     }
     PartialFile(const PartialFile&) = delete;
     PartialFile& operator=(const PartialFile&) = delete;
@@ -54,7 +57,7 @@ public:
     void Complete() {
         m_file->Close();
         std::error_code error;
-        fs::rename(SystemPath(m_path), SystemPath(m_output), error);
+        fs::rename(m_systemPath, SystemPath(m_output), error);
         if (error) {
             throw kxbase::KXWritingException("Cannot write file", Context(m_output, error.message()));
         }
@@ -71,6 +74,7 @@ private:
 
     std::wstring m_output;
     std::wstring m_path;
+    fs::path m_systemPath;                      // of it, made while it may fail: the destructor must not
     std::unique_ptr<kxbase::kxOutFile> m_file;  // none once the file has its name
 };
 

@@ -7,8 +7,10 @@
 #include "kxbase/Exceptions.h"
 #include "kxbase/IInFileStream.h"
 #include "kxbase/IOutFileStream.h"
+#include "kxbase/Sizes.h"
 #include "kxbase/UTF8.h"
 #include "kxcodecs/Quantise.h"
+#include "reader/PatchDecoder.h"
 #include "services/ScanRebuild.h"
 #include "writer/PatchLimits.h"
 #include "writer/PatchPlace.h"
@@ -110,7 +112,7 @@ void ScanRebuild::WritePatches() {
 bool ScanRebuild::MayBePreviewed(ComponentType component, uint64_t elementBytes) {
     if (elementBytes > kMostPreviewElementBytes) return false;
     const GridTopology& grid = m_decision.grid;
-    const uint64_t bytes = uint64_t{grid.previewWidth} * grid.previewHeight * elementBytes;
+    const uint64_t bytes = kxbase::SizeProduct(grid.previewWidth, grid.previewHeight, elementBytes);
     uint64_t& taken = m_previewElementBytes[component];
     if (taken >= elementBytes) return true;
     if (bytes > m_previewBytesLeft) return false;
@@ -122,14 +124,14 @@ bool ScanRebuild::MayBePreviewed(ComponentType component, uint64_t elementBytes)
 /// Reads and decodes a chunk into `m_chunk` and `m_values`. False when it is not whole.
 bool ScanRebuild::ReadValues(const FoundChunk& chunk, ChunkHeaderInfo& header) {
     if (chunk.byteCount > m_readBudget) return false;
-    if (!PlausibleCodecHeader(m_file, chunk.dataPosition, chunk.byteCount)) return false;
+    const auto claim = PlausibleCodecHeader(m_file, chunk.dataPosition, chunk.byteCount, UINT64_MAX);
+    if (!claim || !ExceededLimit(*claim, chunk.byteCount, m_options.limits).empty()) return false;
     m_readBudget -= chunk.byteCount;
     m_file.Read(chunk.dataPosition, chunk.byteCount, m_chunk);
     const GridTopology& grid = m_decision.grid;
-    const uint64_t patchBytes = uint64_t{grid.patchWidth} * grid.patchHeight * kMostCellBytes;
+    const uint64_t patchBytes = kxbase::SizeProduct(grid.patchWidth, grid.patchHeight, kMostCellBytes);
     const bool small = m_decision.withoutGrid || patchBytes < (1 << 20);
-    const uint64_t most = small ? QKXChunkCodec::kDefaultMaxDecodedBytes
-                                : std::min(patchBytes, QKXChunkCodec::kDefaultMaxDecodedBytes);
+    const uint64_t most = small ? m_options.limits.decodedBytes : patchBytes;
     return m_chunk.size() == chunk.byteCount &&
            QKXChunkCodec::DecodeChunk(m_chunk, header, m_values, most) == DecodeStatus::Decoded;
 }

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <optional>
+#include <span>
 
 #include "format/Hash64.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
-#include "kxbase/kxOutFile.h"
 #include "kxio/MainFileHeader.h"
 #include "kxio/QSNFileRecovery.h"
 #include "kxio/ScanHeader.h"
+#include "services/FileEdit.h"
 #include "services/IntegrityEdit.h"
 
 namespace kxio {
@@ -48,33 +49,35 @@ std::optional<uint64_t> FindSpeckleByte(kxbase::kxInFile& in, MainFileHeader& ma
     return position + kxbase::IOHeader::FrameSize + offset;
 }
 
+uint64_t RequireSpeckleByte(const std::wstring& path, kxbase::kxInFile& in, MainFileHeader& mainHeader) {
+    if (!in.IsOpen()) CannotOpen(path);
+    if (const std::optional<uint64_t> position = FindSpeckleByte(in, mainHeader)) return *position;
+    ErrorContext context{Encode_UTF8(path), "ScanHeader", "speckle correction needed", std::nullopt,
+                         "records of this version have no such byte"};
+    throw kxbase::KXHeaderOperationException(
+        "File does not support this write operation. Use a valid (released) file format for this "
+        "operation to work.",
+        context);
+}
+
 void WriteSpeckleByte(const std::wstring& path, unsigned char value) {
-    std::optional<uint64_t> position;
-    IntegrityTable integrity;
+    MainFileHeader mainHeader;
     {
         kxbase::kxInFile in(path);
-        if (!in.IsOpen()) CannotOpen(path);
-        MainFileHeader mainHeader;
-        position = FindSpeckleByte(in, mainHeader);
-        if (position) integrity = LoadIntegrity(in, mainHeader);
+        RequireSpeckleByte(path, in, mainHeader);
     }
-    if (!position) {
-        ErrorContext context{Encode_UTF8(path), "ScanHeader", "speckle correction needed", std::nullopt,
-                             "records of this version have no such byte"};
-        throw kxbase::KXHeaderOperationException(
-            "File does not support this write operation. Use a valid (released) file format for this "
-            "operation to work.",
-            context);
+    FileEdit edit(path);
+    // Read again: between looking and locking somebody else may have edited the file.
+    kxbase::kxInFile in(path);
+    const uint64_t position = RequireSpeckleByte(path, in, mainHeader);
+    const IntegrityTable integrity = LoadIntegrity(in, mainHeader);
+    const std::span<const unsigned char> byte(&value, 1);
+    if (integrity.Present()) {
+        const uint64_t end = edit.End(mainHeader);
+        edit.Append(end, {}, NoteOfEdit(integrity, end, {{position, 1, Hash64(byte)}}));
     }
-    kxbase::kxOutFile out(path, kxbase::kxOutFile::KeepContent);
-    if (!out.IsOpen()) CannotOpen(path);
-    if (integrity.Present() && out.SeekEnd(0)) {
-        const auto note = NoteOfEdit(integrity, out.Tell(), {{*position, 1, Hash64({&value, 1})}});
-        out.Write(note.data(), note.size());
-    }
-    out.Seek(*position);
-    out.Write(&value, 1);
-    out.Close();
+    edit.Overwrite(position, byte);
+    edit.Close();
 }
 
 }  // namespace

@@ -13,12 +13,12 @@
 #include "kxbase/InMemoryStream.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
-#include "kxbase/kxOutFile.h"
 #include "kxcodecs/JPEG.h"
 #include "kxio/ExtendedHeader.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
 #include "kxio/ThumbnailHeader.h"
+#include "services/FileEdit.h"
 #include "services/IntegrityEdit.h"
 
 namespace kxio {
@@ -70,39 +70,32 @@ void CopyTail(kxbase::IInFileStream& in, uint64_t position, uint64_t newPosition
     }
 }
 
-[[noreturn]] void ThrowCannotWrite(const std::wstring& path) {
-    throw kxbase::KXWritingException(
-        "Cannot write file", {kxbase::Encode_UTF8(path), {}, {}, {}, "it cannot be opened for writing"});
-}
-
 }  // namespace
 
 void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jpeg) {
     ThumbnailHeader thumbnail = MakeRecord(jpeg);
-    MainFileHeader header;
+    { const QSNScanReader looked(path, 0); }  // what is no scan is told as such
+    FileEdit edit(path);
+    // Read again: between looking and locking somebody else may have edited the file.
+    const QSNScanReader reader(path, 0);
+    MainFileHeader header = ScanAccess(reader).GetMainHeader();
+    const uint64_t end = edit.End(header);
+    kxbase::kxInFile in(path);
+    const IntegrityTable integrity = LoadIntegrity(in, header);
     kxbase::InMemoryStream appended;
-    uint64_t fileSize = 0;
-    IntegrityTable integrity;
     Spans spans;
+    thumbnail.Write(&appended);
+    AddHeaderSpans(thumbnail, end, appended.GetBytes(), spans.headers, spans.others);
+    if (header.firstExtendedHeaderPosition != 0) {
+        const uint64_t tail = end + appended.GetSize();
+        CopyTail(in, header.firstExtendedHeaderPosition, tail, appended, spans);
+        header.firstExtendedHeaderPosition = tail;
+    }
+    header.thumbnailHeaderPosition = end;
     std::vector<unsigned char> newMainHeader(MainFileHeader::RecordSize);
-    {
-        const QSNScanReader reader(path, 0);  // validates the file
-        const ScanAccess access(reader);
-        header = access.GetMainHeader();
-        fileSize = access.GetFileSize();
-        kxbase::kxInFile in(path);
-        thumbnail.Write(&appended);
-        integrity = LoadIntegrity(in, header);
-        AddHeaderSpans(thumbnail, fileSize, appended.GetBytes(), spans.headers, spans.others);
-        if (header.firstExtendedHeaderPosition != 0) {
-            const uint64_t tail = fileSize + appended.GetSize();
-            CopyTail(in, header.firstExtendedHeaderPosition, tail, appended, spans);
-            header.firstExtendedHeaderPosition = tail;
-        }
-        header.thumbnailHeaderPosition = fileSize;
-        in.Seek(0);
-        if (in.Read(newMainHeader.data(), newMainHeader.size()) != newMainHeader.size())
-            ThrowCannotWrite(path);
+    if (in.ReadAt(0, newMainHeader.data(), newMainHeader.size()) != newMainHeader.size()) {
+        throw kxbase::KXHeaderReadingException("Invalid main header",
+                                               {kxbase::Encode_UTF8(path), {}, {}, 0, "it cannot be read"});
     }
     // Three neighbouring fields of the main header: extended records, end of the chunks, thumbnail.
     constexpr uint64_t kFirstField = 24;
@@ -115,16 +108,10 @@ void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jp
     const uint64_t fieldsAt = kxbase::IOHeader::FrameSize + kFirstField;
     std::copy(fields.begin(), fields.end(), newMainHeader.begin() + static_cast<std::ptrdiff_t>(fieldsAt));
     spans.headers.push_back({0, newMainHeader.size(), Hash64(newMainHeader)});
-    const auto note =
-        NoteOfEdit(integrity, fileSize + appended.GetBytes().size(), spans.headers, spans.others);
-    appended.Write(note.data(), note.size());
-
-    kxbase::kxOutFile out(path, kxbase::kxOutFile::KeepContent);
-    if (!out.IsOpen() || !out.Seek(fileSize)) ThrowCannotWrite(path);
-    out.Write(appended.GetBytes().data(), appended.GetBytes().size());
-    if (!out.Seek(fieldsAt)) ThrowCannotWrite(path);
-    out.Write(fields.data(), fields.size());
-    out.Close();
+    edit.Append(end, appended.GetBytes(),
+                NoteOfEdit(integrity, end + appended.GetSize(), spans.headers, spans.others));
+    edit.Overwrite(fieldsAt, fields);
+    edit.Close();
 }
 
 }  // namespace kxio

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kxbase/Sizes.h"
+
 namespace kxio {
 
 namespace {
@@ -38,7 +40,7 @@ ValueCounts::Slot& ValueCounts::Find(uint64_t key) {
 }
 
 void ValueCounts::Grow() {
-    std::vector<Slot> old(m_slots.size() * 2);
+    std::vector<Slot> old(kxbase::SizeProduct(m_slots.size(), 2));
     old.swap(m_slots);
     for (const Slot& slot : old) {
         if (slot.count != 0) Find(slot.key) = slot;

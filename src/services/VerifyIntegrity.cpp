@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "services/VerifyIntegrity.h"
 
+#include <algorithm>
+
 #include "format/IntegrityTable.h"
 #include "kxbase/IInFileStream.h"
 #include "services/IntegrityEdit.h"
@@ -14,21 +16,19 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
     for (const uint64_t position : integrity.Damaged())
         findings.Add(
             Error("integrity").At(position).Says("the record is damaged or not where it is said to be"));
-    const std::vector<IntegritySpan>& spans = everything ? integrity.Spans() : integrity.HeaderSpans();
     // What is listed does not overlap but for the starts of previews and histograms, and pieces listed again
     // by edits; a list that claims more must not cost more.
     uint64_t left = 2 * file.Size();
     uint64_t done = 0;
     std::vector<unsigned char> bytes;
-    const IntegritySpan* before = nullptr;
-    for (const IntegritySpan& span : spans) {
-        if (before != nullptr && before->position == span.position && before->byteCount == span.byteCount)
-            continue;
-        before = &span;
+    IntegritySpan before;
+    const auto check = [&](const IntegritySpan& span) {
+        if (before.position == span.position && before.byteCount == span.byteCount) return true;
+        before = span;
         if (span.byteCount > left) {
             findings.Add(
                 Error("integrity").At(integrity.Newest()).Says("it lists more bytes than the file has"));
-            return;
+            return false;
         }
         left -= span.byteCount;
         const uint64_t available = span.position < file.Size() ? file.Size() - span.position : 0;
@@ -37,7 +37,7 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
                              .At(span.position)
                              .Says(std::to_string(span.byteCount) + " bytes are listed there, " +
                                    std::to_string(available) + " are left of the file"));
-            continue;
+            return true;
         }
         file.Read(span.position, span.byteCount, bytes);
         if (integrity.Check(span.position, bytes) == IntegrityTable::Verdict::Wrong)
@@ -45,6 +45,11 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
                              .At(span.position)
                              .Says(std::to_string(span.byteCount) + " bytes do not match their hash"));
         if (progress) progress(done += span.byteCount);
+        return true;
+    };
+    for (const auto* spans : {&integrity.HeaderSpans(), &integrity.OtherSpans()}) {
+        if (spans == &integrity.OtherSpans() && !everything) return;
+        if (!std::all_of(spans->begin(), spans->end(), check)) return;
     }
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "kxbase/IInFileStream.h"
+#include "kxbase/Sizes.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "reader/PatchDecoder.h"
@@ -127,9 +128,9 @@ private:
 
 uint64_t PatchCheck::MostPatchBytes() const {
     // Small patches may hold odd things; large claims are bombs.
-    const uint64_t most = std::max<uint64_t>(m_patchCells * kMostCellBytes, 1 << 20);
-    return std::min(m_withoutGrid || m_patchCells == 0 ? m_options.mostDecodedBytes : most,
-                    m_options.mostDecodedBytes);
+    return m_withoutGrid || m_patchCells == 0
+               ? UINT64_MAX
+               : std::max<uint64_t>(kxbase::SizeProduct(m_patchCells, kMostCellBytes), 1 << 20);
 }
 
 /// Whether the grid is one that previews are made of; grids that the file cannot back are not walked.
@@ -200,7 +201,7 @@ void PatchCheck::OpenPreview(ComponentType component) {
     };
     if (!ReadChunk(entry.position, entry.byteCount, buffers.chunk)) return error("it cannot be read");
     try {
-        const DecodedPatch image = DecodeChunk(buffers, m_options.mostDecodedBytes);
+        const DecodedPatch image = DecodeChunk(buffers, m_options.limits);
         const uint32_t wanted = kxbase::ComponentElementBytes(component);
         if (wanted != 0 && image.elementBytes != wanted)
             error("elements of " + Number(image.elementBytes) + " bytes, where the component has " +
@@ -273,7 +274,7 @@ void PatchCheck::Patch(ComponentType component, const ListedChunk& chunk, PatchB
     };
     if (!ReadChunk(chunk.position, chunk.byteCount, buffers.chunk)) return error("it cannot be read");
     try {
-        const DecodedPatch patch = DecodeChunk(buffers, MostPatchBytes());
+        const DecodedPatch patch = DecodeChunk(buffers, m_options.limits, MostPatchBytes());
         result.decoded = true;
         result.step = patch.header.step;
         result.jpeg = IsJpeg(patch.header.codecId);
@@ -409,7 +410,7 @@ void PatchCheck::ComparePreview(ComponentType component, const std::vector<Liste
         for (const ListedChunk& chunk : chunks) {
             if (chunk.sharedEmpty || !ReadChunk(chunk.position, chunk.byteCount, buffers.chunk)) continue;
             try {
-                const DecodedPatch patch = DecodeChunk(buffers, MostPatchBytes());
+                const DecodedPatch patch = DecodeChunk(buffers, m_options.limits, MostPatchBytes());
                 if (!IsJpeg(patch.header.codecId)) m_preview->Sample(patch, chunk.row, chunk.column);
             } catch (const kxbase::KXException&) {
                 continue;  // told before

@@ -42,9 +42,11 @@ VerifyReport VerifyScan(kxbase::IInFileStream& stream, const VerifyOptions& opti
         report.unsupported = problem.detail.starts_with("Unsupported");
     }
     const VerifiedHeaders headers = VerifyHeaders(file, layout, decode, findings);
-    VerifyIntegrity(file, layout, decode, findings, [&](uint64_t done) {
-        if (options.progress) options.progress(decode ? done / 100 : file.Size(), file.Size());
-    });
+    if (options.limits.checkHashes) {
+        VerifyIntegrity(file, layout, decode, findings, [&](uint64_t done) {
+            if (options.progress) options.progress(decode ? done / 100 : file.Size(), file.Size());
+        });
+    }
     const ListedChunks chunks = VerifyTables(file, layout, findings, report);
     if (!report.isScanFile) report.isScanFile = BeginsLikeAScan(file);
     if (decode) {

@@ -3,6 +3,7 @@ list(APPEND kxio_sources
   services/AngleFit.cpp
   services/DiffScans.cpp
   services/DumpRecords.cpp
+  services/FileEdit.cpp
   services/FileLayout.cpp
   services/FileSets.cpp
   services/FileWindow.cpp

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Fails when a relative link in a document leads nowhere.
 set(links 0)
-file(GLOB documents ${SOURCE}/README.md ${SOURCE}/docs/*.md ${SOURCE}/tests/data/README.md)
+file(GLOB documents ${SOURCE}/README.md ${SOURCE}/SECURITY.md ${SOURCE}/docs/*.md ${SOURCE}/tests/data/README.md)
 foreach(document IN LISTS documents)
   get_filename_component(folder ${document} DIRECTORY)
   file(READ ${document} text)

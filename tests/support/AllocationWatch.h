@@ -5,13 +5,15 @@
 
 namespace kxtest {
 
-/// The largest single memory request of this thread since construction. For one test program: add
+/// What this thread asks of the memory since construction. For one test program: add
 /// support/AllocationWatch.cpp, which replaces operator new, to its sources.
 class AllocationWatch {
 public:
     AllocationWatch();
-    /// Bytes.
+    /// Bytes of the largest single request.
     std::size_t Largest() const;
+    /// The most bytes that were in use at once besides those at construction.
+    std::size_t Peak() const;
 };
 
 }  // namespace kxtest

@@ -9,6 +9,7 @@
 #include "grid/GridPacking.h"
 #include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
+#include "kxbase/Sizes.h"
 
 namespace kxcodecs::grid {
 namespace {
@@ -35,7 +36,7 @@ void AppendPlanes(const std::vector<T>& values, Bytes& out) {
 }
 template <class T>
 void TakePlanes(kxbase::ByteReader& in, std::size_t count, std::vector<T>& values, const char* field) {
-    const auto bytes = in.Take(uint64_t{count} * sizeof(T), field);
+    const auto bytes = in.Take(kxbase::SizeProduct(count, sizeof(T)), field);
     values.resize(count);
     for (std::size_t i = 0; i < count; ++i) {
         T value = bytes[i];
@@ -263,9 +264,10 @@ bool ReadMask(const PayloadParts& parts, const Shape& shape, Bytes& scratch, std
             mask[i] = (i + 1) % groups == 0 ? lastWord : uint16_t{0xFFFF};
         return true;
     }
-    if (words * 2 > parts.mask.size() * kMostZstdExpansion) return false;
-    if (scratch.size() < words * 2) scratch.resize(words * 2);
-    if (!UnpackZstdFrame(parts.mask, {scratch.data(), words * 2})) return false;
+    const uint64_t bytes = kxbase::SizeProduct(words, 2);
+    if (bytes > kxbase::SizeProduct(parts.mask.size(), kMostZstdExpansion)) return false;
+    if (scratch.size() < bytes) scratch.resize(bytes);
+    if (!UnpackZstdFrame(parts.mask, {scratch.data(), static_cast<std::size_t>(bytes)})) return false;
     const auto changeOf = [&](std::size_t i) {
         return static_cast<uint32_t>(scratch[2 * i]) | static_cast<uint32_t>(scratch[2 * i + 1]) << 8;
     };
