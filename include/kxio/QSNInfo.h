@@ -28,8 +28,6 @@ class QSNScanReader;
 /// at the same time one is refused with KXFileLockedException "File is being edited". A file that is being
 /// written must not be edited.
 ///
-/// Limits are those of the opening; the defaults unless others are given.
-///
 /// Every operation but `SetParentUUID` and the file-set members throws KXHeaderReadingException
 /// "Cannot open file" for a path that cannot be opened, and whatever opening a reader throws for a file
 /// that is damaged or no scan; the file is closed and unchanged then. Edits pass on the
@@ -50,58 +48,58 @@ public:
     QSNInfo& operator=(QSNInfo&&) noexcept { return *this; }
 
     /// Where the scan stands.
-    static kxbase::RegistrationInformation GetRegistrationInfo(const std::wstring& path,
-                                                               const Limits& limits = {});
+    static kxbase::RegistrationInformation GetRegistrationInfo(const std::wstring& path);
     /// Overwrites the 96 bytes of the registration, 68 bytes behind the start of the scan header record.
     /// \throws KXHeaderOperationException for a scan header older than version 210; the file is untouched
-    static void SetRegistrationInfo(const std::wstring& path, kxbase::RegistrationInformation registration,
-                                    const Limits& limits = {});
+    static void SetRegistrationInfo(const std::wstring& path, kxbase::RegistrationInformation registration);
 
     /// Appends a message record at the end of the file. No header is updated: a file without any extended
     /// record keeps the text, but a reader, which starts at the first such record, does not find it.
-    static void AddMessage(const std::wstring& path, const std::wstring& text, const Limits& limits = {});
+    static void AddMessage(const std::wstring& path, const std::wstring& text);
     /// In the order of the file.
-    static std::list<std::wstring> GetMessages(const std::wstring& path, const Limits& limits = {});
+    static std::list<std::wstring> GetMessages(const std::wstring& path);
     /// As `AddMessage`, for a warning.
-    static void AddWarning(const std::wstring& path, const std::wstring& text, const Limits& limits = {});
+    static void AddWarning(const std::wstring& path, const std::wstring& text);
     /// In the order of the file.
-    static std::list<std::wstring> GetWarnings(const std::wstring& path, const Limits& limits = {});
+    static std::list<std::wstring> GetWarnings(const std::wstring& path);
     /// As `AddMessage`, for a link to a related high-quality file. Adding twice gives two records.
-    static void AddHQLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits = {});
+    static void AddHQLink(const std::wstring& path, const kxbase::UUID& link);
     /// In the order of the file; texts that are no UUID are left out.
-    static std::list<kxbase::UUID> GetHQLink(const std::wstring& path, const Limits& limits = {});
+    static std::list<kxbase::UUID> GetHQLink(const std::wstring& path);
     /// As `AddHQLink`, for a file of the ER kind.
-    static void AddERLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits = {});
+    static void AddERLink(const std::wstring& path, const kxbase::UUID& link);
     /// In the order of the file; texts that are no UUID are left out.
-    static std::list<kxbase::UUID> GetERLink(const std::wstring& path, const Limits& limits = {});
+    static std::list<kxbase::UUID> GetERLink(const std::wstring& path);
     /// As `AddHQLink`, for an HDR file.
-    static void AddHDRLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits = {});
+    static void AddHDRLink(const std::wstring& path, const kxbase::UUID& link);
     /// In the order of the file; texts that are no UUID are left out.
-    static std::list<kxbase::UUID> GetHDRLink(const std::wstring& path, const Limits& limits = {});
+    static std::list<kxbase::UUID> GetHDRLink(const std::wstring& path);
 
     /// Set for any stored byte but 0.
-    static SpeckleFlag GetSpeckleFlag(const std::wstring& path, const Limits& limits = {});
+    static SpeckleFlag GetSpeckleFlag(const std::wstring& path);
     /// True for a writer revision below 240: the sampling ratio of such a file's previews is not reliable.
-    static bool HasPreviewSamplingRatioIssue(const std::wstring& path, const Limits& limits = {});
+    static bool HasPreviewSamplingRatioIssue(const std::wstring& path);
     /// Angles, size and patches.
-    static kxbase::GridTopology GetGridInfo(const std::wstring& path, const Limits& limits = {});
+    static kxbase::GridTopology GetGridInfo(const std::wstring& path);
     /// In the file's length unit; 0 when the scan was not sampled.
-    static float GetSpatialSamplingDistance(const std::wstring& path, const Limits& limits = {});
+    static float GetSpatialSamplingDistance(const std::wstring& path);
     /// Cells with a return, as the writer counted them.
-    static uint64_t GetValidPointCount(const std::wstring& path, const Limits& limits = {});
+    static uint64_t GetValidPointCount(const std::wstring& path);
     /// Locked for any stored byte but 0.
-    static LockStatus Get3DLockStatus(const std::wstring& path, const Limits& limits = {});
+    static LockStatus Get3DLockStatus(const std::wstring& path);
     /// Whether the scan holds the colour component.
-    static bool IsScanColored(const std::wstring& path, const Limits& limits = {});
+    static bool IsScanColored(const std::wstring& path);
     /// Whether the properties' component list holds the colour component. Reads no file.
     static bool IsScanColored(const ScanProperties& properties);
     /// Everything known without decoding.
     /// \throws KXFileNotOpenException "No file open" when the file was lost while it was read
-    static ScanProperties GetAllInfo(const std::wstring& path, const Limits& limits = {});
+    static ScanProperties GetAllInfo(const std::wstring& path);
+    /// The same of a file that asks for more than the default limits allow.
+    static ScanProperties GetAllInfo(const std::wstring& path, const Limits& limits);
     /// Zero for a file without identifiers.
-    static kxbase::UUID GetScanUUID(const std::wstring& path, const Limits& limits = {});
+    static kxbase::UUID GetScanUUID(const std::wstring& path);
     /// Zero for a scan without a parent.
-    static kxbase::UUID GetParentUUID(const std::wstring& path, const Limits& limits = {});
+    static kxbase::UUID GetParentUUID(const std::wstring& path);
     /// Never succeeds: throws KXHeaderOperationException, without touching the path.
     [[noreturn]] static void SetParentUUID(const std::wstring& path, const kxbase::UUID& parent);
 
@@ -117,8 +115,8 @@ public:
     static bool IsMergeNeeded(const std::wstring& path);
 
 private:
-    static std::unique_ptr<QSNScanReader> OpenHeaders(const std::wstring& path, const Limits& limits);
-    static void Append(const std::wstring& path, ExtendedHeader& record, const Limits& limits);
+    static std::unique_ptr<QSNScanReader> OpenHeaders(const std::wstring& path, const Limits& limits = {});
+    static void Append(const std::wstring& path, ExtendedHeader& record);
 };
 
 }  // namespace kxio

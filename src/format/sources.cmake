@@ -14,6 +14,7 @@ list(APPEND kxio_sources
   format/IntegrityExtendedHeader.cpp
   format/IntegrityTable.cpp
   format/Limits.cpp
+  format/LongLookupTable.cpp
   format/LookupTableHeader.cpp
   format/MainFileHeader.cpp
   format/MinMaxHeader.cpp

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Opening: headers, lookup tables, preview size.
 #include <algorithm>
+#include <array>
 
+#include "format/LongLookupTable.h"
 #include "kxbase/Sizes.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/ComponentHeader.h"
@@ -10,6 +12,43 @@
 #include "reader/RecordAt.h"
 
 namespace kxio {
+
+namespace {
+
+// What a table takes in the file, but for a few bytes.
+uint64_t EntryBytes(const LookupTable& table) {
+    uint64_t bytes = 0;
+    for (const auto& [component, entries] : table) {
+        bytes = kxbase::SizeSum(bytes, kxbase::SizeProduct(entries.size(), LookupTableHeader::EntryBytes));
+    }
+    return bytes;
+}
+
+// False, with the reason, when no table lies there. `kept`: bytes of the file that are in memory already.
+bool ReadTable(InputWindow& input, uint64_t position, uint64_t kept, const Limits& limits,
+               LookupTableHeader& table, kxbase::ErrorContext& problem) {
+    kept = std::min(kept, input.GetSize());
+    // From here on a table is not held in memory beside its bytes.
+    constexpr uint64_t kLong = uint64_t{1} << 20;
+    std::array<unsigned char, kxbase::IOHeader::FrameSize> bytes{};
+    if (input.Seek(position) && input.Read(bytes.data(), bytes.size()) == bytes.size()) {
+        const kxbase::RecordFrame frame = kxbase::IOHeader::DecodeFrame(bytes);
+        const uint64_t start = input.Tell();
+        if (frame.tag == LookupTableHeader::Magic && frame.version >= LookupTableHeader::MinimumVersion &&
+            frame.payloadSize > kLong && frame.payloadSize <= limits.recordBytes &&
+            frame.payloadSize <= input.GetSize() - kept &&
+            frame.payloadSize <= input.GetSize() - std::min(start, input.GetSize())) {
+            return ReadLongLookupTable(input, start, frame.payloadSize, limits.components, *table.GetTable(),
+                                       problem);
+        }
+    }
+    table.LimitComponents(limits.components, "components");
+    if (ReadRecordAt(&input, position, table)) return true;
+    problem = ProblemOf(table, position);
+    return false;
+}
+
+}  // namespace
 
 void QSNScanReader::SetupPostOpening() {
     ResetTables();
@@ -52,11 +91,7 @@ void QSNScanReader::InitFile() {
 // Before a record of any size is read. Records do not lie inside each other, so what opening keeps of them
 // and the next one are together no longer than the file; positions that say otherwise must not cost more.
 void QSNScanReader::BoundRecord(kxbase::IOHeader& record) const {
-    uint64_t kept = 0;
-    for (const LookupTable* table : {&m_patchTable, &m_previewTable}) {
-        for (const auto& [component, entries] : *table)
-            kept = kxbase::SizeSum(kept, kxbase::SizeProduct(entries.size(), LookupTableHeader::EntryBytes));
-    }
+    const uint64_t kept = kxbase::SizeSum(EntryBytes(m_patchTable), EntryBytes(m_previewTable));
     const uint64_t left = m_streamBytes - std::min(kept, m_streamBytes);
     const bool byFile = left < m_limits.recordBytes;
     record.LimitPayload(byFile ? left : m_limits.recordBytes, byFile ? "file size" : "recordBytes");
@@ -127,11 +162,8 @@ void QSNScanReader::FillupPatchPosition() {
     InputWindow input = RecordInput(InputWindow::kUsualBytes);
     LookupTableHeader table(&m_patchTable);
     BoundRecord(table);
-    table.LimitComponents(m_limits.components, "components");
-    if (!ReadRecordAt(&input, m_mainHeader.lookupTablePosition, table)) {
-        throw kxbase::KXIncompleteFileException("Lookup table not found",
-                                                ProblemOf(table, m_mainHeader.lookupTablePosition));
-    }
+    if (!ReadTable(input, m_mainHeader.lookupTablePosition, 0, m_limits, table, context))
+        throw kxbase::KXIncompleteFileException("Lookup table not found", context);
 }
 
 void QSNScanReader::FillupPreviewPosition() {
@@ -139,11 +171,10 @@ void QSNScanReader::FillupPreviewPosition() {
     InputWindow input = RecordInput(InputWindow::kUsualBytes);
     LookupTableHeader table(&m_previewTable);
     BoundRecord(table);
-    table.LimitComponents(m_limits.components, "components");
-    if (!ReadRecordAt(&input, m_mainHeader.previewLookupTablePosition, table)) {
-        throw kxbase::KXIncompleteFileException("No preview found",
-                                                ProblemOf(table, m_mainHeader.previewLookupTablePosition));
-    }
+    kxbase::ErrorContext context;
+    if (!ReadTable(input, m_mainHeader.previewLookupTablePosition, EntryBytes(m_patchTable), m_limits, table,
+                   context))
+        throw kxbase::KXIncompleteFileException("No preview found", context);
     // A preview is one chunk; only the first entry of a component is ever looked at.
     for (auto& [component, entries] : m_previewTable) {
         if (entries.size() > 1) entries = {entries.front()};

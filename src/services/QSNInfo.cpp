@@ -60,24 +60,23 @@ std::unique_ptr<QSNScanReader> QSNInfo::OpenHeaders(const std::wstring& path, co
 }
 
 // The record, and its hash in a file that carries hashes.
-void QSNInfo::Append(const std::wstring& path, ExtendedHeader& record, const Limits& limits) {
-    OpenHeaders(path, limits);  // what is no scan is told as such, whether it can be written or not
+void QSNInfo::Append(const std::wstring& path, ExtendedHeader& record) {
+    OpenHeaders(path);  // what is no scan is told as such, whether it can be written or not
     const auto bytes = Bytes(record);
     FileEdit edit(path);
     // Read again: between looking and locking somebody else may have edited the file.
-    const auto reader = OpenHeaders(path, limits);
+    const auto reader = OpenHeaders(path);
     const uint64_t end = edit.End(reader->m_mainHeader);
     edit.Append(end, bytes,
                 NoteOfEdit(*reader->m_integrity, end + bytes.size(), {{end, bytes.size(), Hash64(bytes)}}));
     edit.Close();
 }
 
-kxbase::RegistrationInformation QSNInfo::GetRegistrationInfo(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->m_scanProperties.registration;
+kxbase::RegistrationInformation QSNInfo::GetRegistrationInfo(const std::wstring& path) {
+    return OpenHeaders(path)->m_scanProperties.registration;
 }
 
-void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::RegistrationInformation registration,
-                                  const Limits& limits) {
+void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::RegistrationInformation registration) {
     const auto placeIn = [&path](const QSNScanReader& reader) {
         const ScanHeader& header = reader.m_scanHeader;
         const uint64_t start = reader.m_mainHeader.scanHeaderPosition;
@@ -92,13 +91,13 @@ void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::Registration
         }
         return start + piece.offset;
     };
-    placeIn(*OpenHeaders(path, limits));
+    placeIn(*OpenHeaders(path));
     std::array<unsigned char, kxbase::RegistrationInformation::ByteSize> block{};
     kxbase::ByteWriter encode(block);
     EncodeRegistration(registration, encode);
     FileEdit edit(path);
     // Read again: between looking and locking somebody else may have edited the file.
-    const auto reader = OpenHeaders(path, limits);
+    const auto reader = OpenHeaders(path);
     const uint64_t position = placeIn(*reader);
     if (reader->m_integrity->Present()) {
         const uint64_t end = edit.End(reader->m_mainHeader);
@@ -109,72 +108,75 @@ void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::Registration
     edit.Close();
 }
 
-void QSNInfo::AddMessage(const std::wstring& path, const std::wstring& text, const Limits& limits) {
+void QSNInfo::AddMessage(const std::wstring& path, const std::wstring& text) {
     CommentExtendedHeader record(text);
-    Append(path, record, limits);
+    Append(path, record);
 }
-std::list<std::wstring> QSNInfo::GetMessages(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->GetMessageList();
+std::list<std::wstring> QSNInfo::GetMessages(const std::wstring& path) {
+    return OpenHeaders(path)->GetMessageList();
 }
 
-void QSNInfo::AddWarning(const std::wstring& path, const std::wstring& text, const Limits& limits) {
+void QSNInfo::AddWarning(const std::wstring& path, const std::wstring& text) {
     WarningExtendedHeader record(text);
-    Append(path, record, limits);
+    Append(path, record);
 }
-std::list<std::wstring> QSNInfo::GetWarnings(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->GetWarningList();
+std::list<std::wstring> QSNInfo::GetWarnings(const std::wstring& path) {
+    return OpenHeaders(path)->GetWarningList();
 }
 
-void QSNInfo::AddHQLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits) {
+void QSNInfo::AddHQLink(const std::wstring& path, const kxbase::UUID& link) {
     HQExtendedHeader record(link);
-    Append(path, record, limits);
+    Append(path, record);
 }
-std::list<kxbase::UUID> QSNInfo::GetHQLink(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->m_hqLinks;
+std::list<kxbase::UUID> QSNInfo::GetHQLink(const std::wstring& path) {
+    return OpenHeaders(path)->m_hqLinks;
 }
 
-void QSNInfo::AddERLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits) {
+void QSNInfo::AddERLink(const std::wstring& path, const kxbase::UUID& link) {
     ERExtendedHeader record(link);
-    Append(path, record, limits);
+    Append(path, record);
 }
-std::list<kxbase::UUID> QSNInfo::GetERLink(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->m_erLinks;
+std::list<kxbase::UUID> QSNInfo::GetERLink(const std::wstring& path) {
+    return OpenHeaders(path)->m_erLinks;
 }
 
-void QSNInfo::AddHDRLink(const std::wstring& path, const kxbase::UUID& link, const Limits& limits) {
+void QSNInfo::AddHDRLink(const std::wstring& path, const kxbase::UUID& link) {
     HDRExtendedHeader record(link);
-    Append(path, record, limits);
+    Append(path, record);
 }
-std::list<kxbase::UUID> QSNInfo::GetHDRLink(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->m_hdrLinks;
-}
-
-QSNInfo::SpeckleFlag QSNInfo::GetSpeckleFlag(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->IsSpeckleCorrectionNeeded() ? SpeckleSet : SpeckleClear;
-}
-bool QSNInfo::HasPreviewSamplingRatioIssue(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->HasPreviewSamplingRatioIssue();
-}
-kxbase::GridTopology QSNInfo::GetGridInfo(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->Grid();
-}
-float QSNInfo::GetSpatialSamplingDistance(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->GetSpatialSamplingDistance();
-}
-uint64_t QSNInfo::GetValidPointCount(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->GetValidPointCount();
-}
-QSNInfo::LockStatus QSNInfo::Get3DLockStatus(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->Is3DLocked() ? Locked : Unlocked;
+std::list<kxbase::UUID> QSNInfo::GetHDRLink(const std::wstring& path) {
+    return OpenHeaders(path)->m_hdrLinks;
 }
 
-bool QSNInfo::IsScanColored(const std::wstring& path, const Limits& limits) {
-    return IsScanColored(GetAllInfo(path, limits));
+QSNInfo::SpeckleFlag QSNInfo::GetSpeckleFlag(const std::wstring& path) {
+    return OpenHeaders(path)->IsSpeckleCorrectionNeeded() ? SpeckleSet : SpeckleClear;
+}
+bool QSNInfo::HasPreviewSamplingRatioIssue(const std::wstring& path) {
+    return OpenHeaders(path)->HasPreviewSamplingRatioIssue();
+}
+kxbase::GridTopology QSNInfo::GetGridInfo(const std::wstring& path) {
+    return OpenHeaders(path)->Grid();
+}
+float QSNInfo::GetSpatialSamplingDistance(const std::wstring& path) {
+    return OpenHeaders(path)->GetSpatialSamplingDistance();
+}
+uint64_t QSNInfo::GetValidPointCount(const std::wstring& path) {
+    return OpenHeaders(path)->GetValidPointCount();
+}
+QSNInfo::LockStatus QSNInfo::Get3DLockStatus(const std::wstring& path) {
+    return OpenHeaders(path)->Is3DLocked() ? Locked : Unlocked;
+}
+
+bool QSNInfo::IsScanColored(const std::wstring& path) {
+    return IsScanColored(GetAllInfo(path));
 }
 bool QSNInfo::IsScanColored(const ScanProperties& properties) {
     return properties.componentCodecs.contains(kxbase::Color);
 }
 
+ScanProperties QSNInfo::GetAllInfo(const std::wstring& path) {
+    return GetAllInfo(path, {});
+}
 ScanProperties QSNInfo::GetAllInfo(const std::wstring& path, const Limits& limits) {
     const auto reader = OpenHeaders(path, limits);
     if (reader->m_stream == nullptr) {
@@ -183,11 +185,11 @@ ScanProperties QSNInfo::GetAllInfo(const std::wstring& path, const Limits& limit
     return reader->GetScanInformation();
 }
 
-kxbase::UUID QSNInfo::GetScanUUID(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->GetScanUUID();
+kxbase::UUID QSNInfo::GetScanUUID(const std::wstring& path) {
+    return OpenHeaders(path)->GetScanUUID();
 }
-kxbase::UUID QSNInfo::GetParentUUID(const std::wstring& path, const Limits& limits) {
-    return OpenHeaders(path, limits)->GetParentUUID();
+kxbase::UUID QSNInfo::GetParentUUID(const std::wstring& path) {
+    return OpenHeaders(path)->GetParentUUID();
 }
 
 void QSNInfo::SetParentUUID(const std::wstring& path, const kxbase::UUID&) {

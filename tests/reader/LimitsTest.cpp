@@ -206,7 +206,6 @@ TEST(ReaderLimits, CanBeGivenToInspectionAndVerificationToo) {
     Limits limits;
     limits.textBytes = 1000;
     EXPECT_EQ(Refusal([&] { kxio::QSNInfo::GetAllInfo(path, limits); })->first, "Error opening file");
-    EXPECT_EQ(Refusal([&] { kxio::QSNInfo::AddMessage(path, L"m", limits); })->first, "Error opening file");
     EXPECT_EQ(kxio::QSNInfo::GetMessages(path).size(), 1U);
     kxio::VerifyOptions options;
     options.limits.decodedBytes = 1000;
