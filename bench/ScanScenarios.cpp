@@ -2,11 +2,14 @@
 // What people do with a scan: import it, open it, read all of it, one layer, one patch; export it.
 #include <benchmark/benchmark.h>
 
+#include <ctime>
+#include <filesystem>
 #include <random>
 
 #include "BenchScan.h"
 #include "kxexchange/ExportScan.h"
 #include "kxexchange/ImportScan.h"
+#include "kxio/ProtectFile.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
 
@@ -70,6 +73,49 @@ void ReadAll(benchmark::State& state) {
     SetFigures(state, scan.ValueBytes(), scan.Cells());
 }
 BENCHMARK(ReadAll)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Reads all of a scan that carries hashes, with and without checking them in turns, so that what else the
+// machine does falls on both. The ratio of the processor times is the counter `checked_to_unchecked`.
+void ReadAllChecked(benchmark::State& state) {
+    const BenchScan& scan = BenchScan::Get();
+    const std::filesystem::path path = scan.Folder() / "hashes.qsn";
+    std::filesystem::copy_file(scan.Qsn(), path, std::filesystem::copy_options::overwrite_existing);
+    kxio::ProtectFile(path.wstring());
+    kxio::QSNScanReader checked(path.wstring());
+    kxio::QSNScanReader unchecked;
+    kxio::Limits limits;
+    limits.checkHashes = false;
+    unchecked.SetLimits(limits);
+    unchecked.Open(path.wstring());
+    if (!checked.HasIntegrity() || unchecked.HasIntegrity())
+        return state.SkipWithError("hashes are not as wanted");
+    std::vector<std::vector<unsigned char>> layers;
+    for (const kxbase::ComponentType component : scan.Components())
+        layers.emplace_back(scan.Cells() * kxio::ScanAccess(checked).ElementBytes(component));
+    const auto readAll = [&](const kxio::QSNScanReader& reader) {
+        const kxio::ScanAccess access(reader);
+        const std::clock_t start = std::clock();
+        for (size_t i = 0; i < layers.size(); ++i) {
+            const kxbase::ComponentType component = scan.Components()[i];
+            access.ReadRectBytes(component, access.GetGridRect(), access.ElementBytes(component), layers[i]);
+        }
+        benchmark::ClobberMemory();
+        return static_cast<double>(std::clock() - start);
+    };
+    double with = 0;
+    double without = 0;
+    bool first = true;
+    readAll(checked);
+    for (auto _ : state) {
+        if (first) without += readAll(unchecked);
+        with += readAll(checked);
+        if (!first) without += readAll(unchecked);
+        first = !first;
+    }
+    state.counters["checked_to_unchecked"] = with / without;
+    SetFigures(state, 2 * scan.ValueBytes(), 2 * scan.Cells());
+}
+BENCHMARK(ReadAllChecked)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void ReadRangeLayer(benchmark::State& state) {
     const BenchScan& scan = BenchScan::Get();

@@ -135,7 +135,7 @@ const CommandDescription kCommands[] = {
      MakeStatsCommand},
     {"protect",
      "Add hashes of every part, so that damage is told",
-     {{"qsn protect scan.qsn", "verifies the file first; what it held before stays as it is"}},
+     {{"qsn protect old.qsn", "verifies the file first; what it held before stays as it is"}},
      false,
      MakeProtectCommand},
     {"recover",

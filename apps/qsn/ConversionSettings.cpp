@@ -17,7 +17,8 @@ namespace qsn {
 namespace {
 
 void DefineImport(CLI::App& app, std::string& patch, std::vector<std::string>& codecs,
-                  std::vector<std::string>& scales, std::string& color, CodecPresetFlags& presets) {
+                  std::vector<std::string>& scales, std::string& color, CodecPresetFlags& presets,
+                  bool& noHashes) {
     app.add_option("--patch", patch,
                    "Cells per patch of a .qsn file: one number,\n"
                    "or WxH (default: 256)")
@@ -31,6 +32,9 @@ void DefineImport(CLI::App& app, std::string& patch, std::vector<std::string>& c
         ->delimiter(',')
         ->type_name("COMPONENT=CODEC");
     DefineCodecPresets(app, presets);
+    app.add_flag("--no-hashes", noHashes,
+                 "No hashes in a .qsn file; they tell damage and\n"
+                 "are there unless --plain is given");
     app.add_option("--scale", scales,
                    "Smallest difference that a .qsn file keeps:\n"
                    "range in millimetres (default: 0.1);\n"
@@ -99,7 +103,8 @@ void ConversionSettings::Define(CLI::App& app, ConversionVerb verb) {
                      "Leave out cells without a return where the\n"
                      "format may do without them");
     }
-    if (verb != ConversionVerb::Export) DefineImport(app, m_patch, m_codecs, m_scales, m_color, m_presets);
+    if (verb != ConversionVerb::Export)
+        DefineImport(app, m_patch, m_codecs, m_scales, m_color, m_presets, m_noHashes);
     app.add_flag("--no-intensity", m_noIntensity, "Leave out intensities");
     app.add_flag("--no-color", m_noColor, "Leave out colours");
     app.add_flag("--strict", m_strict,
@@ -126,6 +131,7 @@ kxexchange::ImportOptions ConversionSettings::ImportOptions(const Session& sessi
     start.strict = m_strict;
     if (!m_patch.empty()) ApplyPatch(m_patch, start);
     if (m_presets.Any()) m_presets.Apply(start);
+    start.hashes = !m_noHashes && !m_presets.plain;
     if (!m_color.empty()) ApplyColor(m_color, start);
     for (const std::string& text : m_codecs)
         ApplyCodec(text, start);
@@ -168,12 +174,12 @@ std::string ConversionSettings::ScanName() const {
 std::string ConversionSettings::Text() const {
     return fmt::format(
         "scan={} from={} to={} patch={} codec={} scale={} color={} coordinates={} decimals={} plane={} "
-        "flags={}{}{}{}{}{}{}{}{}{}",
+        "flags={}{}{}{}{}{}{}{}{}{}{}",
         m_scan, m_from, m_to, m_patch, fmt::join(m_codecs, ","), fmt::join(m_scales, ","), m_color,
         m_coordinates, m_decimals, m_plane, m_registered ? 'r' : '-', m_local ? 'l' : '-',
         m_noIntensity ? 'i' : '-', m_noColor ? 'c' : '-', m_onlyReturns ? 'o' : '-', m_strict ? 's' : '-',
         m_presets.fast ? 'f' : '-', m_presets.small ? 'm' : '-', m_presets.plain ? 'p' : '-',
-        m_regrid ? 'g' : '-');
+        m_regrid ? 'g' : '-', m_noHashes ? 'h' : '-');
 }
 
 }  // namespace qsn

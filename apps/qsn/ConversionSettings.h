@@ -67,6 +67,7 @@ private:
     bool m_noColor = false;
     bool m_onlyReturns = false;
     bool m_regrid = false;
+    bool m_noHashes = false;
     bool m_strict = false;
     bool m_json = false;
 };

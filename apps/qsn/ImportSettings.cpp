@@ -40,7 +40,7 @@ void CodecPresetFlags::Apply(ImportOptions& options) const {
 void DefineCodecPresets(CLI::App& app, CodecPresetFlags& flags) {
     app.add_flag("--fast", flags.fast, "Codecs that are quickest to read");
     app.add_flag("--small", flags.small, "Codecs that make the file smallest (default)");
-    app.add_flag("--plain", flags.plain, "zlib alone, which every reader knows");
+    app.add_flag("--plain", flags.plain, "zlib alone, which every reader knows, and no\nhashes");
 }
 
 void ApplyPatch(const std::string& text, ImportOptions& options) {

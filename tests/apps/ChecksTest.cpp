@@ -16,7 +16,7 @@ using Json = nlohmann::json;
 class Checks : public ImportedScan {
 protected:
     void SetUp() override {
-        Import(MakeSmallPtx(), {"--patch", "16"});
+        Import(MakeSmallPtx(), {"--patch", "16", "--no-hashes"});
         m_whole = m_folder.Read("scan.qsn");
     }
     /// broken.qsn: the scan with one byte changed.

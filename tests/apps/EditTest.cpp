@@ -28,7 +28,7 @@ uint64_t ReadU64(const std::string& bytes, size_t offset) {
 class Edit : public ImportedScan {
 protected:
     void SetUp() override {
-        Import(MakeSmallPtx());
+        Import(MakeSmallPtx(), {"--no-hashes"});
         m_before = m_folder.Read("scan.qsn");
         m_messages = Info()["messages"];
     }

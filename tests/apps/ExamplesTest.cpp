@@ -15,8 +15,8 @@
 namespace qsn {
 namespace {
 
-/// What the examples take for granted: scan.ptx, scan.ptx.gz, several.ptx and, but for imports, scan.qsn and
-/// broken.qsn, which is the former without its end.
+/// What the examples take for granted: scan.ptx, scan.ptx.gz, several.ptx and, but for imports, scan.qsn,
+/// broken.qsn, which is the former without its end, and old.qsn, which has no hashes.
 void Prepare(const TemporaryFolder& folder, bool withScan) {
     const std::string ptx = MakeSmallPtx();
     folder.Write("scan.ptx", ptx);
@@ -25,6 +25,7 @@ void Prepare(const TemporaryFolder& folder, bool withScan) {
     ASSERT_EQ(RunShellLine("gzip -c scan.ptx > scan.ptx.gz", here).exitCode, 0);
     if (!withScan) return;
     ASSERT_EQ(RunQsn({"import", "-q", "scan.ptx", "scan.qsn"}, here).exitCode, 0);
+    ASSERT_EQ(RunQsn({"import", "-q", "--no-hashes", "scan.ptx", "old.qsn"}, here).exitCode, 0);
     ASSERT_EQ(RunQsn({"thumbnail", "-q", "scan.qsn", "photo.jpg"}, here).exitCode, 0);
     const std::string whole = folder.Read("scan.qsn");
     folder.Write("broken.qsn", whole.substr(0, whole.size() - 300));

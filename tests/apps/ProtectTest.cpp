@@ -9,7 +9,7 @@ namespace {
 
 class Protect : public ImportedScan {
 protected:
-    void SetUp() override { Import(MakeSmallPtx(80, 60), {"--patch", "32x16"}); }
+    void SetUp() override { Import(MakeSmallPtx(80, 60), {"--patch", "32x16", "--no-hashes"}); }
 };
 
 TEST_F(Protect, AddsHashesOnceAndKeepsTheBytesOfTheFile) {
@@ -27,6 +27,26 @@ TEST_F(Protect, AddsHashesOnceAndKeepsTheBytesOfTheFile) {
     EXPECT_EQ(Run({"verify", "--deep", "-q", "scan.qsn"}).exitCode, 0);
     EXPECT_EQ(Run({"edit", "-q", "--message", "more", "--speckle", "on", "scan.qsn"}).exitCode, 0);
     EXPECT_EQ(Run({"verify", "--deep", "-q", "scan.qsn"}).exitCode, 0);
+}
+
+TEST_F(Protect, ImportAndConvertWriteHashesUnlessTheyAreRefused) {
+    const auto hasHashes = [this](const std::vector<std::string>& command) {
+        std::vector<std::string> words = command;
+        words.insert(words.end(), {"-q", "--force"});
+        const ProgramResult result = Run(words);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        return OutputJson({"protect", words[2]})["added"] == false;
+    };
+    m_folder.Write("scan.ptx", MakeSmallPtx(80, 60));
+    EXPECT_TRUE(hasHashes({"import", "scan.ptx", "a.qsn"}));
+    EXPECT_TRUE(hasHashes({"import", "scan.ptx", "b.qsn", "--fast"}));
+    EXPECT_FALSE(hasHashes({"import", "scan.ptx", "c.qsn", "--plain"}));
+    EXPECT_FALSE(hasHashes({"import", "scan.ptx", "d.qsn", "--no-hashes"}));
+    EXPECT_TRUE(hasHashes({"convert", "scan.ptx", "e.qsn"}));
+    ASSERT_EQ(Run({"convert", "-q", "--no-hashes", "a.qsn", "f.qsn"}).exitCode, 0);
+    EXPECT_TRUE(hasHashes({"convert", "f.qsn", "g.qsn", "--fast"}));
+    EXPECT_FALSE(hasHashes({"convert", "a.qsn", "h.qsn", "--no-hashes", "--fast"}));
+    EXPECT_FALSE(hasHashes({"convert", "a.qsn", "i.qsn", "--plain"}));
 }
 
 TEST_F(Protect, ADamagedFileIsRefusedAndLeftAsItIs) {

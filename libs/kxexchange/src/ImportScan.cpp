@@ -328,6 +328,7 @@ void Import::Write(const std::filesystem::path& path) {
     m_writer = std::make_unique<kxio::QSNScanWriter>();
     m_writer->CreateNew(WidePath(path), m_report.grid);
     m_writer->DisableHistogramComputation(!m_options.histograms);
+    m_writer->SetIntegrity(m_options.hashes.value_or(false));
 
     using ColumnPointer = std::unique_ptr<PatchColumn>;
     if (m_options.threads == 1) {

@@ -284,7 +284,7 @@ void Recoding::Write(const std::filesystem::path& path) {
     m_writer = std::make_unique<kxio::QSNScanWriter>();
     m_writer->CreateNew(WidePath(path), m_grid);
     m_writer->DisableHistogramComputation(!m_options.histograms);
-    m_writer->SetIntegrity(m_reader.HasIntegrity());
+    m_writer->SetIntegrity(m_options.hashes.value_or(m_reader.HasIntegrity()));
     for (uint32_t column = 0; column < m_grid.PatchesPerRow(); ++column) {
         for (uint32_t row = 0; row < m_grid.PatchesPerColumn(); ++row)
             AddPatch(row, column);

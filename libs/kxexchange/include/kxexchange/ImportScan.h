@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,9 @@ struct ImportOptions {
     bool intensity = true;          ///< keep intensity (components 4 and 5)
     bool color = true;              ///< keep colour (component 6)
     bool histograms = true;         ///< count intensities per patch
+    /// Hashes of every part (`QSNScanWriter::SetIntegrity`). Unset: where the source is a .qsn file that has
+    /// them.
+    std::optional<bool> hashes;
     /// Previews are the grid reduced by a whole step, so that no side is longer than this, and at least by
     /// two unless the grid is small (up to 16384 cells).
     uint32_t previewSide = 1000;

@@ -14,8 +14,8 @@ KXEXCHANGE_EXPORT ImportOptions OptionsOf(const std::filesystem::path& scanPath)
 /// Writes a .qsn scan into a new .qsn file with other codecs, scales, patches or previews.
 ///
 /// Grid, components (also those of unknown meaning), registration, identifiers, texts, links and thumbnail
-/// stay; limits, histograms, previews, the count of points and, where the file has them, hashes are made
-/// anew. Patches that the file does not hold stay absent, or become empty where the patch size changes.
+/// stay; limits, histograms, previews, the count of points and, where the file has them or the options ask for
+/// them, hashes are made anew. Patches that the file does not hold stay absent, or become empty where the patch size changes.
 /// Values are only rounded again where a scale differs. Streams a column of patches at a time; the file
 /// appears under its name when complete.
 ///
