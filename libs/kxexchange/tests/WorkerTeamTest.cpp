@@ -12,8 +12,8 @@ namespace {
 
 TEST(WorkerTeam, EveryPieceOfWorkIsDoneOnceBeforeItReturns) {
     WorkerTeam team;
-    for (const size_t threads : {0, 1, 2, 5}) {
-        for (const size_t count : {0, 1, 2, 3, 100}) {
+    for (const size_t threads : {0U, 1U, 2U, 5U}) {
+        for (const size_t count : {0U, 1U, 2U, 3U, 100U}) {
             std::vector<std::atomic<int>> done(count);
             team.Run(count, threads, [&](size_t i) { ++done[i]; });
             for (const auto& times : done)
