@@ -364,7 +364,7 @@ private:
 
     void ResetTables();
     void ReadTailRecords(uint64_t first);
-    void JudgeTailEnd(InputWindow& input, uint64_t first, std::optional<uint64_t> last);
+    void JudgeTailEnd(uint64_t first, std::optional<uint64_t> lastLink, uint64_t end);
     void ChargeText(uint64_t bytes, uint64_t position);
     void BoundRecord(kxbase::IOHeader& record) const;
     uint64_t MostPatchBytes() const;

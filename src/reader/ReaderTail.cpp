@@ -78,6 +78,7 @@ void Take(const ExtendedHeader& record, ScanProperties& properties) {
 
 // What lies at the input's position, told without reading its data, which may be much.
 struct ExtendedFrame {
+    uint64_t link = 0;
     uint64_t type = 0;
     uint64_t dataBytes = 0;
     uint64_t recordBytes = 0;
@@ -93,8 +94,8 @@ std::optional<ExtendedFrame> PeekExtended(InputWindow& input) {
     const auto view = std::span<const unsigned char>(bytes);
     const kxbase::RecordFrame frame = kxbase::IOHeader::DecodeFrame(view);
     kxbase::ByteReader fields(view.subspan(kxbase::IOHeader::FrameSize));
-    fields.U64("link");
     ExtendedFrame found;
+    found.link = fields.U64("link");
     found.type = fields.U64("type tag");
     found.dataBytes = fields.U32("data length");
     found.recordBytes = kxbase::SizeSum(kxbase::IOHeader::FrameSize, frame.payloadSize);
@@ -145,7 +146,7 @@ void QSNScanReader::ChargeText(uint64_t bytes, uint64_t position) {
 
 void QSNScanReader::ReadTailRecords(uint64_t first) {
     InputWindow input = RecordInput(InputWindow::kUsualBytes);
-    std::optional<uint64_t> last;
+    std::optional<uint64_t> link;
     std::optional<ExtendedFrame> frame;
     const bool reachable = input.Seek(first);
     while (reachable && (frame = PeekExtended(input))) {
@@ -155,7 +156,7 @@ void QSNScanReader::ReadTailRecords(uint64_t first) {
         const bool isIntegrity = frame->type == IntegrityExtendedHeader::Type;
         if (!isIntegrity && !IsTaken(frame->type)) {
             if (!input.SeekForward(frame->recordBytes)) break;
-            last = position;
+            link = frame->link;
             continue;
         }
         if (!isIntegrity) ChargeText(frame->recordBytes, position);
@@ -165,14 +166,14 @@ void QSNScanReader::ReadTailRecords(uint64_t first) {
             if (isIntegrity) m_integrity->AddDamaged(position);
             break;
         }
-        last = position;
+        link = frame->link;
         if (isIntegrity) {
             m_integrity->Add(IntegrityExtendedHeader(std::move(record)), position);
         } else {
             Take(record, m_scanProperties);
         }
     }
-    if (m_limits.checkHashes) JudgeTailEnd(input, first, last);
+    if (m_limits.checkHashes) JudgeTailEnd(first, link, input.Tell());
     m_hqLinks = m_scanProperties.hqLinks;
     m_erLinks = m_scanProperties.erLinks;
     m_hdrLinks = m_scanProperties.hdrLinks;
@@ -183,18 +184,12 @@ void QSNScanReader::ReadTailRecords(uint64_t first) {
 
 // A file that was cut in its last records has lost the list of its hashes first. What leads nowhere tells of
 // it: the main header, or the link of the last record that is left.
-void QSNScanReader::JudgeTailEnd(InputWindow& input, uint64_t first, std::optional<uint64_t> last) {
-    const uint64_t end = input.Tell();
-    if (last) {
-        std::array<unsigned char, sizeof(uint64_t)> bytes{};
-        input.Seek(*last + kxbase::IOHeader::FrameSize);
-        input.Read(bytes.data(), bytes.size());
-        // Links of old writers may lead anywhere; those that lead on to the next byte mean it.
-        if (kxbase::ByteReader(bytes).U64("link") != end) return;
-    }
+void QSNScanReader::JudgeTailEnd(uint64_t first, std::optional<uint64_t> lastLink, uint64_t end) {
+    // Links of old writers may lead anywhere; those that lead on to the next byte mean it.
+    if (lastLink && *lastLink != end) return;
     kxbase::ErrorContext context = FileContext();
     context.record = "ExtendedHeader";
-    context.offset = last ? end : first;
+    context.offset = lastLink ? end : first;
     context.detail = "no record lies where the one before leads to";
     m_integrityProblems.push_back(context);
 }
