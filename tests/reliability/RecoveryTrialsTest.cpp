@@ -206,12 +206,9 @@ TEST(RecoveryTrials, NoChunkComesFromElsewhere) {
     const Nested nested;
     const Bytes& original = nested.file;
     ASSERT_EQ(nested.chunks.size(), 8U);
-    std::map<std::pair<uint32_t, uint32_t>, const StoredChunk*> places;  // by component and patch
-    for (const StoredChunk& chunk : nested.chunks)
-        places[{chunk.component, chunk.row * 2 + chunk.column}] = &chunk;
     const int trials = kxtest::Trials(60, 10000);
     kxtest::Watchdog dog("chunks from elsewhere", 600);
-    uint64_t recovered = 0, nothing = 0, elsewhere = 0;
+    uint64_t recovered = 0, nothing = 0, elsewhere = 0, renamed = 0;
     for (int trial = 0; trial < trials; ++trial) {
         SCOPED_TRACE("trial " + std::to_string(trial));
         dog.Case(static_cast<uint64_t>(trial), 0);
@@ -237,20 +234,27 @@ TEST(RecoveryTrials, NoChunkComesFromElsewhere) {
         }
         for (const StoredChunk& chunk : ChunksOf(out)) {
             const Bytes bytes = Piece(out, chunk.data, chunk.end);
-            const auto place = places.find({chunk.component, chunk.row * 2 + chunk.column});
-            const bool known = chunk.row < 2 && chunk.column < 2 && place != places.end();
-            const bool right = known && place->second->data + bytes.size() <= damaged.size() &&
-                               std::equal(bytes.begin(), bytes.end(),
-                                          damaged.begin() + static_cast<std::ptrdiff_t>(place->second->data));
+            const auto isPlace = [&](const StoredChunk& one) {
+                return one.component == chunk.component && one.row == chunk.row && one.column == chunk.column;
+            };
+            const StoredChunk* source = nullptr;
+            for (const StoredChunk& one : nested.chunks) {
+                const uint64_t end = one.data + bytes.size();
+                if (end > damaged.size() || Piece(damaged, one.data, end) != bytes) continue;
+                if (source == nullptr || isPlace(one)) source = &one;
+            }
             ++recovered;
-            elsewhere += right ? 0 : 1;
-            EXPECT_TRUE(right) << "component " << chunk.component << " row " << chunk.row << " column "
-                               << chunk.column;
+            elsewhere += source == nullptr ? 1 : 0;
+            ASSERT_NE(source, nullptr)
+                << "component " << chunk.component << " row " << chunk.row << " column " << chunk.column;
+            // Where its record or the table of chunks was hit, a chunk may come back under another name.
+            renamed += isPlace(*source) ? 0 : 1;
         }
         if (testing::Test::HasFailure()) break;
     }
     std::cout << "recovery, chunks from elsewhere: " << trials << " trials, " << recovered << " chunks, "
-              << elsewhere << " from elsewhere, " << nothing << " files without a scan\n";
+              << elsewhere << " from elsewhere, " << renamed << " under the name that damage gave them, "
+              << nothing << " files without a scan\n";
     EXPECT_GT(recovered, 0U);
 }
 
