@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "kxio/HistogramHeader.h"
 
+#include <bit>
 #include <limits>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
 #include "kxbase/Sizes.h"
+#include "kxcodecs/ElementOrder.h"
 #include "kxcodecs/ZLibChunkCodec.h"
 
 namespace kxio {
@@ -88,6 +91,7 @@ std::vector<unsigned char> DecodeHistogramNumbers(std::span<const unsigned char>
     if (status != kxcodecs::DecodeStatus::Decoded) {
         FailDecoding(recordName, {{}, {}, "chunk", {}, kxcodecs::ToText(status)});
     }
+    kxcodecs::TurnElements(numbers, header.ElementBytes());  // fields of a record, as in the chunk
     Rescale(numbers, header.ElementBytes(), header.step);
     return numbers;
 }
@@ -133,7 +137,14 @@ void HistogramHeader<Map>::SetNumbers(const std::vector<unsigned char>& numbers)
     // on counts of 16-bit intensities).
     kxcodecs::ZLibChunkCodec codec;
     codec.SetCompressionLevel(3);
-    codec.Encode(numbers.data(), static_cast<uint32_t>(numbers.size() / kNumberSize), 1, numbers.size(), 1.0F,
+    std::span<const unsigned char> native = numbers;
+    std::vector<unsigned char> turned;
+    if constexpr (std::endian::native != std::endian::little) {
+        turned = numbers;
+        kxcodecs::TurnElements(turned, kNumberSize);
+        native = turned;
+    }
+    codec.Encode(native.data(), static_cast<uint32_t>(native.size() / kNumberSize), 1, native.size(), 1.0F,
                  chunk);
     std::vector<unsigned char> data(kNumberSize + chunk.size());
     kxbase::ByteWriter out(data);

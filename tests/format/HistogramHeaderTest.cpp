@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <span>
 
 #include "format/HistogramLimit.h"
+#include "kxcodecs/ElementOrder.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
 #include "support/AllocationWatch.h"
@@ -33,10 +35,10 @@ ExtendedHeader WithChunk(const Bytes& chunk) {
         kxtest::ExtendedRecord(kxio::ClassHistogramHeader::Type, ByteList().U64(chunk.size()).Raw(chunk)));
 }
 
+// As codecs take and give them.
 Bytes NumberBytes(const std::vector<uint64_t>& numbers) {
-    ByteList bytes;
-    for (const uint64_t number : numbers)
-        bytes.U64(number);
+    Bytes bytes(numbers.size() * sizeof(uint64_t));
+    if (!numbers.empty()) std::memcpy(bytes.data(), numbers.data(), bytes.size());
     return bytes;
 }
 
@@ -152,8 +154,10 @@ TEST(HistogramHeader, NumbersGiveTheSameRecordAsMaps) {
     const kxio::Luminance16Histogram map = {
         {QSNIndex(0), {{1, 2}, {65535, uint64_t{1} << 40}}}, {QSNIndex(7), {}}, {QSNIndex(8, 3), {{9, 1}}}};
     kxio::Luminance16HistogramHeader fromMap(map);
-    const auto fromNumbers = kxio::Luminance16HistogramHeader::FromNumbers(
-        NumberBytes({3, 0, 2, 1, 2, 65535, uint64_t{1} << 40, 7, 0, (uint64_t{3} << 32) | 8, 1, 9, 1}));
+    Bytes fields =
+        NumberBytes({3, 0, 2, 1, 2, 65535, uint64_t{1} << 40, 7, 0, (uint64_t{3} << 32) | 8, 1, 9, 1});
+    kxcodecs::TurnElements(fields, sizeof(uint64_t));
+    const auto fromNumbers = kxio::Luminance16HistogramHeader::FromNumbers(fields);
     EXPECT_EQ(fromNumbers.GetHistogram(), map);
     ASSERT_EQ(fromNumbers.GetDataBufferSize(), fromMap.GetDataBufferSize());
     EXPECT_TRUE(std::equal(fromMap.GetDataBuffer(), fromMap.GetDataBuffer() + fromMap.GetDataBufferSize(),

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "kxbase/InMemoryStream.h"
+#include "kxcodecs/ElementOrder.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanAccess.h"
@@ -279,7 +280,8 @@ TEST(ReducedDetail, EveryComponentHasItsElementSize) {
         }
         kxbase::InMemoryStream stream(file.Build());
         const kxio::QSNScanReader reader(&stream);
-        const Reduced patch = Fetch(reader, 0, 0, item.component, 1);
+        Reduced patch = Fetch(reader, 0, 0, item.component, 1);
+        kxcodecs::TurnElements(patch.bytes, item.elementBytes);
         EXPECT_EQ(patch.header.codecId, kxtest::kZLibCodec) << item.component;
         ASSERT_EQ(patch.header.ElementBytes(), item.elementBytes) << item.component;
         for (uint32_t r = 0; r < 4; ++r) {

@@ -2,12 +2,14 @@
 #include "kxcodecs/QKXChunkCodec.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <new>
 
 #include "kxbase/Exceptions.h"
 #include "kxcodecs/ChunkCodecFactory.h"
+#include "kxcodecs/ElementOrder.h"
 #include "kxcodecs/Quantise.h"
 
 namespace kxcodecs {
@@ -113,12 +115,17 @@ void QKXChunkCodec::Encode(const void* data, uint32_t width, uint32_t height, ui
                            1.0F,
                            static_cast<uint32_t>(byteCount)};
     std::span<const unsigned char> bytes(static_cast<const unsigned char*>(data), byteCount);
-    std::vector<unsigned char> integers;
+    std::vector<unsigned char> stored;
     if (quality != 1.0F && Quantises() && IsQuantisable(header.ElementBytes())) {
-        integers.resize(byteCount);
-        Quantise(bytes, header.ElementBytes(), quality, integers);
-        bytes = integers;
+        stored.resize(byteCount);
+        Quantise(bytes, header.ElementBytes(), quality, stored);
+        bytes = stored;
         header.step = quality;
+    }
+    if (std::endian::native != std::endian::little && Quantises()) {
+        if (stored.empty()) stored.assign(bytes.begin(), bytes.end());
+        TurnElements(stored, header.ElementBytes());
+        bytes = stored;
     }
 
     try {
@@ -157,7 +164,7 @@ unsigned char* QKXChunkCodec::Decode(const unsigned char* payload, uint64_t size
     const uint64_t bytes = m_layout.uncompressedBytes;
     auto* buffer = new (std::nothrow) unsigned char[bytes];
     if (buffer == nullptr) return nullptr;
-    if (!DecodePayload({payload, size}, m_layout, {buffer, bytes})) {
+    if (!DecodeElements({payload, size}, {buffer, bytes})) {
         delete[] buffer;
         return nullptr;
     }
@@ -172,7 +179,14 @@ void QKXChunkCodec::Free(unsigned char* decoded) {
 bool QKXChunkCodec::DecodeInto(const unsigned char* payload, uint64_t size,
                                std::span<unsigned char> out) const {
     return out.size() == m_layout.uncompressedBytes && CanDecode(payload, size) &&
-           DecodePayload({payload, size}, m_layout, out);
+           DecodeElements({payload, size}, out);
+}
+
+bool QKXChunkCodec::DecodeElements(std::span<const unsigned char> payload,
+                                   std::span<unsigned char> out) const {
+    if (!DecodePayload(payload, m_layout, out)) return false;
+    if (Quantises()) TurnElements(out, m_layout.ElementBytes());
+    return true;
 }
 
 DecodeStatus QKXChunkCodec::DecodeChunk(std::span<const unsigned char> chunk, ChunkHeaderInfo& header,

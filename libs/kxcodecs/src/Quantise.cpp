@@ -1,33 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "kxcodecs/Quantise.h"
 
-#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <type_traits>
 
 #include "kxbase/Exceptions.h"
 
 namespace kxcodecs {
 namespace {
-
-// Integers lie little-endian in a chunk; the compiler turns the loop into nothing, or one swap.
-template <class Integer>
-Integer SwapOnBigEndian(Integer value) {
-    if constexpr (std::endian::native == std::endian::big) {
-        using Bits = std::make_unsigned_t<Integer>;
-        Bits in = static_cast<Bits>(value);
-        Bits out = 0;
-        for (std::size_t i = 0; i < sizeof(Bits); ++i) {
-            out = static_cast<Bits>((out << 8) | (in & 0xFF));
-            in = static_cast<Bits>(in >> 8);
-        }
-        return static_cast<Integer>(out);
-    } else {
-        return value;
-    }
-}
 
 // Half away from zero without a call per value: the conversion truncates, and the difference to a truncated
 // double is exact.
@@ -54,7 +35,7 @@ void QuantiseAll(std::span<const unsigned char> values, double step, std::span<u
     for (std::size_t at = 0; at < values.size(); at += sizeof(Float)) {
         Float value;
         std::memcpy(&value, values.data() + at, sizeof value);
-        const auto integer = SwapOnBigEndian(RoundAndClamp<Integer>(static_cast<double>(value) * step));
+        const auto integer = RoundAndClamp<Integer>(static_cast<double>(value) * step);
         std::memcpy(stored.data() + at, &integer, sizeof integer);
     }
 }
@@ -67,7 +48,7 @@ void DequantiseAll(std::span<unsigned char> bytes, Float step) {
     for (std::size_t at = 0; at < whole; at += sizeof(Float)) {
         Integer integer;
         std::memcpy(&integer, bytes.data() + at, sizeof integer);
-        const Float value = static_cast<Float>(SwapOnBigEndian(integer)) * reciprocal;
+        const Float value = static_cast<Float>(integer) * reciprocal;
         std::memcpy(bytes.data() + at, &value, sizeof value);
     }
 }

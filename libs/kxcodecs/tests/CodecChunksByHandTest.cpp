@@ -92,7 +92,7 @@ TEST(ZLibChunkByHand, FourByteElementsWithAStepAreIntegers) {
     ChunkHeaderInfo header;
     Bytes out;
     ASSERT_EQ(QKXChunkCodec::DecodeChunk(chunk, header, out), DecodeStatus::Decoded);
-    EXPECT_EQ(out, (Bytes{0xDC, 0x05, 0, 0}));
+    EXPECT_EQ(ValuesOf<int32_t>(out), (std::vector<int32_t>{1500}));
     Dequantise(out, header.ElementBytes(), header.step);
     EXPECT_NEAR(ValuesOf<float>(out)[0], 1.5, 1.5e-6);
 

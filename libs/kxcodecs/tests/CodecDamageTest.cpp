@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "TestCodecs.h"
+#include "kxcodecs/ElementOrder.h"
 #include "support/AllocationWatch.h"
 
 namespace kxcodecs::test {
@@ -262,10 +263,12 @@ TEST(ForeignChunk, SmallerOfTheTwoSizesCountsInWholeElements) {
     // 24 bytes claimed, 22 packed: five elements of four bytes.
     EncodeChunkHeader({SnappyChunkCodec::kIdentifier, 3, 2, 24, 1.0F, 22}, header);
     ASSERT_EQ(Decode(header + payload, out), DecodeStatus::Decoded);
+    TurnElements(out, 4);
     EXPECT_EQ(out, Bytes(data.begin(), data.begin() + 20));
     // 16 bytes claimed, 22 packed: four elements.
     EncodeChunkHeader({SnappyChunkCodec::kIdentifier, 2, 2, 16, 1.0F, 22}, header);
     ASSERT_EQ(Decode(header + payload, out), DecodeStatus::Decoded);
+    TurnElements(out, 4);
     EXPECT_EQ(out, Bytes(data.begin(), data.begin() + 16));
 }
 

@@ -19,11 +19,7 @@ Integer QuantiseOne(Float value, float step) {
     const Bytes in = BytesOf(std::vector<Float>{value});
     Bytes out(in.size());
     Quantise(in, sizeof(Float), step, out);
-    // Put together byte by byte: what is stored is little-endian on every machine.
-    uint64_t bits = 0;
-    for (std::size_t i = out.size(); i-- > 0;)
-        bits = bits << 8 | out[i];
-    return static_cast<Integer>(bits);
+    return ValuesOf<Integer>(out)[0];
 }
 
 TEST(Quantise, FloatsBecomeTheNearestInteger) {
@@ -104,7 +100,7 @@ TEST(Quantise, WorksInPlaceAndOnUnalignedBytes) {
     Bytes padded = Bytes{0xEE} + values;
     const std::span<unsigned char> inside(padded.data() + 1, values.size());
     Quantise(inside, 4, 2.0F, inside);
-    EXPECT_EQ(padded, (Bytes{0xEE, 2, 0, 0, 0, 0xFC, 0xFF, 0xFF, 0xFF, 7, 0, 0, 0}));
+    EXPECT_EQ(padded, Bytes{0xEE} + BytesOf(std::vector<int32_t>{2, -4, 7}));
 }
 
 TEST(Quantise, RefusesWhatItCannotDo) {
@@ -122,13 +118,13 @@ TEST(Quantise, RefusesWhatItCannotDo) {
 }
 
 TEST(Dequantise, IntegerTimesReciprocalOfTheStep) {
-    Bytes bytes = {0xDC, 0x05, 0, 0};  // 1500
+    Bytes bytes = BytesOf(std::vector<int32_t>{1500});
     Dequantise(bytes, 4, 1000.0F);
     EXPECT_NEAR(ValuesOf<float>(bytes)[0], 1.5F, 1.5e-6F);
     // Reciprocal and product in single precision, which is not the float nearest to 1.5.
     EXPECT_EQ(ValuesOf<float>(bytes)[0], 1500.0F * (1.0F / 1000.0F));
 
-    bytes = {0x24, 0xFA, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};  // -1500
+    bytes = BytesOf(std::vector<int64_t>{-1500});
     Dequantise(bytes, 8, 1000.0F);
     EXPECT_EQ(ValuesOf<double>(bytes)[0], -1500.0 * (1.0 / 1000.0));
 }
@@ -148,7 +144,7 @@ TEST(Dequantise, LeavesStepOneAndOtherSizesAlone) {
 }
 
 TEST(Dequantise, TailOfAnElementStaysAsItIs) {
-    Bytes bytes = {2, 0, 0, 0, 0xAA, 0xBB, 0xCC};
+    Bytes bytes = BytesOf(std::vector<int32_t>{2}) + Bytes{0xAA, 0xBB, 0xCC};
     Dequantise(bytes, 4, 2.0F);
     EXPECT_EQ(ValuesOf<float>(bytes)[0], 1.0F);
     EXPECT_EQ(Bytes(bytes.begin() + 4, bytes.end()), (Bytes{0xAA, 0xBB, 0xCC}));

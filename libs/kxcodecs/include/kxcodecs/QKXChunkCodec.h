@@ -28,8 +28,11 @@ KXCODECS_EXPORT std::string ToText(DecodeStatus status);
 /// A way to pack the values of one patch, preview or table into a chunk, and back.
 ///
 /// A chunk is a header of 28 bytes (`ChunkHeaderInfo`) and a payload that only its codec understands.
-/// This class owns all that is common: header, quantisation, checks and limits; a codec supplies three
-/// hooks between bytes and payload.
+/// This class owns all that is common: header, quantisation, byte order, checks and limits; a codec supplies
+/// three hooks between bytes and payload.
+///
+/// Callers give and get elements in the byte order of their processor; the bytes of the hooks are elements in
+/// the order of chunks, little-endian (`TurnElements`).
 ///
 /// Decoding is total: whatever the bytes are, it yields exactly the size that the header claims, or fails,
 /// in bounded time and memory; nothing is allocated before the claim was held against the payload and the
@@ -147,7 +150,8 @@ public:
     virtual uint64_t GetIdentifier() const = 0;
 
 protected:
-    /// Whether the codec takes floats as quantised integers. JPEG does not.
+    /// Whether the codec takes elements of any kind, floats as quantised integers. JPEG takes bytes of
+    /// colours alone.
     virtual bool Quantises() const;
     /// Hook: appends the payload of `bytes`, laid out as `layout` says, to `out`. Throws `KXException` when
     /// it cannot. The base refuses.
@@ -162,6 +166,8 @@ protected:
                                std::span<unsigned char> out) const;
 
 private:
+    bool DecodeElements(std::span<const unsigned char> payload, std::span<unsigned char> out) const;
+
     ChunkHeaderInfo m_layout;
     uint64_t m_maxDecodedBytes = kDefaultMaxDecodedBytes;
 };

@@ -19,12 +19,12 @@ inline bool IsQuantisable(uint64_t elementBytes) {
 /// \param values        native floats or doubles, no alignment needed
 /// \param elementBytes  4 or 8
 /// \param step          finite and above 0
-/// \param stored        receives little-endian integers; as many bytes as `values`; may be the same memory
+/// \param stored        receives native integers; as many bytes as `values`; may be the same memory
 /// \throws kxbase::KXBadInputException  another element size or step, or sizes that do not fit
 KXCODECS_EXPORT void Quantise(std::span<const unsigned char> values, uint64_t elementBytes, float step,
                               std::span<unsigned char> stored);
 
-/// The way back, in place: little-endian integers become native floats (doubles), integer x (1 / step). For
+/// The way back, in place: native integers become native floats (doubles), integer x (1 / step). For
 /// 4 bytes both the reciprocal and the product are in single precision, for 8 bytes in double.
 ///
 /// Does nothing when the step is 1.0 or elements have another size than 4 or 8. Bytes behind the last whole

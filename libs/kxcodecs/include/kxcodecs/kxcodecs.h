@@ -5,6 +5,7 @@
 
 #include "kxcodecs/ChunkCodecFactory.h"
 #include "kxcodecs/ChunkHeader.h"
+#include "kxcodecs/ElementOrder.h"
 #include "kxcodecs/GridChunkCodec.h"
 #include "kxcodecs/JPEG.h"
 #include "kxcodecs/JPEGChunkCodec.h"
