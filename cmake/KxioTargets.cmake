@@ -12,6 +12,12 @@ function(kxio_settings target)
   else()
     # -ffp-contract=off: results must not depend on which compiler fuses a multiply with an add.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -ffp-contract=off)
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+      target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)  # files above 2 GiB
+      if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86)$")
+        target_compile_options(${target} PRIVATE -msse2 -mfpmath=sse)  # the old unit would round twice
+      endif()
+    endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
       # g++ 12 sees overlapping copies in any inlined "literal" + std::string (its bug 105651).
       target_compile_options(${target} PRIVATE -Wno-restrict)
