@@ -142,6 +142,20 @@ TEST(GridChunkCodec, AnEmptyPatchIsTiny) {
     }
 }
 
+TEST(GridChunkCodec, LargeEmptyPatchesOfAnySizeComeBack) {
+    for (const uint32_t side : {96U, 320U, 1000U, 1024U, 1100U}) {
+        for (const Mode mode : {Mode::Fast, Mode::Balanced}) {
+            std::vector<int32_t> values(size_t{side} * side);
+            EXPECT_EQ(BackOf(EncodeWith(GridChunkCodec(mode), BytesOf(values), side, side)), BytesOf(values))
+                << side;
+            for (uint32_t y = 0; y < side; ++y)
+                values[size_t{y} * side] = 5000;
+            EXPECT_EQ(BackOf(EncodeWith(GridChunkCodec(mode), BytesOf(values), side, side)), BytesOf(values))
+                << side;
+        }
+    }
+}
+
 TEST(GridChunkCodec, FewDifferentValuesBecomeRanks) {
     std::mt19937 random(8);
     const uint16_t shades[] = {100, 257, 900, 4000, 4001, 17000, 42000, 65535};

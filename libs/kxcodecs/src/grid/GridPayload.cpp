@@ -136,7 +136,8 @@ uint32_t CheckOf(std::span<const unsigned char> front, uint32_t width, uint32_t 
 }
 
 uint64_t LeastPayloadBytes(uint64_t decodedBytes) {
-    return std::max<uint64_t>(PayloadHeader::kByteSize, decodedBytes / kMostZstdExpansion);
+    return std::max<uint64_t>(PayloadHeader::kByteSize,
+                              (decodedBytes + kMostZstdExpansion - 1) / kMostZstdExpansion);
 }
 
 void WritePayload(const GridSource& source, const GridPlan& plan, const GridResiduals& residuals, Form form,
