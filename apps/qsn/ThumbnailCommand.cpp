@@ -15,6 +15,7 @@
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
 #include "kxio/QSNScanReader.h"
+#include "kxio/ScanAccess.h"
 #include "kxio/ThumbnailEdit.h"
 
 namespace qsn {
@@ -68,9 +69,10 @@ private:
         std::vector<unsigned char> rgb;
         unsigned width = 0;
         unsigned height = 0;
-        if (!reader.GetThumbnailJPEG(jpeg))
-            throw Failure(m_input + ": the file has no thumbnail", ExitWrongUsage);
-        if (!reader.GetThumbnailRGB(rgb, width, height))
+        const bool none = kxio::ScanAccess(reader).GetMainHeader().thumbnailHeaderPosition == 0;
+        if (none) throw Failure(m_input + ": the file has no thumbnail", ExitWrongUsage);
+        // One that does not match its hash is not given out at all.
+        if (!reader.GetThumbnailJPEG(jpeg) || !reader.GetThumbnailRGB(rgb, width, height))
             throw Failure(m_input + ": the stored thumbnail is no readable JPEG image", ExitDamaged);
         if (png) {
             Picture picture(width, height);

@@ -85,6 +85,7 @@ TEST_F(Thumbnail, AFileThatIsNoJpegIsRefusedAndTheScanStays) {
 }
 
 TEST_F(Thumbnail, AScanWithoutOneSaysSo) {
+    ASSERT_NO_FATAL_FAILURE(Import(MakeSmallPtx(80, 60), {"--no-hashes"}));
     std::string bytes = m_folder.Read("scan.qsn");
     for (size_t i = 0; i < 8; ++i)
         bytes[16 + 40 + i] = 0;
