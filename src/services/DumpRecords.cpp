@@ -277,6 +277,7 @@ void DumpRecords(const std::wstring& path, const std::function<void(const Dumped
         context.file = kxbase::Encode_UTF8(path);
         throw kxbase::KXHeaderReadingException("Cannot open file", context);
     }
+    file.SetPatient();  // what cannot be read is told with the rest
     DumpRecords(file, take, options);
 }
 

@@ -87,6 +87,7 @@ FileEdit::FileEdit(const std::wstring& path) : m_path(path), m_out(path, kxbase:
     if (!m_out.IsOpen()) CannotWrite(path, "it cannot be opened for writing");
     m_out.Lock();
     kxbase::kxInFile in(path);
+    if (!in.IsOpen()) CannotWrite(path, "it cannot be opened for reading");
     if (const auto promised = FindPendingEdit(in, in.GetSize())) {
         WriteAt(promised->target, promised->bytes);
         m_out.Sync();
@@ -97,6 +98,7 @@ FileEdit::FileEdit(const std::wstring& path) : m_path(path), m_out(path, kxbase:
 
 uint64_t FileEdit::End(const MainFileHeader& mainHeader) {
     kxbase::kxInFile in(m_path);
+    if (!in.IsOpen()) CannotWrite(m_path, "it cannot be opened for reading");
     const uint64_t size = in.GetSize();
     const uint64_t first = mainHeader.firstExtendedHeaderPosition;
     if (first == 0 || first >= size) return size;
@@ -145,6 +147,7 @@ void FileEdit::Append(uint64_t end, std::span<const unsigned char> records,
 void FileEdit::Overwrite(uint64_t position, std::span<const unsigned char> bytes) {
     if (bytes.size() > 1) {
         kxbase::kxInFile in(m_path);
+        if (!in.IsOpen()) CannotWrite(m_path, "it cannot be opened for reading");
         const PendingEdit promise{in.GetSize(), position, {bytes.begin(), bytes.end()}};
         const auto record = EncodePendingEdit(promise);
         try {

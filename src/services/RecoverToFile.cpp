@@ -55,6 +55,8 @@ public:
     kxbase::kxOutFile& File() { return *m_file; }
 
     void Complete() {
+        // A name may reach the medium before the bytes that it stands for.
+        m_file->Sync();
         m_file->Close();
         std::error_code error;
         fs::rename(m_systemPath, SystemPath(m_output), error);
@@ -96,8 +98,13 @@ RecoveryReport RecoverToFile(const std::wstring& damaged, const std::wstring& ou
         throw kxbase::KXBadInputException("Output is the damaged file",
                                           Context(output, "a recovery never changes the damaged file"));
     }
+    in.SetPatient();
     PartialFile partial(output);
     RecoveryReport report = RecoverToStream(in, partial.File(), options);
+    if (report.unreadableBytes == 0 && in.RefusedBytes() != 0) {
+        report.unreadableBytes = in.RefusedBytes();
+        report.warnings.push_back("a record could not be read from the device and is left out");
+    }
     partial.Complete();
     return report;
 }

@@ -10,6 +10,7 @@
 #include "kxio/HDRExtendedHeader.h"
 #include "kxio/HQExtendedHeader.h"
 #include "kxio/HistogramHeader.h"
+#include "kxio/IntegrityExtendedHeader.h"
 #include "kxio/PreregistrationExtendedHeader.h"
 #include "kxio/ScanHeader.h"
 #include "kxio/ScanningModeExtendedHeader.h"
@@ -162,6 +163,9 @@ void Salvage::TakeExtended(const ExtendedHeader& record) {
             p.preregistration = before.GetRegistration();
             return;
         }
+        case IntegrityExtendedHeader::Type:
+            m_result.hashes = true;  // the new file gets its own
+            return;
         default:
             break;
     }

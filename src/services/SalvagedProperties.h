@@ -27,6 +27,8 @@ struct SalvagedProperties {
     bool tailWhole = false;
     /// Components of which a histogram is among the extended records.
     std::set<kxbase::ComponentType> histograms;
+    /// The file carried hashes. Those of the old file are not kept.
+    bool hashes = false;
     uint64_t extendedRecords = 0;
     std::vector<std::string> notes;  ///< for people
 };

@@ -69,6 +69,7 @@ void ScanRebuild::Create() {
         m_writer.CreateNew(&m_out, grid);
     }
     m_writer.DisableHistogramComputation(!MakesHistograms());
+    m_writer.SetIntegrity(m_salvaged.hashes);
 }
 
 /// A file whose tail is whole and holds no histogram was written without any.
@@ -257,7 +258,9 @@ void ScanRebuild::SetProperties() {
 
 void ScanRebuild::AppendFurtherRecords() {
     if (m_salvaged.furtherRecords.empty()) return;
-    m_out.SeekEnd(0);
+    if (!m_out.SeekEnd(0)) {
+        throw kxbase::KXWritingException("Cannot write file", {{}, {}, {}, {}, "its end cannot be reached"});
+    }
     for (ExtendedHeader& record : m_salvaged.furtherRecords) {
         record.SetLink(0);  // its old one leads nowhere now
         record.Write(&m_out);

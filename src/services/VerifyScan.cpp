@@ -71,6 +71,7 @@ VerifyReport VerifyScan(const std::wstring& path, const VerifyOptions& options) 
         context.file = kxbase::Encode_UTF8(path);
         throw kxbase::KXHeaderReadingException("Cannot open file", context);
     }
+    file.SetPatient();  // what cannot be read is told with the rest
     return VerifyScan(file, options);
 }
 

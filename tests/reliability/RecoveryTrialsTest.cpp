@@ -287,6 +287,39 @@ TEST(RecoveryTrials, AWholeFileStaysAsItIsAndSoDoesARepairedOne) {
     }
 }
 
+/// The bytes of a scan with hashes.
+Bytes HashedScan() {
+    kxcodecs::ZLibChunkCodec zlib;
+    kxbase::InMemoryStream stream;
+    kxio::QSNScanWriter writer;
+    kxbase::GridTopology grid;
+    grid.columnAngularStep = grid.rowAngularStep = 0.01F;
+    grid.columns = grid.rows = 8;
+    grid.patchWidth = grid.patchHeight = 4;
+    writer.CreateNew(&stream, grid);
+    writer.SetIntegrity(true);
+    for (uint32_t index = 0; index < 4; ++index) {
+        std::vector<float> ranges(16, 1000.0F + static_cast<float>(index));
+        kxio::FlatPatchDescriptor range(kxbase::Range, 4, kxio::RowMajor, 0.1, &zlib);
+        range.data = reinterpret_cast<unsigned char*>(ranges.data());
+        range.size = 16;
+        writer.AddPatch({&range}, index);
+    }
+    writer.EndCreation();
+    return stream.GetBytes();
+}
+
+TEST(RecoveryTrials, AFileWithHashesGetsNewOnes) {
+    Bytes damaged = HashedScan();
+    damaged[100] ^= 0xff;  // the first chunk record
+    Bytes out;
+    Recover(damaged, out);
+    kxbase::InMemoryStream stream(out);
+    const kxio::QSNScanReader reader(&stream);
+    EXPECT_TRUE(reader.HasIntegrity());
+    EXPECT_TRUE(reader.GetIntegrityProblems().empty());
+}
+
 TEST(RecoveryTrials, RepairingARepairedFileChangesNothingMore) {
     SampleScan scan;
     const Bytes original = scan.Write();

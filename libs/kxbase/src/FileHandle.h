@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kxbase {
@@ -22,12 +23,13 @@ public:
     FileHandle& operator=(const FileHandle&) = delete;
 
     bool IsOpen() const;
-    /// Reads until `bytes` are there, the file ends or an error occurs; returns the count.
-    uint64_t ReadAt(uint64_t position, void* out, uint64_t bytes) const;
+    /// Reads until `bytes` are there, the file ends or an error occurs; returns the count. `error` is its
+    /// text.
+    uint64_t ReadAt(uint64_t position, void* out, uint64_t bytes, std::string& error) const;
     /// Writes until all is written or an error occurs; returns the count, `error` is its text.
     uint64_t WriteAt(uint64_t position, const void* data, uint64_t bytes, std::string& error);
-    /// 0 when it cannot be told.
-    uint64_t Size() const;
+    /// 0 when the file is not open. Nothing, and `error` is the reason, when it cannot be told.
+    std::optional<uint64_t> Size(std::string& error) const;
     /// What became of the wish to have a file alone.
     enum class Locked { Yes, ByAnother, Failed };
     /// Locks the file against others that lock it, until it is closed; reading and writing without a lock

@@ -44,7 +44,7 @@ FileHandle::FileHandle(const std::wstring& path, Mode mode) {
     // Only regular files are read: a directory opens and then fails, a device may never end.
     // Written files may be special ones too, so that a failing device can be tested with.
     struct stat info {};
-    if (::fstat(fd, &info) != 0 || (mode == Mode::Read && !S_ISREG(info.st_mode)) || S_ISDIR(info.st_mode)) {
+    if (mode == Mode::Read && (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))) {
         ::close(fd);
         return;
     }
@@ -59,7 +59,7 @@ bool FileHandle::IsOpen() const {
     return m_handle >= 0;
 }
 
-uint64_t FileHandle::ReadAt(uint64_t position, void* out, uint64_t bytes) const {
+uint64_t FileHandle::ReadAt(uint64_t position, void* out, uint64_t bytes, std::string& error) const {
     uint64_t done = 0;
     while (done < bytes && position + done <= kMaxPosition) {
         const uint64_t want = std::min({bytes - done, kMaxTransfer, kMaxPosition - (position + done)});
@@ -67,6 +67,7 @@ uint64_t FileHandle::ReadAt(uint64_t position, void* out, uint64_t bytes) const 
         const ssize_t got = ::pread(static_cast<int>(m_handle), static_cast<unsigned char*>(out) + done,
                                     static_cast<size_t>(want), static_cast<off_t>(position + done));
         if (got < 0 && errno == EINTR) continue;
+        if (got < 0) error = ErrorText(errno);
         if (got <= 0) break;
         done += static_cast<uint64_t>(got);
     }
@@ -94,9 +95,13 @@ uint64_t FileHandle::WriteAt(uint64_t position, const void* data, uint64_t bytes
     return done;
 }
 
-uint64_t FileHandle::Size() const {
+std::optional<uint64_t> FileHandle::Size(std::string& error) const {
     struct stat info {};
-    if (!IsOpen() || ::fstat(static_cast<int>(m_handle), &info) != 0 || info.st_size < 0) return 0;
+    if (!IsOpen()) return 0;
+    if (::fstat(static_cast<int>(m_handle), &info) != 0 || info.st_size < 0) {
+        error = ErrorText(errno);
+        return std::nullopt;
+    }
     return static_cast<uint64_t>(info.st_size);
 }
 

@@ -54,14 +54,17 @@ bool FileHandle::IsOpen() const {
     return m_handle != -1;
 }
 
-uint64_t FileHandle::ReadAt(uint64_t position, void* out, uint64_t bytes) const {
+uint64_t FileHandle::ReadAt(uint64_t position, void* out, uint64_t bytes, std::string& error) const {
     uint64_t done = 0;
     while (done < bytes && position + done < kMaxPosition) {
         OVERLAPPED place = At(position + done);
         const DWORD want = static_cast<DWORD>(std::min(bytes - done, kMaxTransfer));
         DWORD got = 0;
-        if (!::ReadFile(AsHandle(m_handle), static_cast<unsigned char*>(out) + done, want, &got, &place))
+        if (!::ReadFile(AsHandle(m_handle), static_cast<unsigned char*>(out) + done, want, &got, &place)) {
+            const DWORD number = ::GetLastError();
+            if (number != ERROR_HANDLE_EOF) error = ErrorText(number);
             break;
+        }
         if (got == 0) break;
         done += got;
     }
@@ -88,9 +91,13 @@ uint64_t FileHandle::WriteAt(uint64_t position, const void* data, uint64_t bytes
     return done;
 }
 
-uint64_t FileHandle::Size() const {
+std::optional<uint64_t> FileHandle::Size(std::string& error) const {
     LARGE_INTEGER size{};
-    if (!IsOpen() || !::GetFileSizeEx(AsHandle(m_handle), &size) || size.QuadPart < 0) return 0;
+    if (!IsOpen()) return 0;
+    if (!::GetFileSizeEx(AsHandle(m_handle), &size) || size.QuadPart < 0) {
+        error = ErrorText(::GetLastError());
+        return std::nullopt;
+    }
     return static_cast<uint64_t>(size.QuadPart);
 }
 

@@ -45,7 +45,9 @@ bool kxOutFile::SeekBackward(uint64_t bytes) {
     return IsOpen() && m_impl->position.Backward(bytes);
 }
 bool kxOutFile::SeekEnd(uint64_t offset) {
-    return IsOpen() && m_impl->position.BeforeEnd(m_impl->file.Size(), offset);
+    std::string error;
+    const auto size = m_impl->file.Size(error);
+    return IsOpen() && size && m_impl->position.BeforeEnd(*size, offset);
 }
 uint64_t kxOutFile::Tell() const {
     return m_impl->position.Get();

@@ -6,6 +6,7 @@
 
 #include "kxbase/Exceptions.h"
 #include "kxbase/UTF8.h"
+#include "kxbase/kxOutFile.h"
 
 namespace kxexchange {
 
@@ -72,6 +73,16 @@ PendingFile::~PendingFile() {
 }
 
 void PendingFile::Commit() {
+    // A name may reach the medium before the bytes that it stands for.
+    kxbase::kxOutFile written(WidePath(m_path), kxbase::kxOutFile::KeepContent);
+    if (!written.IsOpen()) {
+        kxbase::ErrorContext context;
+        context.file = PathText(m_target);
+        context.detail = "what was written cannot be opened again";
+        throw kxbase::KXWritingException("Cannot write file", context);
+    }
+    written.Sync();
+    written.Close();
     std::error_code error;
     std::filesystem::rename(m_path, m_target, error);
     if (error) {

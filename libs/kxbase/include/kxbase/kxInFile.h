@@ -8,6 +8,9 @@
 namespace kxbase {
 
 /// A regular file, opened for reading. Reads are by position; the operating system's file offset is not used.
+///
+/// Reading, and asking for the size, throws KXUnreadablePatchException "Cannot read file" when the device
+/// fails (unless the file is patient): less than was asked for is given at the end of the file alone.
 class KXBASE_EXPORT kxInFile final : public IInFileStream {
 public:
     /// Opens `path` (UTF-8 on POSIX systems whatever the locale). Never throws for a file that cannot be
@@ -33,6 +36,12 @@ public:
     bool HasDataLeft() const override;
     void Close() override;
     std::wstring GetName() const override;
+
+    /// From now on what the device does not give is left out, as if the file ended there, and counted;
+    /// nothing is thrown. For those who save what is left. A size that cannot be told is then 0.
+    void SetPatient();
+    /// Bytes that were asked for and that the device did not give.
+    uint64_t RefusedBytes() const;
 
 private:
     class Impl;
