@@ -81,6 +81,18 @@ int main(int argc, char** argv) {
         write("payload-Grid-" + name,
               Bytes{8, 20, 0, 18, 0, 2} + Bytes(made.begin() + QKXChunkCodec::HeaderSize, made.end()));
     }
+    // The colour codec in its own form: 24 x 20 cells with a black corner, shades and a few sharp edges.
+    Bytes colors;
+    for (unsigned i = 0; i < 24 * 20; ++i) {
+        const unsigned shade = i % 24 < 5 && i < 120 ? 0 : 60 + i / 3 % 40 + (i % 11 == 0 ? 90 : i * i % 5);
+        for (const unsigned more : {0U, 7U, 3U + i % 3})
+            colors.push_back(static_cast<unsigned char>(shade == 0 ? 0 : shade + more));
+    }
+    Bytes colored;
+    ColorChunkCodec().Encode(colors.data(), 24, 20, colors.size(), 1.0F, colored);
+    write("chunk-Color-own", Bytes{3} + colored);
+    write("payload-Color-own",
+          Bytes{9, 24, 0, 20, 0, 3} + Bytes(colored.begin() + QKXChunkCodec::HeaderSize, colored.end()));
     const Bytes floats = FloatBytes({1.5F, -1.5F, 0.0005F, 1e30F, 0.0F, 12.25F});
     Bytes chunk;
     ZLibChunkCodec().Encode(floats.data(), 3, 2, floats.size(), 1000.0F, chunk);

@@ -5,14 +5,14 @@
 //   4                          a plain JPEG image
 //   5                          u8 codec, u8 width, u8 element size, u8 level, then data to encode and decode
 //   6                          f32 step, then floats to quantise, against the plain definition
-//   7 Zstd, 8 Grid             as 0 to 2; the check of a grid payload is made to fit, or little would get
-//   past
-//                              it, and plain and wide code must agree
+//   7 Zstd, 8 Grid, 9 Color    as 0 to 2; the checks of Grid and Color are made to fit, or little would get
+//                              past them; of Grid plain and wide code must agree
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <span>
 
+#include "ByteFilter.h"
 #include "FuzzCheck.h"
 #include "grid/GridPayload.h"
 #include "grid/GridSimd.h"
@@ -30,14 +30,27 @@ using Bytes = std::vector<unsigned char>;
 constexpr uint64_t kMaxBytes = uint64_t{1} << 22;
 constexpr uint64_t kIdentifiers[] = {
     kxcodecs::SnappyChunkCodec::kIdentifier, kxcodecs::ZLibChunkCodec::kIdentifier,
-    kxcodecs::JPEGChunkCodec::kIdentifier, kxcodecs::ZstdChunkCodec::kIdentifier,
-    kxcodecs::GridChunkCodec::kIdentifier};
-constexpr uint64_t kGrid = 4;
+    kxcodecs::JPEGChunkCodec::kIdentifier,   kxcodecs::ZstdChunkCodec::kIdentifier,
+    kxcodecs::GridChunkCodec::kIdentifier,   kxcodecs::ColorChunkCodec::kIdentifier};
+constexpr uint64_t kGrid = 4, kColor = 5;
 
 void FitCheck(uint32_t width, uint32_t height, uint32_t elementBytes, Bytes& payload) {
     if (payload.size() < kxcodecs::grid::PayloadHeader::kByteSize) return;
     const std::span<const unsigned char> all(payload);
     const uint32_t check = kxcodecs::grid::CheckOf(all.first(4), width, height, elementBytes, all.subspan(8));
+    for (std::size_t i = 0; i < 4; ++i)
+        payload[4 + i] = static_cast<unsigned char>(check >> (8 * i));
+}
+
+void FitColorCheck(uint32_t width, uint32_t height, Bytes& payload) {
+    if (payload.size() < 24) return;
+    kxbase::ByteReader in(payload);
+    const uint32_t first = in.U32("form and predictors");
+    in.Skip(4, "check");
+    uint32_t sizes[4];
+    for (uint32_t& size : sizes)
+        size = in.U32("frame bytes");
+    const uint32_t check = kxcodecs::HashOf({first, width, height, sizes[0], sizes[1], sizes[2], sizes[3]});
     for (std::size_t i = 0; i < 4; ++i)
         payload[4 + i] = static_cast<unsigned char>(check >> (8 * i));
 }
@@ -51,6 +64,7 @@ void DecodePayload(uint64_t identifier, kxbase::ByteReader& in) {
     const auto taken = in.Take(in.Remaining(), "payload");
     Bytes payload(taken.begin(), taken.end());
     if (identifier == kIdentifiers[kGrid]) FitCheck(width, height, elementBytes, payload);
+    if (identifier == kIdentifiers[kColor]) FitColorCheck(width, height, payload);
     const auto codec = ChunkCodecFactory::MakeCodec(identifier);
     codec->SetLayout(width, height, static_cast<uint32_t>(claimed), 1.0F);
 
@@ -176,6 +190,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 break;
             case 7:
             case 8:
+            case 9:
                 DecodePayload(kIdentifiers[data[0] - 4], in);
                 break;
             default:

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kxcodecs/ChunkCodecFactory.h"
 
+#include "kxcodecs/ColorChunkCodec.h"
 #include "kxcodecs/GridChunkCodec.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/SnappyChunkCodec.h"
@@ -28,6 +29,7 @@ constexpr Entry kCodecs[] = {
     EntryOf<JPEGChunkCodec>(),
     EntryOf<ZstdChunkCodec>(),
     EntryOf<GridChunkCodec>(),
+    EntryOf<ColorChunkCodec>(),
 };
 
 const Entry* Find(uint64_t identifier) {

@@ -11,11 +11,9 @@ namespace {
 
 // The identifiers stand in files: these numbers never change.
 TEST(ChunkCodecFactory, IdentifiersAndNamesStayAsTheyAre) {
-    const std::vector<std::pair<uint64_t, std::string>> expected = {{0x595050414e53584b, "Snappy"},
-                                                                    {0x000042494c5a584b, "ZLib"},
-                                                                    {0x00004745504a584b, "JPEG"},
-                                                                    {0x00004454535a584b, "Zstd"},
-                                                                    {0x000044495247584b, "Grid"}};
+    const std::vector<std::pair<uint64_t, std::string>> expected = {
+        {0x595050414e53584b, "Snappy"}, {0x000042494c5a584b, "ZLib"}, {0x00004745504a584b, "JPEG"},
+        {0x00004454535a584b, "Zstd"},   {0x000044495247584b, "Grid"}, {0x00524f4c4f43584b, "Color"}};
     const auto codecs = ChunkCodecFactory::GetCodecs();
     ASSERT_EQ(codecs.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {

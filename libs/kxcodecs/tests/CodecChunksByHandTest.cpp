@@ -207,5 +207,34 @@ TEST(JPEGChunkByHand, HeaderAndMarkersOfAnEncodedChunk) {
     EXPECT_EQ(Bytes(chunk.end() - 2, chunk.end()), (Bytes{0xFF, 0xD9}));
 }
 
+TEST(ColorChunkByHand, OneColourAndOneBlackCell) {
+    // A zstd frame of one raw block that holds one byte.
+    const auto frame = [](unsigned char byte) {
+        return Bytes{0x28, 0xB5, 0x2F, 0xFD, 0x20, 0x01, 0x09, 0x00, 0x00, byte};
+    };
+    const Bytes chunk = Bytes{'K', 'X', 'C', 'O', 'L', 'O', 'R', 0} +
+                        Bytes{
+                            0x02, 0x00, 0x00, 0x00,  // width 2
+                            0x01, 0x00, 0x00, 0x00,  // height 1
+                            0x06, 0x00, 0x00, 0x00,  // decoded bytes 6
+                            0x00, 0x00, 0x80, 0x3F,  // step 1.0
+                            0x06, 0x00, 0x00, 0x00,  // uncompressed bytes 6
+                            0x01,                    // red and blue less green
+                            0x00, 0x00, 0x00,        // predicted: 0
+                            0xFF, 0xD7, 0x00, 0x21,  // hash of 1, 2, 1, 10, 10, 10, 10
+                            0x0A, 0x00, 0x00, 0x00,  // bytes of the mask
+                            0x0A, 0x00, 0x00, 0x00,  // of green
+                            0x0A, 0x00, 0x00, 0x00,  // of red
+                            0x0A, 0x00, 0x00, 0x00,  // of blue
+                        } +
+                        frame(0x02) +  // the second cell is not like a kept one
+                        frame(40) +    // green 20
+                        frame(19) +    // red less green: -10
+                        frame(20);     // blue less green: 10
+    Bytes out;
+    ASSERT_EQ(Decode(chunk, out), DecodeStatus::Decoded);
+    EXPECT_EQ(out, (Bytes{10, 20, 30, 0, 0, 0}));
+}
+
 }  // namespace
 }  // namespace kxcodecs::test

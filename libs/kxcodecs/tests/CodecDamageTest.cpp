@@ -34,7 +34,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Codecs, DamagedChunk,
                          ::testing::Values(SnappyChunkCodec::kIdentifier, ZLibChunkCodec::kIdentifier,
                                            JPEGChunkCodec::kIdentifier, ZstdChunkCodec::kIdentifier,
-                                           GridChunkCodec::kIdentifier),
+                                           GridChunkCodec::kIdentifier, ColorChunkCodec::kIdentifier),
                          [](const auto& which) { return ChunkCodecFactory::GetName(which.param); });
 
 // Decodes in every way there is; all must agree, and sizes must be as claimed.

@@ -26,7 +26,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Codecs, EveryCodec,
                          ::testing::Values(SnappyChunkCodec::kIdentifier, ZLibChunkCodec::kIdentifier,
                                            JPEGChunkCodec::kIdentifier, ZstdChunkCodec::kIdentifier,
-                                           GridChunkCodec::kIdentifier),
+                                           GridChunkCodec::kIdentifier, ColorChunkCodec::kIdentifier),
                          [](const auto& which) { return ChunkCodecFactory::GetName(which.param); });
 
 TEST_P(EveryCodec, WritesItsHeader) {

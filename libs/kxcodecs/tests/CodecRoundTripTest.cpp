@@ -13,7 +13,8 @@ protected:
 };
 INSTANTIATE_TEST_SUITE_P(Codecs, LosslessCodec,
                          ::testing::Values(SnappyChunkCodec::kIdentifier, ZLibChunkCodec::kIdentifier,
-                                           ZstdChunkCodec::kIdentifier, GridChunkCodec::kIdentifier),
+                                           ZstdChunkCodec::kIdentifier, GridChunkCodec::kIdentifier,
+                                           ColorChunkCodec::kIdentifier),
                          [](const auto& which) { return ChunkCodecFactory::GetName(which.param); });
 
 // Decodes by each of the ways there are and expects the same.

@@ -23,6 +23,8 @@ constexpr uint32_t kTrialLines = 4;
 // Axes that differ by less are both planned in full, unless it is to be quick.
 constexpr double kClose = 1.1;
 constexpr uint32_t kQuickLines = 3;
+// What residuals of noise take beyond the logarithm of their mean.
+constexpr double kNoiseBits = 1.4;
 
 // All lines of one axis with their aprons; cells that are not stored continue the line before. The line in
 // front of line 0 repeats it.
@@ -134,6 +136,28 @@ uint32_t MedianOf(const uint32_t* stored, uint32_t count) {
     return static_cast<uint32_t>(sorted[count / 2]);
 }
 
+// How often each residual occurs: few different ones, as those of settled values, take less than their size
+// says.
+class Occurrences {
+public:
+    void Count(uint32_t residual) {
+        ++m_counts[std::min(residual, kMostToken)];
+        if (residual > kMostToken) m_beyond += std::log2(static_cast<double>(residual) / kMostToken);
+    }
+    double Bits() const {
+        double all = 0, bits = m_beyond;
+        for (const uint32_t count : m_counts)
+            all += count;
+        for (const uint32_t count : m_counts)
+            if (count > 0) bits += count * std::log2(all / count);
+        return bits;
+    }
+
+private:
+    uint32_t m_counts[kMostToken + 1] = {};
+    double m_beyond = 0;
+};
+
 // \return about the bits of all residuals
 double PlanBlocks(Plane& plane, bool quick, GridPlan& out) {
     const Shape& shape = plane.GetShape();
@@ -146,6 +170,7 @@ double PlanBlocks(Plane& plane, bool quick, GridPlan& out) {
     out.residuals.clear();
     out.residuals.reserve(shape.Cells());
     double bits = 0;
+    Occurrences occurrences;
     PlanBlock block;
     for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
         const auto [first, end] = plane.LinesOf(blockRow);
@@ -174,11 +199,12 @@ double PlanBlocks(Plane& plane, bool quick, GridPlan& out) {
                 const uint32_t residual = Zigzag(stored[i] - offset);
                 out.residuals[before + i] = residual;
                 sum += residual;
+                if (!quick) occurrences.Count(residual);
             }
-            bits += count * std::log2(1.0 + static_cast<double>(sum) / std::max(1U, count));
+            bits += count * (kNoiseBits + std::log2(1.0 + static_cast<double>(sum) / std::max(1U, count)));
         }
     }
-    return bits;
+    return quick ? bits : std::min(bits, occurrences.Bits());
 }
 
 }  // namespace

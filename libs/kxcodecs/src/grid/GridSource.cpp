@@ -183,7 +183,7 @@ void FindVoids(const Image<T>& image, GridSource& out) {
 }
 
 // Numbers with a common step, or few different ones in a wide span, become smaller numbers.
-void PackHistogram(GridSource& out, uint32_t greatest) {
+void PackHistogram(GridSource& out, uint32_t greatest, bool ranks) {
     uint32_t step = 0;
     for (std::size_t i = 0; i < out.codes.size() && step != 1; ++i) {
         if (out.present[i]) step = std::gcd(step, out.codes[i]);
@@ -194,7 +194,7 @@ void PackHistogram(GridSource& out, uint32_t greatest) {
             code /= step;
         greatest /= step;
     }
-    if (greatest < 2 || greatest >= kMostRankSpan) return;
+    if (!ranks || greatest < 2 || greatest >= kMostRankSpan) return;
     std::vector<uint32_t> rankOf(std::size_t{greatest} + 1);
     for (std::size_t i = 0; i < out.codes.size(); ++i)
         rankOf[out.codes[i]] |= out.present[i];
@@ -214,7 +214,8 @@ void PackHistogram(GridSource& out, uint32_t greatest) {
 }
 
 template <class T>
-bool TakeApartAs(std::span<const unsigned char> bytes, uint32_t width, uint32_t height, GridSource& out) {
+bool TakeApartAs(std::span<const unsigned char> bytes, uint32_t width, uint32_t height, bool ranks,
+                 GridSource& out) {
     const std::vector<T> values = LoadValues<T>(bytes);
     out.present.assign(values.size(), 1);
     FindVoids(Image<T>{values, width, height}, out);
@@ -233,22 +234,23 @@ bool TakeApartAs(std::span<const unsigned char> bytes, uint32_t width, uint32_t 
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (out.present[i]) out.codes[i] = static_cast<uint32_t>(Widen(values[i]) - out.base);
     }
-    PackHistogram(out, static_cast<uint32_t>(span));
+    PackHistogram(out, static_cast<uint32_t>(span), ranks);
     return true;
 }
 
 }  // namespace
 
-bool TakeApart(std::span<const unsigned char> bytes, uint32_t width, uint32_t height, GridSource& out) {
+bool TakeApart(std::span<const unsigned char> bytes, uint32_t width, uint32_t height, bool ranks,
+               GridSource& out) {
     switch (bytes.size() / (uint64_t{width} * height)) {
         case 1:
-            return TakeApartAs<uint8_t>(bytes, width, height, out);
+            return TakeApartAs<uint8_t>(bytes, width, height, ranks, out);
         case 2:
-            return TakeApartAs<uint16_t>(bytes, width, height, out);
+            return TakeApartAs<uint16_t>(bytes, width, height, ranks, out);
         case 4:
-            return TakeApartAs<int32_t>(bytes, width, height, out);
+            return TakeApartAs<int32_t>(bytes, width, height, ranks, out);
         case 8:
-            return TakeApartAs<int64_t>(bytes, width, height, out);
+            return TakeApartAs<int64_t>(bytes, width, height, ranks, out);
         default:
             return false;
     }

@@ -30,6 +30,8 @@ struct GridSource {
 
 /// Takes width x height elements of 1, 2, 4 or 8 bytes (little-endian integers) apart. False when the values
 /// of 8 bytes lie too far apart for numbers of 32 bits.
-bool TakeApart(std::span<const unsigned char> bytes, uint32_t width, uint32_t height, GridSource& out);
+/// \param ranks  a table of ranks is made where it seems to help
+bool TakeApart(std::span<const unsigned char> bytes, uint32_t width, uint32_t height, bool ranks,
+               GridSource& out);
 
 }  // namespace kxcodecs::grid
