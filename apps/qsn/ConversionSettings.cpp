@@ -18,7 +18,7 @@ namespace {
 
 void DefineImport(CLI::App& app, std::string& patch, std::vector<std::string>& codecs,
                   std::vector<std::string>& scales, std::string& color, CodecPresetFlags& presets,
-                  bool& noHashes) {
+                  bool& noHashes, double& anglePrecision) {
     app.add_option("--patch", patch,
                    "Cells per patch of a .qsn file: one number,\n"
                    "or WxH (default: 256)")
@@ -26,8 +26,8 @@ void DefineImport(CLI::App& app, std::string& patch, std::vector<std::string>& c
     app.add_option("--codec", codecs,
                    "Codec of range, angles, intensity or color\n"
                    "in a .qsn file: zlib, snappy, zstd, grid,\n"
-                   "grid-fast or (color only) jpeg; may be\n"
-                   "repeated; outranks the next three")
+                   "grid-fast or (color only) rgb or jpeg; may\n"
+                   "be repeated; outranks the next three")
         ->allow_extra_args(false)
         ->delimiter(',')
         ->type_name("COMPONENT=CODEC");
@@ -43,6 +43,13 @@ void DefineImport(CLI::App& app, std::string& patch, std::vector<std::string>& c
         ->allow_extra_args(false)
         ->delimiter(',')
         ->type_name("COMPONENT=VALUE");
+    app.add_option("--angle-precision", anglePrecision,
+                   "In a .qsn file: keep angles only so precise\n"
+                   "that no point moves by more than this many\n"
+                   "millimetres across the beam; smaller, e.g.\n"
+                   "with 0.05 (default: as --scale says)")
+        ->check(CLI::Range(0.0, 1000.0).description(""))
+        ->type_name("MM");
     app.add_option("--color", color,
                    "In a .qsn file: jpeg is smaller, colours\n"
                    "change a little; lossless (default)")
@@ -104,7 +111,7 @@ void ConversionSettings::Define(CLI::App& app, ConversionVerb verb) {
                      "format may do without them");
     }
     if (verb != ConversionVerb::Export)
-        DefineImport(app, m_patch, m_codecs, m_scales, m_color, m_presets, m_noHashes);
+        DefineImport(app, m_patch, m_codecs, m_scales, m_color, m_presets, m_noHashes, m_anglePrecision);
     app.add_flag("--no-intensity", m_noIntensity, "Leave out intensities");
     app.add_flag("--no-color", m_noColor, "Leave out colours");
     app.add_flag("--strict", m_strict,
@@ -129,6 +136,7 @@ kxexchange::ImportOptions ConversionSettings::ImportOptions(const Session& sessi
     start.intensity = !m_noIntensity;
     start.color = !m_noColor;
     start.strict = m_strict;
+    start.anglePrecision = m_anglePrecision;
     if (!m_patch.empty()) ApplyPatch(m_patch, start);
     if (m_presets.Any()) m_presets.Apply(start);
     start.hashes = !m_noHashes && !m_presets.plain;
@@ -173,10 +181,11 @@ std::string ConversionSettings::ScanName() const {
 
 std::string ConversionSettings::Text() const {
     return fmt::format(
-        "scan={} from={} to={} patch={} codec={} scale={} color={} coordinates={} decimals={} plane={} "
+        "scan={} from={} to={} patch={} codec={} scale={} angles={} color={} coordinates={} decimals={} "
+        "plane={} "
         "flags={}{}{}{}{}{}{}{}{}{}{}",
-        m_scan, m_from, m_to, m_patch, fmt::join(m_codecs, ","), fmt::join(m_scales, ","), m_color,
-        m_coordinates, m_decimals, m_plane, m_registered ? 'r' : '-', m_local ? 'l' : '-',
+        m_scan, m_from, m_to, m_patch, fmt::join(m_codecs, ","), fmt::join(m_scales, ","), m_anglePrecision,
+        m_color, m_coordinates, m_decimals, m_plane, m_registered ? 'r' : '-', m_local ? 'l' : '-',
         m_noIntensity ? 'i' : '-', m_noColor ? 'c' : '-', m_onlyReturns ? 'o' : '-', m_strict ? 's' : '-',
         m_presets.fast ? 'f' : '-', m_presets.small ? 'm' : '-', m_presets.plain ? 'p' : '-',
         m_regrid ? 'g' : '-', m_noHashes ? 'h' : '-');

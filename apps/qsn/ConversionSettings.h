@@ -58,6 +58,7 @@ private:
     CodecPresetFlags m_presets;
     std::vector<std::string> m_scales;
     std::string m_color;
+    double m_anglePrecision = 0;
     std::string m_coordinates;
     std::string m_plane;
     int m_decimals = -1;

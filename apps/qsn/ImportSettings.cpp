@@ -34,7 +34,7 @@ void CodecPresetFlags::Check() const {
 void CodecPresetFlags::Apply(ImportOptions& options) const {
     const Codec scan = fast ? Codec::GridFast : small ? Codec::Grid : Codec::Zlib;
     options.rangeCodec = options.angleCodec = options.intensityCodec = scan;
-    options.colorCodec = plain ? Codec::Zlib : Codec::Zstd;
+    options.colorCodec = plain ? Codec::Zlib : fast ? Codec::Zstd : Codec::Color;
 }
 
 void DefineCodecPresets(CLI::App& app, CodecPresetFlags& flags) {
@@ -54,7 +54,7 @@ void ApplyPatch(const std::string& text, ImportOptions& options) {
     }
 }
 
-void ApplyCodec(const std::string& text, ImportOptions& options) {
+std::pair<Codec ImportOptions::*, Codec> ParseCodec(const std::string& text) {
     static constexpr std::pair<const char*, Codec ImportOptions::*> kTargets[] = {
         {"range", &ImportOptions::rangeCodec},
         {"angles", &ImportOptions::angleCodec},
@@ -62,8 +62,8 @@ void ApplyCodec(const std::string& text, ImportOptions& options) {
         {"color", &ImportOptions::colorCodec},
     };
     static constexpr std::pair<const char*, Codec> kCodecs[] = {
-        {"zlib", Codec::Zlib}, {"snappy", Codec::Snappy}, {"jpeg", Codec::Jpeg},
-        {"zstd", Codec::Zstd}, {"grid", Codec::Grid},     {"grid-fast", Codec::GridFast}};
+        {"zlib", Codec::Zlib}, {"snappy", Codec::Snappy},      {"jpeg", Codec::Jpeg}, {"zstd", Codec::Zstd},
+        {"grid", Codec::Grid}, {"grid-fast", Codec::GridFast}, {"rgb", Codec::Color}};
 
     const auto [component, wanted] = SplitAssignment("--codec", text);
     for (const auto& [name, member] : kTargets) {
@@ -72,15 +72,21 @@ void ApplyCodec(const std::string& text, ImportOptions& options) {
             if (wanted != codecName) continue;
             if (codec == Codec::Jpeg && member != &ImportOptions::colorCodec)
                 throw UsageError(fmt::format("--codec {}: jpeg is for color only", text));
-            options.*member = codec;
-            return;
+            if (codec == Codec::Color && member != &ImportOptions::colorCodec)
+                throw UsageError(fmt::format("--codec {}: rgb is for color only", text));
+            return {member, codec};
         }
-        throw UsageError(
-            fmt::format("--codec {}: '{}' is no codec; expected zlib, snappy, zstd, grid, grid-fast or jpeg",
-                        text, wanted));
+        throw UsageError(fmt::format(
+            "--codec {}: '{}' is no codec; expected zlib, snappy, zstd, grid, grid-fast, rgb or jpeg", text,
+            wanted));
     }
     throw UsageError(fmt::format("--codec {}: '{}' has no codec; expected range, angles, intensity or color",
                                  text, component));
+}
+
+void ApplyCodec(const std::string& text, ImportOptions& options) {
+    const auto [member, codec] = ParseCodec(text);
+    options.*member = codec;
 }
 
 void ApplyScale(const std::string& text, ImportOptions& options) {
@@ -107,7 +113,7 @@ void ApplyColor(const std::string& text, ImportOptions& options) {
     if (text == "jpeg") {
         options.colorCodec = Codec::Jpeg;
     } else if (text == "lossless") {
-        options.colorCodec = Codec::Zlib;
+        options.colorCodec = Codec::Color;
     } else {
         throw UsageError(fmt::format("--color {}: expected jpeg or lossless", text));
     }

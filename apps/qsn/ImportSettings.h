@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "kxexchange/ImportScan.h"
 
@@ -31,7 +32,10 @@ void DefineCodecPresets(CLI::App& app, CodecPresetFlags& flags);
 
 /// "256" or "512x128": columns x rows of a patch.
 void ApplyPatch(const std::string& text, kxexchange::ImportOptions& options);
-/// "range=grid", "angles=grid-fast", "intensity=snappy", "color=jpeg".
+/// "range=grid", "angles=grid-fast", "intensity=snappy", "color=rgb".
+std::pair<kxexchange::Codec kxexchange::ImportOptions::*, kxexchange::Codec> ParseCodec(
+    const std::string& text);
+/// The same, put into `options`.
 void ApplyCodec(const std::string& text, kxexchange::ImportOptions& options);
 /// "range=0.1" [mm], "vertical=1e-6", "horizontal=1e-6" or "angles=1e-6" [rad].
 void ApplyScale(const std::string& text, kxexchange::ImportOptions& options);

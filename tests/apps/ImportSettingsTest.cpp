@@ -49,6 +49,8 @@ TEST(ImportSettings, EachComponentHasItsCodec) {
     EXPECT_EQ(options.angleCodec, Codec::GridFast);
     ApplyCodec("color=zstd", options);
     EXPECT_EQ(options.colorCodec, Codec::Zstd);
+    ApplyCodec("color=rgb", options);
+    EXPECT_EQ(options.colorCodec, Codec::Color);
 }
 
 TEST(ImportSettings, APresetSetsAllCodecs) {
@@ -64,7 +66,7 @@ TEST(ImportSettings, APresetSetsAllCodecs) {
     CodecPresetFlags fast, small, plain;
     fast.fast = small.small = plain.plain = true;
     EXPECT_EQ(codecsOf(fast), (std::vector{Codec::GridFast, Codec::GridFast, Codec::GridFast, Codec::Zstd}));
-    EXPECT_EQ(codecsOf(small), (std::vector{Codec::Grid, Codec::Grid, Codec::Grid, Codec::Zstd}));
+    EXPECT_EQ(codecsOf(small), (std::vector{Codec::Grid, Codec::Grid, Codec::Grid, Codec::Color}));
     EXPECT_EQ(codecsOf(plain), std::vector(4, Codec::Zlib));
     const ImportOptions usual;
     EXPECT_EQ(codecsOf(small),
@@ -107,7 +109,7 @@ TEST(ImportSettings, ColorIsJpegOrLossless) {
     ApplyColor("jpeg", options);
     EXPECT_EQ(options.colorCodec, Codec::Jpeg);
     ApplyColor("lossless", options);
-    EXPECT_EQ(options.colorCodec, Codec::Zlib);
+    EXPECT_EQ(options.colorCodec, Codec::Color);
     EXPECT_THROW(ApplyColor("png", options), UsageError);
 }
 

@@ -17,12 +17,14 @@ std::string Rounded(double value) {
 
 void JudgeCoordinates(const ImportFacts& facts, LossReport& losses) {
     const StoragePrecision& precision = facts.report.precision;
-    const double bound = PositionBound(facts.report.greatestRange, precision);
+    const double across = facts.options.anglePrecision;
+    const double bound = PositionBound(facts.report.greatestRange, precision) + across * 1e-3;
     losses.Add({"coordinates",
                 Fate::Converted,
                 "range in steps of " + ShortestText(precision.rangeScale) + " mm, angles of " +
-                    ShortestText(std::max(precision.verticalScale, precision.horizontalScale)) +
-                    " rad; within " + Rounded(bound) + " m at " +
+                    ShortestText(std::max(precision.verticalScale, precision.horizontalScale)) + " rad" +
+                    (across > 0 ? ", moved by up to " + ShortestText(across) + " mm across the beam" : "") +
+                    "; within " + Rounded(bound) + " m at " +
                     ShortestText(std::ceil(facts.report.greatestRange)) + " m",
                 {}});
 }

@@ -5,12 +5,15 @@
 #include <cmath>
 #include <limits>
 
+#include "TextFormat.h"
 #include "kxbase/Exceptions.h"
+#include "kxcodecs/ColorChunkCodec.h"
 #include "kxcodecs/GridChunkCodec.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
 #include "kxcodecs/ZstdChunkCodec.h"
+#include "kxexchange/MakeCodec.h"
 
 namespace kxexchange {
 
@@ -23,6 +26,7 @@ constexpr int kMaxThreads = 1024;
 constexpr double kGreatestStored = 2147483000.0;
 // Finer angle scales would not fit the angles of a folded sweep, and single precision has no use for them.
 constexpr double kLeastAngleScale = 1e-8;
+constexpr double kGreatestAnglePrecision = 1000;
 constexpr double kGreatestAngleScale = 0.1;
 constexpr double kLeastRangeScale = 1e-6;
 constexpr double kGreatestRangeScale = 1e6;
@@ -64,6 +68,10 @@ void CheckOptions(const ImportOptions& options) {
     if (options.compressionLevel < -1 || options.compressionLevel > 9) {
         Refuse("compression level",
                "found " + std::to_string(options.compressionLevel) + ", expected -1 (default) or 0 to 9");
+    }
+    if (!(options.anglePrecision >= 0 && options.anglePrecision <= kGreatestAnglePrecision)) {
+        Refuse("angle precision", "found " + ShortestText(options.anglePrecision) + ", expected 0 to " +
+                                      ShortestText(kGreatestAnglePrecision) + " millimetres");
     }
     if (options.previewSide == 0) Refuse("preview side", "found 0, expected at least 1");
     if (options.threads < 0 || options.threads > kMaxThreads) {
@@ -147,6 +155,8 @@ std::unique_ptr<kxcodecs::QKXChunkCodec> MakeCodec(Codec codec, int compressionL
         case Codec::Zstd:
             made = std::make_unique<kxcodecs::ZstdChunkCodec>();
             break;
+        case Codec::Color:
+            return std::make_unique<kxcodecs::ColorChunkCodec>();
         case Codec::Grid:  // its modes have names, not levels
             return std::make_unique<kxcodecs::GridChunkCodec>(kxcodecs::GridChunkCodec::Mode::Balanced);
         case Codec::GridFast:

@@ -30,6 +30,4 @@ void SetPreviewSize(kxbase::GridTopology& grid, uint32_t greatestSide);
 /// The grid of the file.
 kxbase::GridTopology MakeTopology(const FittedGrid& fitted, const ImportOptions& options);
 
-std::unique_ptr<kxcodecs::QKXChunkCodec> MakeCodec(Codec codec, int compressionLevel);
-
 }  // namespace kxexchange

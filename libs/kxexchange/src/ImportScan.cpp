@@ -10,6 +10,7 @@
 #include <functional>
 #include <thread>
 
+#include "AngleSettling.h"
 #include "CellLines.h"
 #include "Handover.h"
 #include "ImportLosses.h"
@@ -21,6 +22,7 @@
 #include "TextFormat.h"
 #include "kxbase/UTF8.h"
 #include "kxcodecs/JPEG.h"
+#include "kxexchange/MakeCodec.h"
 #include "kxio/QSNScanWriter.h"
 
 namespace kxexchange {
@@ -108,6 +110,7 @@ private:
     void ReadAll(PatchAssembler& assembler, const PatchAssembler::Done& done,
                  const std::function<void()>& onBlock);
     void AddPatches(PatchColumn& column);
+    void SettleColumn(PatchColumn& column, uint32_t patches, size_t area) const;
     void CheckColumns(uint64_t columns) const;
     void Update();
     void Report();
@@ -257,6 +260,25 @@ void Import::ReadAll(PatchAssembler& assembler, const PatchAssembler::Done& done
     CheckColumns(columns);
 }
 
+// Patch by patch, as they are stored; what one becomes depends on no other.
+void Import::SettleColumn(PatchColumn& column, uint32_t patches, size_t area) const {
+    std::exception_ptr failure;
+#pragma omp parallel for schedule(dynamic)
+    for (uint32_t row = 0; row < patches; ++row) {
+        try {
+            const size_t first = row * area;
+            SettleAngles(std::span(column.range).subspan(first, area),
+                         std::span(column.vertical).subspan(first, area),
+                         std::span(column.horizontal).subspan(first, area), m_report.grid.patchWidth,
+                         m_report.grid.patchHeight, m_report.precision, m_options.anglePrecision);
+        } catch (...) {
+#pragma omp critical(kxexchangeSettling)
+            failure = std::current_exception();
+        }
+    }
+    if (failure) std::rethrow_exception(failure);
+}
+
 void Import::AddPatches(PatchColumn& column) {
     const kxbase::GridTopology& grid = m_report.grid;
     const size_t area = size_t{grid.patchWidth} * grid.patchHeight;
@@ -283,6 +305,7 @@ void Import::AddPatches(PatchColumn& column) {
         descriptor.size = area;
     };
     const uint32_t patches = grid.PatchesPerColumn();
+    if (m_options.anglePrecision > 0) SettleColumn(column, patches, area);
     for (uint32_t row = 0; row < patches; ++row) {
         point(range, column.range, 1, row);
         point(vertical, column.vertical, 1, row);

@@ -5,14 +5,17 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <map>
 
+#include "AngleSettling.h"
 #include "GridCells.h"
 #include "ImportPlan.h"
 #include "Paths.h"
 #include "QsnSource.h"
 #include "TextFormat.h"
 #include "kxbase/UTF8.h"
+#include "kxexchange/MakeCodec.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
 #include "kxio/ScanAccess.h"
@@ -69,6 +72,7 @@ private:
     void JudgeLosses();
     void Write(const std::filesystem::path& path);
     void AddPatch(uint32_t row, uint32_t column);
+    void SettlePatch(std::vector<kxio::FlatPatchDescriptor>& flats) const;
     bool Present(ComponentType component, uint32_t row, uint32_t column) const;
     void CheckClaim(ComponentType component, uint32_t row, uint32_t column, uint32_t elementBytes) const;
     double ScaleOf(ComponentType component) const;
@@ -139,6 +143,10 @@ void Recoding::JudgeLosses() {
     judge(0, "range", m_report.precision.rangeScale, "mm");
     judge(1, "vertical angle", m_report.precision.verticalScale, "rad");
     judge(2, "horizontal angle", m_report.precision.horizontalScale, "rad");
+    if (m_options.anglePrecision > 0) {
+        steps += std::string(steps.empty() ? "" : ", ") + "angles moved by up to " +
+                 ShortestText(m_options.anglePrecision) + " mm across the beam";
+    }
     losses.Add({"coordinates", steps.empty() ? Fate::Kept : Fate::Converted, steps, {}});
     for (const ComponentType component : m_reader.GetAvailableComponents()) {
         if (component == ComponentType::Range || component == ComponentType::VerticalAngle ||
@@ -223,6 +231,27 @@ void Recoding::CheckClaim(ComponentType component, uint32_t row, uint32_t column
     throw kxbase::KXUnreadablePatchException("Patch cannot be decoded", context);
 }
 
+// Without a range there is no telling how far a point would move.
+void Recoding::SettlePatch(std::vector<kxio::FlatPatchDescriptor>& flats) const {
+    constexpr ComponentType kNeeded[] = {ComponentType::Range, ComponentType::VerticalAngle,
+                                         ComponentType::HorizontalAngle};
+    std::vector<float> values[3];
+    unsigned char* places[3] = {};
+    for (size_t k = 0; k < 3; ++k) {
+        for (kxio::FlatPatchDescriptor& flat : flats) {
+            if (flat.component != kNeeded[k] || flat.pixelLength != sizeof(float)) continue;
+            places[k] = flat.data;
+            values[k].resize(flat.size);
+            std::memcpy(values[k].data(), flat.data, flat.size * sizeof(float));
+        }
+        if (places[k] == nullptr) return;
+    }
+    SettleAngles(values[0], values[1], values[2], m_grid.patchWidth, m_grid.patchHeight, m_report.precision,
+                 m_options.anglePrecision);
+    for (size_t k = 1; k < 3; ++k)
+        std::memcpy(places[k], values[k].data(), values[k].size() * sizeof(float));
+}
+
 void Recoding::AddPatch(uint32_t row, uint32_t column) {
     const kxio::PatchRect rect{row * m_grid.patchHeight, column * m_grid.patchWidth, m_grid.RowsInPatch(row),
                                m_grid.ColumnsInPatch(column)};
@@ -251,6 +280,7 @@ void Recoding::AddPatch(uint32_t row, uint32_t column) {
         flat.data = patch.data();
         flat.size = area;
     }
+    if (m_options.anglePrecision > 0) SettlePatch(flats);
     std::vector<kxio::PatchDescriptor*> descriptors;
     for (auto& flat : flats)
         descriptors.push_back(&flat);
@@ -319,6 +349,7 @@ ImportOptions OptionsOf(const std::filesystem::path& scanPath) {
         if (name == "snappy") value = Codec::Snappy;
         if (name == "zstd") value = Codec::Zstd;
         if (name == "grid") value = Codec::Grid;  // which mode is not told
+        if (name == "color") value = Codec::Color;
         if (name == "jpeg" && component == ComponentType::Color) value = Codec::Jpeg;
     };
     codec(ComponentType::Range, options.rangeCodec);

@@ -28,6 +28,7 @@ enum class Codec {
     Zstd,      ///< general
     Grid,      ///< made for ranges, angles and intensities; the smallest
     GridFast,  ///< the same in the form that decodes quickest
+    Color,     ///< made for colours, lossless; the smallest of these
 };
 
 /// How a scan becomes a .qsn file. The defaults lose nothing that a tripod scanner measures.
@@ -37,12 +38,15 @@ struct ImportOptions {
     Codec rangeCodec = Codec::Grid;
     Codec angleCodec = Codec::Grid;
     Codec intensityCodec = Codec::Grid;
-    Codec colorCodec = Codec::Zstd;
+    Codec colorCodec = Codec::Color;
     int compressionLevel =
         -1;  ///< 0..9 for the codecs that have levels; -1: each codec's default; Grid has none
     double rangeScale = 0.1;        ///< millimetres; made coarser when a range would not fit, with a warning
     double verticalScale = 1e-6;    ///< radians
     double horizontalScale = 1e-6;  ///< radians
+    /// Angles of returns are only kept so precise that no point moves by more than this across the beam,
+    /// millimetres, which makes files smaller; 0: as precise as their scales.
+    double anglePrecision = 0;
     bool intensity = true;          ///< keep intensity (components 4 and 5)
     bool color = true;              ///< keep colour (component 6)
     bool histograms = true;         ///< count intensities per patch

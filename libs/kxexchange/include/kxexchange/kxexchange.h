@@ -11,6 +11,7 @@
 #include "kxexchange/ImportScan.h"
 #include "kxexchange/IntensityMapping.h"
 #include "kxexchange/LossReport.h"
+#include "kxexchange/MakeCodec.h"
 #include "kxexchange/PositionBound.h"
 #include "kxexchange/Progress.h"
 #include "kxexchange/RecodeScan.h"
