@@ -21,6 +21,7 @@ std::unique_ptr<Command> MakeLodCommand();
 std::unique_ptr<Command> MakePartsCommand();
 std::unique_ptr<Command> MakePreviewCommand();
 std::unique_ptr<Command> MakeProtectCommand();
+std::unique_ptr<Command> MakeRecodeCommand();
 std::unique_ptr<Command> MakeRecoverCommand();
 std::unique_ptr<Command> MakeStatsCommand();
 std::unique_ptr<Command> MakeThumbnailCommand();

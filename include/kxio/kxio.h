@@ -34,6 +34,7 @@
 #include "kxio/QSNInfo.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
+#include "kxio/RecodeFile.h"
 #include "kxio/RecoverToFile.h"
 #include "kxio/ScanAccess.h"
 #include "kxio/ScanHeader.h"

@@ -9,12 +9,14 @@ list(APPEND kxio_sources
   services/FileWindow.cpp
   services/GridDecision.cpp
   services/IntegrityEdit.cpp
+  services/PartialFile.cpp
   services/PatchCells.cpp
   services/PreviewComparison.cpp
   services/PropertyTexts.cpp
   services/ProtectFile.cpp
   services/QSNFileRecovery.cpp
   services/QSNInfo.cpp
+  services/RecodeFile.cpp
   services/RecordSurvey.cpp
   services/RecoverToFile.cpp
   services/SalvagedProperties.cpp
