@@ -54,7 +54,7 @@ PartialFile::~PartialFile() {
 
 void PartialFile::Complete() {
     // A name may reach the medium before the bytes that it stands for.
-    m_file->Sync();
+    if (m_file->IsOpen()) m_file->Sync();
     m_file->Close();
     std::error_code error;
     fs::rename(m_systemPath, SystemPath(m_output), error);

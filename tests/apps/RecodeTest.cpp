@@ -11,7 +11,8 @@ class Recode : public ImportedScan {
 protected:
     void SetUp() override { Import(MakeSmallPtx(80, 60), {"--patch", "32x16", "--plain"}); }
     std::string CodecOf(const std::string& file, const std::string& component) const {
-        for (const auto& entry : OutputJson({"info", file})["components"])
+        const nlohmann::json info = OutputJson({"info", file});
+        for (const auto& entry : info["components"])
             if (entry["name"] == component) return entry["codec"];
         return "none";
     }

@@ -18,7 +18,7 @@ namespace {
 using namespace kxtest;
 using kxbase::Range;
 
-constexpr int kMostOperationsOfAnOpen = 42;
+constexpr int kMostOperationsOfAnOpen = 40;
 constexpr int kMostOperationsOfAPatch = 2;
 constexpr size_t kHistogramBytes = 300'000;
 constexpr size_t kPreviewSide = 200;
