@@ -69,7 +69,7 @@ bool ReadSegments(std::string_view text, std::vector<RowSegment>& segments) {
     }
 }
 
-// none, unit, integer:0:0.0625, real:-12.5:0.001
+// none, unit, unit:32767, integer:0:0.0625, real:-12.5:0.001
 bool ReadIntensity(std::string_view text, IntensityMapping& mapping) {
     using Kind = IntensityMapping::Kind;
     if (text == "none") {
@@ -79,6 +79,13 @@ bool ReadIntensity(std::string_view text, IntensityMapping& mapping) {
     if (text == "unit") {
         mapping = {Kind::Unit, 0, 1.0 / 65535};
         return true;
+    }
+    if (Take(text, "unit:")) {
+        const auto levels = SplitNumbers(text);
+        if (!levels || levels->size() != 1 || !(levels->front() >= 1 && levels->front() < 65535))
+            return false;
+        mapping = {Kind::Unit, 0, 1.0 / 65535, static_cast<uint32_t>(levels->front())};
+        return mapping.levels == levels->front();
     }
     if (Take(text, "integer:")) {
         mapping.kind = Kind::Integer;
@@ -103,7 +110,7 @@ std::string IntensityText(const IntensityMapping& mapping) {
         case Kind::None:
             return "none";
         case Kind::Unit:
-            return "unit";
+            return mapping.levels != 0 ? "unit:" + std::to_string(mapping.levels) : "unit";
         case Kind::Integer:
             return "integer:" + ShortestText(mapping.offset) + ":" + ShortestText(mapping.scale);
         case Kind::Real:

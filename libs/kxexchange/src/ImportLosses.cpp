@@ -29,6 +29,13 @@ void JudgeCoordinates(const ImportFacts& facts, LossReport& losses) {
                 {}});
 }
 
+std::string InverseText(const IntensityMapping& mapping) {
+    if (mapping.levels == 0)
+        return "value = " + ShortestText(mapping.offset) + " + stored x " + ShortestText(mapping.scale);
+    const std::string levels = std::to_string(mapping.levels);
+    return "value = round(stored x " + levels + " / 65535) / " + levels;
+}
+
 void JudgeIntensity(const ImportFacts& facts, LossReport& losses) {
     if (!facts.description.intensity.present) return;
     if (!facts.options.intensity) {
@@ -43,9 +50,8 @@ void JudgeIntensity(const ImportFacts& facts, LossReport& losses) {
             break;
         case IntensityMapping::Kind::Unit:
         case IntensityMapping::Kind::Real:
-            losses.Add(
-                {"intensity", Fate::Converted, "to 16 bits, within " + Rounded(mapping.Bound()),
-                 "value = " + ShortestText(mapping.offset) + " + stored x " + ShortestText(mapping.scale)});
+            losses.Add({"intensity", Fate::Converted, "to 16 bits, within " + Rounded(mapping.Bound()),
+                        InverseText(mapping)});
             break;
     }
     if (facts.survey.InvalidIntensities() != 0) {

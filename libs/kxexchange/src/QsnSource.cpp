@@ -98,7 +98,7 @@ void QsnSource::DescribeIntensity(const LayoutMessage& message, ScanDescription&
         case IntensityMapping::Kind::Unit:
             intensity.unit = "1";
             intensity.numbers = NumberKind::Scaled;
-            intensity.precision = 1.0 / 65535;
+            intensity.precision = 1.0 / (message.intensity.levels != 0 ? message.intensity.levels : 65535);
             declare(0, 1);
             break;
         case IntensityMapping::Kind::Integer:

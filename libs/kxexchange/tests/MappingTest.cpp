@@ -105,6 +105,10 @@ TEST(LayoutMessage, OtherTextsAreNoLayout) {
         with("segments=0+2@near:1-", "segments=0+2@near:1-,"),
         with("gridrows=2", "fold=3 gridrows=2"),  // a fold, but no far row
         with("intensity=unit", "intensity=something"),
+        with("intensity=unit", "intensity=unit:"),
+        with("intensity=unit", "intensity=unit:0"),
+        with("intensity=unit", "intensity=unit:1023.5"),
+        with("intensity=unit", "intensity=unit:65535"),
         with("intensity=unit", "intensity=real:0"),
         with("intensity=unit", "intensity=real:0:0"),
         with("intensity=unit", "intensity=real:0:-1"),
@@ -149,6 +153,29 @@ TEST(IntensityMapping, AStatedStepThatIsFinerIsTakenWhileItsLevelsFit) {
     wide.Add(500);
     EXPECT_EQ(wide.Mapping(0.25).kind, Kind::Real);
     EXPECT_EQ(wide.Mapping(0.25).scale, 600.5 / 65535);  // finer than the step already
+}
+
+TEST(IntensityMapping, SharesOfAnInstrumentsNumbersInSixDecimalsComeBackAsThoseShares) {
+    for (const uint32_t levels : {1023U, 4095U, 16383U, 32767U}) {
+        IntensitySurvey exact, text;
+        const auto inText = [](double value) { return std::round(value * 1e6) / 1e6; };
+        for (uint32_t number = 1; number <= 1023; ++number) {
+            exact.Add(static_cast<double>(number) / levels);
+            text.Add(inText(static_cast<double>(number) / levels));
+        }
+        const IntensityMapping mapping = text.Mapping();
+        EXPECT_EQ(mapping, (IntensityMapping{Kind::Unit, 0, 1.0 / 65535, levels}));
+        EXPECT_EQ(exact.Mapping(), mapping);
+        for (uint32_t number = 0; number <= levels; ++number) {
+            const double value = static_cast<double>(number) / levels;
+            EXPECT_EQ(mapping.Store(inText(value)), mapping.Store(value));
+            EXPECT_NEAR(mapping.Store(value), value * 65535, 0.5);
+            EXPECT_DOUBLE_EQ(mapping.Restore(mapping.Store(value)), value);
+        }
+        text.Add(0.1234567);
+        EXPECT_EQ(text.Mapping().levels, 0U);
+    }
+    EXPECT_EQ(MappingOf({0, 0.2, 1}).levels, 0U);  // too few to tell
 }
 
 TEST(IntensityMapping, TheRangesThatFilesUseAreRecognised) {
