@@ -2,8 +2,9 @@
 // What each codec makes of a scan: every chunk of every component is packed and unpacked by all of them, in
 // rounds that take turns, so that what disturbs the machine disturbs all.
 //
-//   kxio_codec_compare SCAN [--json] [--rounds=N] [--threads=N]
+//   kxio_codec_compare SCAN [--json] [--rounds=N] [--threads=N] [--only=TEXT]
 //
+// --only keeps the memory copy and the codecs whose names hold the text.
 // SCAN is a .qsn file, any format that imports, or synthetic[:COLUMNSxROWS]. Sizes are those of whole chunks.
 // Speeds are medians of the rounds, of values that lie in memory and go to memory: of one thread by its
 // processor time, of several by the clock.
@@ -40,6 +41,7 @@ struct Settings {
     bool json = false;
     int rounds = 5;
     unsigned threads = 1;
+    std::string only;
 };
 
 double Median(std::vector<double> values) {
@@ -138,7 +140,8 @@ void Compare(const CompareScan& scan, const Settings& settings) {
         if (component.patches.empty()) continue;
         std::vector<CompareWay> ways;
         for (const CompareWay& way : all) {
-            if (!way.takes || way.takes(component.patches[0].elementBytes)) ways.push_back(way);
+            const bool wanted = ways.empty() || way.name.find(settings.only) != std::string::npos;
+            if (wanted && (!way.takes || way.takes(component.patches[0].elementBytes))) ways.push_back(way);
         }
         const std::vector<Figures> figures = Measure(ways, component, settings);
         for (std::size_t w = 0; w < ways.size(); ++w)
@@ -168,13 +171,15 @@ int main(int argc, char** argv) {
             settings.rounds = std::max(1, std::atoi(argument.c_str() + 9));
         } else if (argument.rfind("--threads=", 0) == 0) {
             settings.threads = static_cast<unsigned>(std::clamp(std::atoi(argument.c_str() + 10), 1, 64));
+        } else if (argument.rfind("--only=", 0) == 0) {
+            settings.only = argument.substr(7);
         } else {
             scan = argument;
         }
     }
     if (scan.empty()) {
         std::cerr << "usage: kxio_codec_compare SCAN|synthetic[:COLUMNSxROWS] [--json] [--rounds=N] "
-                     "[--threads=N]\n";
+                     "[--threads=N] [--only=TEXT]\n";
         return 2;
     }
     for (const auto& [what, value] : DescribeMachine())

@@ -28,8 +28,9 @@ struct BlockRow {
     uint32_t* line;        ///< its first line, with `stride` to the next; the two lines before are there
     std::size_t stride;
     uint32_t lines;         ///< from 0 to 16
-    uint32_t* residuals;    ///< room for groups x 256 + 16
+    uint32_t* residuals;    ///< room for groups x 256 + 256
     const uint32_t** next;  ///< room for one per group
+    uint32_t* order;        ///< room for one per group
 };
 
 /// Counts the stored cells of each block of a row, given the masks of its lines.

@@ -30,6 +30,8 @@ struct Scratch {
     std::vector<uint32_t> lines;
     std::vector<uint32_t> residuals;
     std::vector<const uint32_t*> next;
+    std::vector<uint32_t> order;
+    std::vector<uint32_t> values;
 };
 
 template <class T>
@@ -116,17 +118,18 @@ void LinkBlocks(bool tokens, std::size_t starts[], Scratch& scratch, std::size_t
 bool DecodeLines(const Shape& shape, const PayloadHeader& header, Scratch& scratch,
                  std::span<unsigned char> out) {
     const std::size_t stride = shape.Stride(), groups = shape.Groups();
-    Grow(scratch.lines, (std::size_t{shape.Lines()} + 2) * stride);
+    // A row of blocks and the two lines before it: what is stored is not needed any more.
+    Grow(scratch.lines, (kBlock + 2) * stride);
     Grow(scratch.residuals, groups * kBlockCells + kBeyond);
     Grow(scratch.next, groups);
+    Grow(scratch.order, groups);
     const Parameters& p = scratch.parameters;
-    uint32_t* const line0 = scratch.lines.data() + 2 * stride + kApron;
-    const ElementStore store(shape, header, p, out);
+    uint32_t* const first = scratch.lines.data() + 2 * stride + kApron;
+    const ElementStore store(shape, header, p, scratch.values, out);
     bool good = true;
     for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
         const uint32_t firstLine = blockRow * kBlock;
         const uint32_t lines = std::min(kBlock, shape.Lines() - firstLine);
-        uint32_t* const first = line0 + firstLine * stride;
         BlockRow row{};
         row.blocks = scratch.blocks.data() + blockRow * groups;
         row.groups = static_cast<uint32_t>(groups);
@@ -136,6 +139,7 @@ bool DecodeLines(const Shape& shape, const PayloadHeader& header, Scratch& scrat
         row.lines = lines;
         row.residuals = scratch.residuals.data();
         row.next = scratch.next.data();
+        row.order = scratch.order.data();
         if (blockRow == 0) {
             // Line 0 is given; the line before it is itself.
             std::copy(p.firstLine.begin(), p.firstLine.end(), first);
@@ -145,13 +149,12 @@ bool DecodeLines(const Shape& shape, const PayloadHeader& header, Scratch& scrat
             row.mask += groups;
             row.line += stride;
             --row.lines;
+        } else {
+            std::copy_n(first - kApron + (kBlock - 2) * stride, 2 * stride, scratch.lines.data());
         }
         DecodeBlockRow(row);
-        if (shape.axis == Axis::Rows)
-            good =
-                store.Put(first, stride, scratch.mask.data() + firstLine * groups, firstLine, lines) && good;
+        good = store.Put(first, stride, scratch.mask.data() + firstLine * groups, firstLine, lines) && good;
     }
-    if (shape.axis == Axis::Columns) good = store.Put(line0, stride, scratch.mask.data(), 0, shape.Lines());
     return good;
 }
 

@@ -17,8 +17,8 @@
 #ifndef KXGRID_UNITS
 #define KXGRID_UNITS
 namespace kxcodecs::grid {
-constexpr uint32_t kLanes = 16;
-constexpr uint32_t kUnit = 256;
+constexpr std::size_t kLanes = 16;
+constexpr std::size_t kUnit = 256;
 }  // namespace kxcodecs::grid
 #endif
 
@@ -26,82 +26,112 @@ HWY_BEFORE_NAMESPACE();
 namespace kxcodecs::grid::HWY_NAMESPACE {
 namespace {
 
-// One whole unit; the words of a lane are 16 apart.
-template <int Bits>
-KXGRID_INLINE void UnpackUnit(const uint16_t* words, uint16_t* KXGRID_RESTRICT values) {
-    constexpr uint32_t kMask = (uint32_t{1} << Bits) - 1;
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC unroll 16
+namespace hn = hwy::HWY_NAMESPACE;
+using U16 = hn::CappedTag<uint16_t, kLanes>;
+using V = hn::Vec<U16>;
+
+HWY_INLINE V Swapped(V words) {
+    if constexpr (std::endian::native == std::endian::big)
+        return hn::Or(hn::ShiftLeft<8>(words), hn::ShiftRight<8>(words));
+    return words;
+}
+#if HWY_TARGET == HWY_SCALAR
+HWY_INLINE V LoadWords(const unsigned char* bytes) {
+    uint16_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return Swapped(hn::Set(U16(), word));
+}
+HWY_INLINE void StoreWords(V words, unsigned char* bytes) {
+    const uint16_t word = hn::GetLane(Swapped(words));
+    std::memcpy(bytes, &word, sizeof word);
+}
+#else
+using U8 = hn::Repartition<uint8_t, U16>;
+HWY_INLINE V LoadWords(const unsigned char* bytes) {
+    return Swapped(hn::BitCast(U16(), hn::LoadU(U8(), bytes)));
+}
+HWY_INLINE void StoreWords(V words, unsigned char* bytes) {
+    hn::StoreU(hn::BitCast(U8(), Swapped(words)), U8(), bytes);
+}
 #endif
-    for (int row = 0; row < 16; ++row) {
-        const int word = row * Bits / 16, shift = row * Bits % 16;
-        const bool crosses = shift + Bits > 16;
-        for (uint32_t lane = 0; lane < kLanes; ++lane) {
-            uint32_t value =
-                static_cast<uint32_t>(words[static_cast<uint32_t>(word) * kLanes + lane]) >> shift;
-            if (crosses) {
-                value |= static_cast<uint32_t>(words[static_cast<uint32_t>(word + 1) * kLanes + lane])
-                         << (16 - shift);
-            }
-            values[static_cast<uint32_t>(row) * kLanes + lane] = static_cast<uint16_t>(value & kMask);
-        }
+
+// Row `Row` of the values of a unit, from lane `lane` on.
+template <int Bits, int Row>
+HWY_INLINE void UnpackRow(const unsigned char* packed, std::size_t lane, uint16_t* values) {
+    constexpr int kWord = Row * Bits / 16, kShift = Row * Bits % 16;
+    constexpr auto kMask = static_cast<uint16_t>((uint32_t{1} << Bits) - 1);
+    const U16 d;
+    V value = hn::ShiftRight<kShift>(LoadWords(packed + (kWord * kLanes + lane) * 2));
+    if constexpr (kShift + Bits > 16)
+        value =
+            hn::Or(value, hn::ShiftLeft<16 - kShift>(LoadWords(packed + ((kWord + 1) * kLanes + lane) * 2)));
+    if constexpr (kShift + Bits != 16) value = hn::And(value, hn::Set(d, kMask));
+    hn::StoreU(value, d, values + Row * kLanes + lane);
+}
+
+// Word `Word` of a unit, from the rows that have a part of it.
+template <int Bits, int Word, int Row>
+HWY_INLINE V PackedWord(const uint16_t* values, std::size_t lane) {
+    constexpr int kShift = Row * Bits - Word * 16;
+    const U16 d;
+    const V value = hn::LoadU(d, values + Row * kLanes + lane);
+    V word = hn::Zero(d);
+    if constexpr (kShift >= 0) {
+        word = hn::ShiftLeft<kShift>(value);
+    } else {
+        word = hn::ShiftRight<-kShift>(value);
     }
+    if constexpr (kShift + Bits < 16 && Row + 1 < 16) {
+        return hn::Or(word, PackedWord<Bits, Word, Row + 1>(values, lane));
+    } else {
+        return word;
+    }
+}
+
+template <int Bits, int... Rows>
+HWY_INLINE void UnpackUnit(const unsigned char* packed, uint16_t* values,
+                           std::integer_sequence<int, Rows...>) {
+    for (std::size_t lane = 0; lane < kLanes; lane += hn::Lanes(U16()))
+        (UnpackRow<Bits, Rows>(packed, lane, values), ...);
+}
+template <int Bits, int... Words>
+HWY_INLINE void PackUnit(const uint16_t* values, unsigned char* packed,
+                         std::integer_sequence<int, Words...>) {
+    for (std::size_t lane = 0; lane < kLanes; lane += hn::Lanes(U16()))
+        (StoreWords(PackedWord<Bits, Words, Words * 16 / Bits>(values, lane),
+                    packed + (Words * kLanes + lane) * 2),
+         ...);
 }
 
 template <int Bits>
-KXGRID_INLINE void UnpackUnits(const unsigned char* packed, uint64_t units, uint16_t* values) {
-    uint16_t words[kLanes * 16];
-    for (uint64_t unit = 0; unit < units; ++unit) {
-        std::memcpy(words, packed + unit * Bits * 32, Bits * 32);
-        if constexpr (std::endian::native == std::endian::big) {
-            for (uint16_t& word : words)
-                word = static_cast<uint16_t>((word << 8) | (word >> 8));
-        }
-        UnpackUnit<Bits>(words, values + unit * kUnit);
-    }
+void UnpackUnits(const unsigned char* packed, uint64_t units, uint16_t* values) {
+    for (uint64_t unit = 0; unit < units; ++unit)
+        UnpackUnit<Bits>(packed + unit * Bits * kLanes * 2, values + unit * kUnit,
+                         std::make_integer_sequence<int, 16>());
+}
+template <int Bits>
+void PackUnits(const uint16_t* values, uint64_t units, unsigned char* packed) {
+    for (uint64_t unit = 0; unit < units; ++unit)
+        PackUnit<Bits>(values + unit * kUnit, packed + unit * Bits * kLanes * 2,
+                       std::make_integer_sequence<int, Bits>());
 }
 
-KXGRID_INLINE void UnpackAny(const unsigned char* packed, uint64_t units, uint32_t bits, uint16_t* values) {
-    switch (bits) {
-        case 1:
-            return UnpackUnits<1>(packed, units, values);
-        case 2:
-            return UnpackUnits<2>(packed, units, values);
-        case 3:
-            return UnpackUnits<3>(packed, units, values);
-        case 4:
-            return UnpackUnits<4>(packed, units, values);
-        case 5:
-            return UnpackUnits<5>(packed, units, values);
-        case 6:
-            return UnpackUnits<6>(packed, units, values);
-        case 7:
-            return UnpackUnits<7>(packed, units, values);
-        case 8:
-            return UnpackUnits<8>(packed, units, values);
-        case 9:
-            return UnpackUnits<9>(packed, units, values);
-        case 10:
-            return UnpackUnits<10>(packed, units, values);
-        case 11:
-            return UnpackUnits<11>(packed, units, values);
-        case 12:
-            return UnpackUnits<12>(packed, units, values);
-        case 13:
-            return UnpackUnits<13>(packed, units, values);
-        case 14:
-            return UnpackUnits<14>(packed, units, values);
-        case 15:
-            return UnpackUnits<15>(packed, units, values);
-        case 16:
-            return UnpackUnits<16>(packed, units, values);
-        default:
-            std::fill_n(values, units * kUnit, uint16_t{0});
-    }
+template <int... Less>
+void UnpackAny(const unsigned char* packed, uint64_t units, uint32_t bits, uint16_t* values,
+               std::integer_sequence<int, Less...>) {
+    ((bits == Less + 1 ? UnpackUnits<Less + 1>(packed, units, values) : void()), ...);
+}
+template <int... Less>
+void PackAny(const uint16_t* values, uint64_t units, uint32_t bits, unsigned char* packed,
+             std::integer_sequence<int, Less...>) {
+    ((bits == Less + 1 ? PackUnits<Less + 1>(values, units, packed) : void()), ...);
 }
 
 void Unpack(const unsigned char* packed, uint64_t units, uint32_t bits, uint16_t* values) {
-    UnpackAny(packed, units, bits, values);
+    UnpackAny(packed, units, bits, values, std::make_integer_sequence<int, 16>());
+}
+void Pack(const uint16_t* values, uint64_t units, uint32_t bits, unsigned char* packed) {
+    PackAny(values, units, bits, packed, std::make_integer_sequence<int, 16>());
 }
 
 }  // namespace
@@ -112,6 +142,7 @@ HWY_AFTER_NAMESPACE();
 namespace kxcodecs::grid {
 
 HWY_EXPORT(Unpack);
+HWY_EXPORT(Pack);
 
 namespace {
 
@@ -128,33 +159,28 @@ uint64_t PackedBytes(uint64_t count, uint32_t bits) {
 
 void PackLow(std::span<const uint16_t> values, uint32_t bits, std::vector<unsigned char>& out) {
     if (bits == 0) return;
-    for (std::size_t first = 0; first < values.size(); first += kUnit) {
-        const std::size_t count = std::min<std::size_t>(kUnit, values.size() - first);
-        uint16_t words[kLanes * 17] = {};
-        for (std::size_t i = 0; i < count; ++i) {
-            const std::size_t at = i / kLanes * bits;
-            const uint32_t shifted = static_cast<uint32_t>(values[first + i]) << (at % 16);
-            uint16_t* const word = words + at / 16 * kLanes + i % kLanes;
-            word[0] = static_cast<uint16_t>(word[0] | shifted);
-            word[kLanes] = static_cast<uint16_t>(word[kLanes] | (shifted >> 16));
-        }
-        const std::size_t wordCount = static_cast<std::size_t>(Words(count, bits)) * kLanes;
-        for (std::size_t i = 0; i < wordCount; ++i) {
-            out.push_back(static_cast<unsigned char>(words[i]));
-            out.push_back(static_cast<unsigned char>(words[i] >> 8));
-        }
-    }
+    const std::size_t start = out.size(), units = values.size() / kUnit, rest = values.size() % kUnit;
+    out.resize(start + static_cast<std::size_t>(PackedBytes(values.size(), bits)));
+    unsigned char* const packed = out.data() + start;
+    HWY_DYNAMIC_DISPATCH(Pack)(values.data(), units, bits, packed);
+    if (rest == 0) return;
+    uint16_t last[kUnit] = {};
+    unsigned char lastPacked[kUnit * 2];
+    std::copy_n(values.data() + units * kUnit, rest, last);
+    HWY_DYNAMIC_DISPATCH(Pack)(last, 1, bits, lastPacked);
+    std::memcpy(packed + units * bits * kLanes * 2, lastPacked, Words(rest, bits) * kLanes * 2);
 }
 
 void UnpackLow(const unsigned char* packed, uint64_t count, uint32_t bits, uint16_t* values) noexcept {
-    const uint64_t units = count / kUnit;
+    const uint64_t units = count / kUnit, rest = count % kUnit;
+    if (bits == 0) {
+        std::fill_n(values, (units + (rest > 0)) * kUnit, uint16_t{0});
+        return;
+    }
     HWY_DYNAMIC_DISPATCH(Unpack)(packed, units, bits, values);
-    const uint64_t rest = count % kUnit;
     if (rest == 0) return;
     unsigned char last[kUnit * 2] = {};
-    if (bits > 0) {
-        std::memcpy(last, packed + units * bits * kLanes * 2, Words(rest, bits) * kLanes * 2);
-    }
+    std::memcpy(last, packed + units * bits * kLanes * 2, Words(rest, bits) * kLanes * 2);
     HWY_DYNAMIC_DISPATCH(Unpack)(last, 1, bits, values + units * kUnit);
 }
 

@@ -5,13 +5,16 @@
 #include <bit>
 #include <cstring>
 
-#include "grid/GridSimd.h"
+#include "grid/GridPlaces.h"
+#include "grid/GridPrediction.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "grid/GridStore.cpp"
 #include <hwy/foreach_target.h>
 // Behind foreach_target.
 #include <hwy/highway.h>
+
+#include "grid/GridLanes.h"
 
 #ifndef KXGRID_LINES
 #define KXGRID_LINES
@@ -28,6 +31,7 @@ struct Lines {
     const uint16_t* mask;
     uint32_t firstLine;
     uint32_t lines;
+    uint32_t* scratch;  // room for a line; where lines are columns for all and 16 rows
 
     // Voids along a line differ from cell to cell, or are one for the whole line.
     bool VoidPerCell() const {
@@ -84,21 +88,92 @@ HWY_BEFORE_NAMESPACE();
 namespace kxcodecs::grid::HWY_NAMESPACE {
 namespace {
 
-namespace hn = hwy::HWY_NAMESPACE;
-using U32 = hn::CappedTag<uint32_t, 8>;
-using V = hn::Vec<U32>;
+enum class Map { Base, Step, Ranks };
+enum class Voids { None, PerLine, PerCell };
 
-// A block of values, by line and then by cell, or turned.
-struct Block {
-    HWY_ALIGN uint32_t at[kBlock][kBlock];
+// One line of numbers.
+struct LineOfNumbers {
+    const uint32_t* numbers;
+    const uint16_t* mask;
+    const uint32_t* voids;  // one, or one per cell
+    const Parameters& p;
+    std::size_t groups;
 };
 
-// Row i of what was column i is written to `out + i * step`.
-HWY_INLINE void TurnInto(const Block& from, unsigned char* HWY_RESTRICT out, std::size_t step) {
+HWY_INLINE void StoreLanes(V values, uint32_t* out) {
+    hn::StoreU(values, U32(), out);
+}
+template <class T>
+HWY_INLINE void StoreLanes(V values, T* out) {
+    const hn::Rebind<T, U32> to;
+    hn::StoreU(hn::TruncateTo(to, values), to, out);
+}
+
+// Values of all groups of a line, whole ones; false when a number has no value.
+template <class T, Map kMap, Voids kVoids>
+bool ValuesOfLine(const LineOfNumbers& line, T* HWY_RESTRICT out) {
+    const U32 d;
+    const I32 di;
+    const std::size_t n = hn::Lanes(d);
+    const V base = hn::Set(d, static_cast<uint32_t>(line.p.base)), step = hn::Set(d, line.p.step);
+    const V voidOfLine = hn::Set(d, kVoids == Voids::PerLine ? line.voids[0] : 0U);
+    const V entries = hn::Set(d, static_cast<uint32_t>(line.p.table.size()));
+    M unknown = hn::Ne(base, base);
+    for (std::size_t group = 0; group < line.groups; ++group) {
+        const uint32_t word = kVoids == Voids::None && kMap != Map::Ranks ? 0 : line.mask[group];
+        for (std::size_t i = 0; i < kBlock; i += n) {
+            const std::size_t at = group * kBlock + i;
+            V value = hn::LoadU(d, line.numbers + at);
+            if constexpr (kMap == Map::Step) value = hn::Mul(value, step);
+            if constexpr (kMap == Map::Ranks) {
+                const M stored = LanesOf(LaneBits(word, i)), known = hn::Lt(value, entries);
+                unknown = hn::Or(unknown, hn::AndNot(known, stored));
+                value = hn::IfThenElseZero(hn::And(stored, known), value);
+                value = hn::GatherIndex(d, line.p.table.data(), hn::BitCast(di, value));
+            }
+            value = hn::Add(value, base);
+            if constexpr (kVoids != Voids::None) {
+                const V ofVoid = kVoids == Voids::PerLine ? voidOfLine : hn::LoadU(d, line.voids + at);
+                value = hn::IfThenElse(LanesOf(LaneBits(word, i)), value, ofVoid);
+            }
+            StoreLanes(value, out + at);
+        }
+    }
+    return hn::AllFalse(d, unknown);
+}
+
+template <class T, Map kMap>
+bool ValuesOf(Voids voids, const LineOfNumbers& line, T* out) {
+    switch (voids) {
+        case Voids::PerLine:
+            return ValuesOfLine<T, kMap, Voids::PerLine>(line, out);
+        case Voids::PerCell:
+            return ValuesOfLine<T, kMap, Voids::PerCell>(line, out);
+        case Voids::None:
+            break;
+    }
+    return ValuesOfLine<T, kMap, Voids::None>(line, out);
+}
+
+template <class T>
+bool MakeValues(const Lines& l, uint32_t line, T* out) {
+    const bool perCell = l.VoidPerCell();
+    const Voids voids = l.p.narrowVoids.empty() ? Voids::None : perCell ? Voids::PerCell : Voids::PerLine;
+    const LineOfNumbers numbers{l.first + line * l.stride, l.mask + std::size_t{line} * l.shape.Groups(),
+                                l.p.narrowVoids.data() + (voids == Voids::PerLine ? l.VoidOfLine(line) : 0),
+                                l.p, l.shape.Groups()};
+    if (l.header.map == ValueMap::Ranks) return ValuesOf<T, Map::Ranks>(voids, numbers, out);
+    if (l.p.step != 1) return ValuesOf<T, Map::Step>(voids, numbers, out);
+    return ValuesOf<T, Map::Base>(voids, numbers, out);
+}
+
+// Row i of what was column i is written to `out + i * step`; lines of `from` are `stride` apart.
+HWY_INLINE void TurnInto(const uint32_t* from, std::size_t stride, unsigned char* HWY_RESTRICT out,
+                         std::size_t step) {
 #if HWY_TARGET == HWY_SCALAR
     for (uint32_t y = 0; y < kBlock; ++y) {
         for (uint32_t x = 0; x < kBlock; ++x)
-            std::memcpy(out + x * step + y * 4, &from.at[y][x], 4);
+            std::memcpy(out + x * step + y * 4, from + y * stride + x, 4);
     }
 #else
     const hn::FixedTag<uint32_t, 4> d;
@@ -106,8 +181,9 @@ HWY_INLINE void TurnInto(const Block& from, unsigned char* HWY_RESTRICT out, std
     for (uint32_t x = 0; x < kBlock; x += 4) {
         unsigned char* const to = out + x * step;
         for (uint32_t y = 0; y < kBlock; y += 4) {
-            const auto a = hn::LoadU(d, from.at[y] + x), b = hn::LoadU(d, from.at[y + 1] + x);
-            const auto c = hn::LoadU(d, from.at[y + 2] + x), e = hn::LoadU(d, from.at[y + 3] + x);
+            const uint32_t* const at = from + y * stride + x;
+            const auto a = hn::LoadU(d, at), b = hn::LoadU(d, at + stride);
+            const auto c = hn::LoadU(d, at + 2 * stride), e = hn::LoadU(d, at + 3 * stride);
             const auto ac = hn::InterleaveLower(d, a, c), be = hn::InterleaveLower(d, b, e);
             const auto acUpper = hn::InterleaveUpper(d, a, c), beUpper = hn::InterleaveUpper(d, b, e);
             const auto put = [&](uint32_t i, auto values) HWY_ATTR {
@@ -122,113 +198,74 @@ HWY_INLINE void TurnInto(const Block& from, unsigned char* HWY_RESTRICT out, std
 #endif
 }
 
-// Stores the first `count` of 16 values as elements.
+// Stores `count` values, up to 16, as elements.
 template <class T>
 HWY_INLINE void StoreElements(const uint32_t* values, uint32_t count, unsigned char* out) {
     if (count == kBlock && std::endian::native == std::endian::little) {
-        if constexpr (sizeof(T) == 4) {
-            std::memcpy(out, values, kBlock * sizeof(T));
-        } else {
-            const U32 d;
-            const hn::Rebind<T, U32> to;
-            HWY_ALIGN T elements[kBlock];
-            for (std::size_t i = 0; i < kBlock; i += hn::Lanes(d))
-                hn::StoreU(hn::TruncateTo(to, hn::LoadU(d, values + i)), to, elements + i);
-            std::memcpy(out, elements, sizeof elements);
-        }
+        T elements[kBlock];
+        for (std::size_t i = 0; i < kBlock; i += hn::Lanes(U32()))
+            StoreLanes(hn::LoadU(U32(), values + i), elements + i);
+        std::memcpy(out, elements, sizeof elements);
     } else {
         for (uint32_t i = 0; i < count; ++i)
             StoreElement<T>(out + i * sizeof(T), static_cast<T>(values[i]));
     }
 }
 
-// Values of the stored cells of one line of a group, and voids in the others; false when a number has none.
-HWY_INLINE bool MakeValues(const Lines& l, uint32_t group, uint32_t line, uint32_t* HWY_RESTRICT values) {
-    const U32 d;
-    const std::size_t n = hn::Lanes(d);
-    const uint32_t word = l.mask[std::size_t{line} * l.shape.Groups() + group];
-    const uint32_t* const numbers = l.first + line * l.stride + std::size_t{group} * kBlock;
-    const auto base = static_cast<uint32_t>(l.p.base);
+template <class T>
+bool PutRows(const Lines& l) {
+    const std::size_t cells = l.shape.width, rowBytes = cells * sizeof(T);
+    unsigned char* out = l.out + l.firstLine * rowBytes;
     bool good = true;
-    if (word == 0) {
-    } else if (l.header.map == ValueMap::Ranks) {
-        for (uint32_t i = 0; i < kBlock; ++i) {
-            const bool known = numbers[i] < l.p.table.size();
-            values[i] = base + l.p.table[known ? numbers[i] : 0];
-            good = good && (known || ((word >> i) & 1) == 0);
+    T* const values = reinterpret_cast<T*>(l.scratch);
+    for (uint32_t line = 0; line < l.lines; ++line, out += rowBytes) {
+        good = MakeValues(l, line, values) && good;
+        if constexpr (std::endian::native == std::endian::little) {
+            std::memcpy(out, values, rowBytes);
+        } else {
+            for (std::size_t i = 0; i < cells; ++i)
+                StoreElement<T>(out + i * sizeof(T), values[i]);
         }
-    } else if (l.p.step == 1) {
-        for (std::size_t i = 0; i < kBlock; i += n)
-            hn::StoreU(hn::Add(hn::LoadU(d, numbers + i), hn::Set(d, base)), d, values + i);
-    } else {
-        for (uint32_t i = 0; i < kBlock; ++i)
-            values[i] = base + numbers[i] * l.p.step;
-    }
-    if (word == 0xFFFF || l.p.narrowVoids.empty()) return good;
-    const bool perCell = l.VoidPerCell();
-    const uint32_t* const voids =
-        l.p.narrowVoids.data() + (perCell ? std::size_t{group} * kBlock : l.VoidOfLine(line));
-    const V one = hn::Set(d, voids[0]);
-    HWY_ALIGN static constexpr uint32_t kBits[8] = {1, 2, 4, 8, 16, 32, 64, 128};
-    for (std::size_t i = 0; i < kBlock; i += n) {
-        const auto stored = hn::TestBit(hn::Set(d, word >> i), hn::LoadU(d, kBits));
-        const V ofVoid = perCell ? hn::LoadU(d, voids + i) : one;
-        hn::StoreU(word == 0 ? ofVoid : hn::IfThenElse(stored, hn::LoadU(d, values + i), ofVoid), d,
-                   values + i);
     }
     return good;
 }
 
-// One block of up to 16 lines, the first of which is `line` of those given.
+// The values of whole columns are kept, and turned when the last one is there: so the rows of the image are
+// filled from left to right. They go through a band of 16 rows that stays in the cache, because memory wants
+// to be written in one go.
 template <class T>
-HWY_INLINE bool PutBlock(const Lines& l, uint32_t group, uint32_t line) {
-    const uint32_t cells = std::min(kBlock, l.shape.LineCells() - group * kBlock);
-    const uint32_t lines = std::min(kBlock, l.lines - line);
+bool PutColumns(const Lines& l) {
     const std::size_t rowBytes = std::size_t{l.shape.width} * sizeof(T);
-    const uint32_t place = l.firstLine + line;
+    const std::size_t padded = std::size_t{l.shape.Groups()} * kBlock;
     bool good = true;
-    Block block;
-    if (l.shape.axis == Axis::Rows) {
-        unsigned char* out = l.out + place * rowBytes + std::size_t{group} * kBlock * sizeof(T);
-        for (uint32_t i = 0; i < lines; ++i, out += rowBytes) {
-            good = MakeValues(l, group, line + i, block.at[i]) && good;
-            StoreElements<T>(block.at[i], cells, out);
+    for (uint32_t line = 0; line < l.lines; ++line)
+        good = MakeValues(l, line, l.scratch + (l.firstLine + line) * padded) && good;
+    if (l.firstLine + l.lines < l.shape.Lines() || !good) return good;
+    unsigned char* const band =
+        reinterpret_cast<unsigned char*>(l.scratch + std::size_t{l.shape.BlockRows()} * kBlock * padded);
+    for (uint32_t group = 0; group < l.shape.Groups(); ++group) {
+        const uint32_t cells = std::min(kBlock, l.shape.LineCells() - group * kBlock);
+        for (uint32_t first = 0; first < l.shape.Lines(); first += kBlock) {
+            const uint32_t lines = std::min(kBlock, l.shape.Lines() - first);
+            unsigned char* out = band + first * sizeof(T);
+            const uint32_t* const values = l.scratch + first * padded + std::size_t{group} * kBlock;
+            if (sizeof(T) == 4 && lines == kBlock && std::endian::native == std::endian::little) {
+                TurnInto(values, padded, out, rowBytes);
+                continue;
+            }
+            HWY_ALIGN uint32_t turned[kBlock][kBlock];
+            TurnInto(values, padded, reinterpret_cast<unsigned char*>(turned), sizeof turned[0]);
+            for (uint32_t i = 0; i < cells; ++i, out += rowBytes)
+                StoreElements<T>(turned[i], lines, out);
         }
-        return good;
+        std::memcpy(l.out + std::size_t{group} * kBlock * rowBytes, band, cells * rowBytes);
     }
-    for (uint32_t i = 0; i < lines; ++i)
-        good = MakeValues(l, group, line + i, block.at[i]) && good;
-    unsigned char* out = l.out + std::size_t{group} * kBlock * rowBytes + place * sizeof(T);
-    if (sizeof(T) == 4 && lines == kBlock && cells == kBlock && std::endian::native == std::endian::little) {
-        TurnInto(block, out, rowBytes);
-        return good;
-    }
-    for (uint32_t i = lines; i < kBlock; ++i)
-        std::fill_n(block.at[i], kBlock, 0U);
-    Block turned;
-    TurnInto(block, reinterpret_cast<unsigned char*>(turned.at), sizeof turned.at[0]);
-    for (uint32_t i = 0; i < cells; ++i, out += rowBytes)
-        StoreElements<T>(turned.at[i], lines, out);
     return good;
 }
 
-// The rows of the image are filled from left to right, as the memory wants it.
 template <class T>
-HWY_INLINE bool PutLines(const Lines& l) {
-    const uint32_t groups = l.shape.Groups();
-    bool good = true;
-    if (l.shape.axis == Axis::Rows) {
-        for (uint32_t line = 0; line < l.lines; line += kBlock) {
-            for (uint32_t group = 0; group < groups; ++group)
-                good = PutBlock<T>(l, group, line) && good;
-        }
-    } else {
-        for (uint32_t group = 0; group < groups; ++group) {
-            for (uint32_t line = 0; line < l.lines; line += kBlock)
-                good = PutBlock<T>(l, group, line) && good;
-        }
-    }
-    return good;
+bool PutLines(const Lines& l) {
+    return l.shape.axis == Axis::Rows ? PutRows<T>(l) : PutColumns<T>(l);
 }
 
 bool Put(std::size_t elementBytes, const Lines& lines) {
@@ -255,11 +292,20 @@ namespace kxcodecs::grid {
 
 HWY_EXPORT(Put);
 
+ElementStore::ElementStore(const Shape& shape, const PayloadHeader& header, const Parameters& parameters,
+                           std::vector<uint32_t>& scratch, std::span<unsigned char> out)
+    : m_shape(shape), m_header(header), m_parameters(parameters), m_scratch(scratch), m_out(out) {
+    const std::size_t padded = std::size_t{shape.Groups()} * kBlock;
+    const std::size_t paddedLines = std::size_t{shape.BlockRows()} * kBlock;
+    const std::size_t room = shape.axis == Axis::Rows ? padded : (padded + kBlock) * paddedLines;
+    if (scratch.size() < room) scratch.resize(room);
+}
+
 bool ElementStore::Put(const uint32_t* first, std::size_t stride, const uint16_t* mask, uint32_t firstLine,
                        uint32_t lines) const noexcept {
-    return HWY_DYNAMIC_DISPATCH(Put)(
-        m_out.size() / m_shape.Cells(),
-        Lines{m_shape, m_header, m_parameters, m_out.data(), first, stride, mask, firstLine, lines});
+    return HWY_DYNAMIC_DISPATCH(Put)(m_out.size() / m_shape.Cells(),
+                                     Lines{m_shape, m_header, m_parameters, m_out.data(), first, stride, mask,
+                                           firstLine, lines, m_scratch.data()});
 }
 
 }  // namespace kxcodecs::grid

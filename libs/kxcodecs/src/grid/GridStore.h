@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "grid/GridPayload.h"
 #include "grid/GridTypes.h"
@@ -13,13 +14,12 @@ namespace kxcodecs::grid {
 /// columns are turned.
 class ElementStore {
 public:
-    /// Everything is borrowed.
+    /// Everything is borrowed. `scratch` becomes as large as it must.
     ElementStore(const Shape& shape, const PayloadHeader& header, const Parameters& parameters,
-                 std::span<unsigned char> out)
-        : m_shape(shape), m_header(header), m_parameters(parameters), m_out(out) {}
+                 std::vector<uint32_t>& scratch, std::span<unsigned char> out);
 
-    /// Line `firstLine` and the following ones. Best all at once where lines are columns. False when a number
-    /// has no value.
+    /// Line `firstLine` and up to 15 more, in turn. Where lines are columns nothing is put before the last
+    /// one is there. False when a number has no value.
     bool Put(const uint32_t* first, std::size_t stride, const uint16_t* mask, uint32_t firstLine,
              uint32_t lines) const noexcept;
 
@@ -27,6 +27,7 @@ private:
     const Shape& m_shape;
     const PayloadHeader& m_header;
     const Parameters& m_parameters;
+    std::vector<uint32_t>& m_scratch;
     std::span<unsigned char> m_out;
 };
 

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+// Lanes of 32-bit numbers and masks of 16 cells, once for each kind of vectors: include it behind highway.h.
+#if defined(KXGRID_LANES_TOGGLE) == defined(HWY_TARGET_TOGGLE)
+#ifdef KXGRID_LANES_TOGGLE
+#undef KXGRID_LANES_TOGGLE
+#else
+#define KXGRID_LANES_TOGGLE
+#endif
+
+#include <bit>
+#include <cstdint>
+
+#include "grid/GridSimd.h"
+#include "grid/GridTypes.h"
+
+// Whether a vector has 16 lanes that a mask can move apart and together.
+#undef KXGRID_WIDE
+#if HWY_TARGET <= HWY_AVX3
+#define KXGRID_WIDE 1
+#else
+#define KXGRID_WIDE 0
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace kxcodecs::grid::HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+// A group of cells at most; elsewhere 8 lanes, so that one byte of a mask tells what belongs in a vector.
+using U32 = hn::CappedTag<uint32_t, KXGRID_WIDE ? 16 : 8>;
+using I32 = hn::RebindToSigned<U32>;
+using V = hn::Vec<U32>;
+using M = hn::Mask<U32>;
+
+// The lanes whose bits are set, the lowest first.
+HWY_INLINE M LanesOf(uint32_t bits) {
+#if KXGRID_WIDE
+    return M{static_cast<__mmask16>(bits)};
+#else
+    HWY_ALIGN static constexpr uint32_t kBits[8] = {1, 2, 4, 8, 16, 32, 64, 128};
+    return hn::TestBit(hn::Set(U32(), bits), hn::Load(U32(), kBits));
+#endif
+}
+
+// The way back.
+HWY_INLINE uint32_t BitsOf(M lanes) {
+#if KXGRID_WIDE
+    return lanes.raw;
+#else
+    uint8_t bytes[8] = {};
+    hn::StoreMaskBits(U32(), lanes, bytes);
+    return bytes[0];
+#endif
+}
+
+// `bits` of as many lanes as a vector has.
+HWY_INLINE uint32_t LaneBits(uint32_t word, std::size_t from) {
+    return (word >> from) & ((1U << hn::Lanes(U32())) - 1);
+}
+
+// The first numbers at `from`, in turn, in the lanes whose bits are set; what else stands there is undefined.
+// As many numbers as there are lanes are readable.
+HWY_INLINE V Spread(const uint32_t* from, uint32_t bits) {
+#if KXGRID_WIDE
+    return V{_mm512_maskz_expand_epi32(static_cast<__mmask16>(bits), _mm512_loadu_si512(from))};
+#else
+    const U32 d;
+    const hn::Rebind<uint8_t, U32> d8;
+    const V places = hn::PromoteTo(d, hn::LoadU(d8, kPlaces.of[bits]));
+    return hn::TableLookupLanes(hn::LoadU(d, from), hn::IndicesFromVec(d, places));
+#endif
+}
+
+HWY_INLINE V Zigzagged(V value) {
+    const U32 d;
+    return hn::Xor(hn::BitCast(d, hn::ShiftRight<31>(hn::BitCast(I32(), value))), hn::ShiftLeft<1>(value));
+}
+HWY_INLINE V Unzigzagged(V value) {
+    const U32 d;
+    return hn::Xor(hn::ShiftRight<1>(value), hn::Sub(hn::Zero(d), hn::And(value, hn::Set(d, 1))));
+}
+
+// The sum of n cells of a line around the same place, with the weights of the predictors.
+template <int Taps>
+HWY_INLINE V Sum(const uint32_t* a) {
+    const U32 d;
+    if constexpr (Taps == 1) {
+        return hn::LoadU(d, a);
+    } else if constexpr (Taps == 3) {
+        return hn::Add(hn::Add(hn::LoadU(d, a - 1), hn::LoadU(d, a + 1)), hn::ShiftLeft<1>(hn::LoadU(d, a)));
+    } else if constexpr (Taps == 5) {
+        const V inner = hn::Add(hn::Add(hn::LoadU(d, a - 1), hn::LoadU(d, a)), hn::LoadU(d, a + 1));
+        return hn::Add(hn::Add(hn::LoadU(d, a - 2), hn::LoadU(d, a + 2)), hn::ShiftLeft<1>(inner));
+    } else if constexpr (Taps == 7) {
+        const V left = hn::Add(hn::Add(hn::LoadU(d, a - 3), hn::LoadU(d, a - 2)), hn::LoadU(d, a - 1));
+        const V right = hn::Add(hn::Add(hn::LoadU(d, a + 1), hn::LoadU(d, a + 2)), hn::LoadU(d, a + 3));
+        return hn::Add(hn::Add(left, right), hn::ShiftLeft<1>(hn::LoadU(d, a)));
+    } else {
+        const V left = hn::Add(hn::Add(hn::LoadU(d, a - 7), hn::LoadU(d, a - 6)),
+                               hn::Add(hn::LoadU(d, a - 5), hn::LoadU(d, a - 4)));
+        const V right = hn::Add(hn::Add(hn::LoadU(d, a + 7), hn::LoadU(d, a + 6)),
+                                hn::Add(hn::LoadU(d, a + 5), hn::LoadU(d, a + 4)));
+        return hn::Add(hn::Add(left, right), Sum<7>(a));
+    }
+}
+
+// A predictor: its taps, the weights of the line before and of the one before that, and the bits that are
+// shifted out beyond those of the taps' weights.
+template <int Taps, int WeightA, int WeightB, int ExtraBits>
+struct Weights {
+    // Predictions of as many cells as a vector has lanes.
+    static HWY_INLINE V Predict(const uint32_t* before, const uint32_t* beforeThat) {
+        const U32 d;
+        if constexpr (Taps == 0) {
+            return hn::Zero(d);
+        } else {
+            constexpr int kBits = kWeightBits<Taps> + ExtraBits;
+            const V a = Sum<Taps>(before);
+            V sum = a;
+            if constexpr (WeightA >= 2) sum = hn::Add(sum, a);
+            if constexpr (WeightA == 3) sum = hn::Add(sum, a);
+            if constexpr (WeightB == 1) sum = hn::Add(sum, Sum<Taps>(beforeThat));
+            if constexpr (WeightB == -1) sum = hn::Sub(sum, Sum<Taps>(beforeThat));
+            if constexpr (kBits == 0) {
+                return sum;
+            } else {
+                const V rounded = hn::Add(sum, hn::Set(d, uint32_t{1} << (kBits - 1)));
+                return hn::BitCast(d, hn::ShiftRight<kBits>(hn::BitCast(I32(), rounded)));
+            }
+        }
+    }
+};
+
+}  // namespace
+}  // namespace kxcodecs::grid::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif
