@@ -3,16 +3,20 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "kxbase/UTF8.h"
 #include "kxcodecs/JPEG.h"
+#include "kxio/ProtectFile.h"
 #include "kxio/QSNInfo.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
+#include "kxio/VerifyScan.h"
 #include "support/ScanFileBuilder.h"
 #include "support/StoredFile.h"
 #include "support/TempFolder.h"
+#include "support/TinyScan.h"
 
 namespace {
 
@@ -62,6 +66,40 @@ TEST(SetThumbnail, ReplacesTheImageAndKeepsEverythingElse) {
     ASSERT_TRUE(kxio::QSNScanReader::GetThumbnailRGB(path, stored, width, height));
     EXPECT_EQ(width, 20u);
     EXPECT_EQ(height, 30u);
+}
+
+TEST(SetThumbnail, TheRecordsThatItLeavesBehindAreNoDamage) {
+    const TempFolder folder;
+    const std::wstring path = Wide(folder / "scan.qsn");
+    for (const bool hashes : {false, true}) {
+        kxtest::StoreFile(path, kxtest::TinyScan().Build());
+        if (hashes) kxio::ProtectFile(path);
+        kxio::SetThumbnail(path, Jpeg(20, 30));
+        kxio::QSNInfo::AddMessage(path, L"between");
+        kxio::SetThumbnail(path, Jpeg(30, 20));
+        const kxio::VerifyReport report = kxio::VerifyScan(path);
+        EXPECT_EQ(report.errors, 0u);
+        const auto leftBehind = std::count_if(report.findings.begin(), report.findings.end(),
+                                              [](const kxio::VerifyFinding& finding) {
+                                                  return finding.text.starts_with("left behind by an edit");
+                                              });
+        EXPECT_EQ(leftBehind, hashes ? 4 + 5 + 3 : 4 + 5);  // twice the tail, and its hash records
+    }
+}
+
+TEST(SetThumbnail, ARecordThatTheChainDoesNotHoldIsStillDamage) {
+    const TempFolder folder;
+    const std::wstring path = Wide(folder / "scan.qsn");
+    kxtest::StoreFile(path, kxtest::TinyScan().Build());
+    kxio::SetThumbnail(path, Jpeg(20, 30));
+    Bytes bytes = kxtest::LoadFile(folder / "scan.qsn");
+    // Another text in the record that was left behind: nobody can say that it is kept.
+    const Bytes text{'h', 'i', 0};
+    const auto place = std::search(bytes.begin(), bytes.end(), text.begin(), text.end());
+    ASSERT_NE(place, bytes.end());
+    *place = 'H';
+    kxtest::StoreFile(path, bytes);
+    EXPECT_EQ(kxio::VerifyScan(path).errors, 1u);
 }
 
 TEST(SetThumbnail, RefusesWhatIsNoJpegAndLeavesTheFileAlone) {
