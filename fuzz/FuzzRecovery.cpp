@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The input is a damaged scan file: it is recovered both ways, and the new file is read and recovered again.
-#include "../tests/support/ReadEverything.h"
 #include "FuzzCheck.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/InMemoryStream.h"
 #include "kxio/QSNFileRecovery.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/RecoverToFile.h"
+#include "support/ReadEverything.h"
 
 namespace {
 

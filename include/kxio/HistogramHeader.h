@@ -79,7 +79,7 @@ public:
 
     /// Compresses `histogram` into the data.
     explicit HistogramHeader(const Map& histogram);
-    /// Compresses the values of the chunk as listed above, eight bytes each, little-endian.
+    /// Compresses the values of the chunk as listed above, at least one, eight bytes each, little-endian.
     static HistogramHeader FromNumbers(const std::vector<unsigned char>& numbers);
     /// Takes over the data of a record just read, whatever its type tag.
     explicit HistogramHeader(const ExtendedHeader& record);
