@@ -8,8 +8,6 @@
 #include "SampleScans.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
-#include "kxio/Tilt.h"
-#include "reader/Prefetch.h"
 #include "support/TemporaryFile.h"
 
 namespace {
@@ -548,90 +546,6 @@ TEST(Opening, AccessorsGiveTheScanHeadersFields) {
     EXPECT_EQ(scan.reader.GetRegistrationInformation(), registration);
     EXPECT_EQ(scan.reader.GetScanUUID(), scanUUID);
     EXPECT_EQ(scan.reader.GetParentUUID(), parentUUID);
-}
-
-bool Modified(uint32_t tiltKind, const kxbase::RegistrationInformation& registration,
-              ScanProperties::TiltAngles angles = {}) {
-    ScanFileBuilder file = SmallScan();
-    file.properties.registration = registration;
-    file.properties.tilt = {tiltKind, angles};
-    return MemoryScan(file.Build()).reader.HasRegistrationBeenModified();
-}
-
-kxbase::RegistrationInformation WithElement(double value) {
-    return {kxbase::Frame3D({1, value, 0}, {0, 1, 0}, {0, 0, 1}), {}};
-}
-
-TEST(RegistrationModified, IdentityIsNot) {
-    for (const uint32_t kind : {0U, 1U, 2U, 3U, 4U})
-        EXPECT_FALSE(Modified(kind, {})) << kind;
-}
-
-TEST(RegistrationModified, AnyTranslationIs) {
-    EXPECT_TRUE(Modified(0, {kxbase::Frame3D(), {0, 0, 1e-12}}));
-    EXPECT_TRUE(Modified(3, {kxbase::Frame3D(), {1e-300, 0, 0}}));
-    EXPECT_FALSE(Modified(0, {kxbase::Frame3D(), {-0.0, 0, 0}}));
-}
-
-TEST(RegistrationModified, UnknownTiltKindIs) {
-    EXPECT_TRUE(Modified(5, {}));
-}
-
-TEST(RegistrationModified, TheTwoTestsPartAtExactlyTheTolerance) {
-    EXPECT_FALSE(Modified(0, WithElement(1e-6)));
-    EXPECT_TRUE(Modified(3, WithElement(1e-6)));
-    EXPECT_TRUE(Modified(0, WithElement(1.1e-6)));
-    EXPECT_FALSE(Modified(3, WithElement(0.9e-6)));
-    EXPECT_TRUE(Modified(2, WithElement(-1.1e-6)));
-}
-
-TEST(RegistrationModified, TheTwoTestsPartWhereAValueIsNoNumber) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_FALSE(Modified(0, WithElement(nan)));
-    EXPECT_TRUE(Modified(3, WithElement(nan)));
-}
-
-TEST(RegistrationModified, ScannersOwnTiltIsNot) {
-    const ScanProperties::TiltAngles angles{0.1, -0.2};
-    const kxbase::RegistrationInformation tilted(kxio::Frame3DFromTiltAngles(angles), {});
-    EXPECT_FALSE(Modified(3, tilted, angles));
-    EXPECT_FALSE(Modified(4, tilted, angles));
-    EXPECT_TRUE(Modified(2, tilted, angles));
-    EXPECT_TRUE(Modified(3, {}, angles));
-}
-
-// It runs on a thread that nobody waits for: an exception would end the process.
-static_assert(noexcept(kxio::FillUpOSCache(std::wstring(), uint64_t{0})));
-
-TEST(Prefetch, OpensAsWithoutIt) {
-    const Bytes bytes = SmallScan().Build();
-    const TemporaryFile file(L"prefetch.qsn", bytes);
-    const std::wstring path = file.Path();
-    for (const uint64_t block :
-         {uint64_t{1}, uint64_t{4096}, uint64_t{bytes.size()}, uint64_t{1} << 62, ~uint64_t{0}}) {
-        const QSNScanReader reader(path, block);
-        EXPECT_EQ(reader.GetMessageList().size(), 1U) << block;
-    }
-}
-
-TEST(Prefetch, MissingPathStillCannotBeOpened) {
-    EXPECT_EQ(Failure([] { QSNScanReader(TemporaryFile(L"missing.qsn").Path(), 4096); }),
-              "KXHeaderReadingException: Cannot open file");
-}
-
-TEST(PrefetchDeathTest, ProcessMayExitWhileItRuns) {
-    const Bytes bytes(8 << 20, 1);
-    const TemporaryFile file(L"exit.qsn", bytes);
-    const std::wstring path = file.Path();
-    EXPECT_EXIT(
-        {
-            try {
-                QSNScanReader(path, 1);  // one byte at a time: still reading when the process ends
-            } catch (const kxbase::KXException&) {
-                std::exit(3);
-            }
-        },
-        testing::ExitedWithCode(3), "");
 }
 
 }  // namespace

@@ -13,11 +13,13 @@
 #include "kxio/ScanAccess.h"
 #include "support/InterruptedStream.h"
 #include "support/ScanFileBuilder.h"
+#include "support/Thrown.h"
 
 namespace {
 
 using kxbase::ComponentType;
 using kxtest::Bytes;
+using kxtest::ThrownBy;
 
 class OpenReader : public kxio::QSNScanReader {
 public:
@@ -77,18 +79,6 @@ T At(const Reduced& reduced, uint32_t row, uint32_t column) {
     std::memcpy(&value, reduced.bytes.data() + (size_t{row} * reduced.header.width + column) * sizeof(T),
                 sizeof(T));
     return value;
-}
-
-template <class Exception, class Call>
-std::string ThrownBy(const Call& call) {
-    try {
-        call();
-    } catch (const kxbase::KXException& e) {
-        EXPECT_EQ(typeid(e), typeid(Exception)) << e.what();
-        return e.what();
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return {};
 }
 
 TEST(ReducedDetail, LevelZeroIsTheStoredChunk) {

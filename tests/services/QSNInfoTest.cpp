@@ -16,26 +16,16 @@
 #include "support/ScanFileBuilder.h"
 #include "support/StoredFile.h"
 #include "support/TempFolder.h"
+#include "support/Thrown.h"
 
 namespace {
 
 using kxio::QSNInfo;
 using kxtest::ByteList;
 using kxtest::Bytes;
+using kxtest::ThrownBy;
 
-template <class Exception, class Call>
-std::string ThrownBy(const Call& call) {
-    try {
-        call();
-    } catch (const kxbase::KXException& e) {
-        EXPECT_EQ(typeid(e), typeid(Exception)) << e.what();
-        return e.what();
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return {};
-}
-
-kxtest::ScanFileBuilder SmallScan() {
+kxtest::ScanFileBuilder InspectedScan() {
     kxtest::ScanFileBuilder file(4, 4, 4, 4);
     file.Chunk(kxbase::Range, 0, 0, kxtest::SnappyChunk(std::vector<float>(16, 5.0f), 4, 4));
     return file;
@@ -111,10 +101,10 @@ TEST_F(InfoOfAFile, NoCallLeavesTheFileOpenWhetherItFailsOrNot) {
     EXPECT_THROW(QSNInfo::GetAllInfo(other), kxbase::KXHeaderReadingException);
     EXPECT_THROW(QSNInfo::AddMessage(other, L"m"), kxbase::KXHeaderReadingException);
     EXPECT_THROW(QSNInfo::SetRegistrationInfo(other, {}), kxbase::KXHeaderReadingException);
-    auto old = SmallScan();
+    auto old = InspectedScan();
     old.scanHeader = OldScanHeader(200);
     EXPECT_THROW(QSNInfo::SetRegistrationInfo(Store(old.Build()), {}), kxbase::KXHeaderOperationException);
-    const std::wstring path = Store(SmallScan().Message("tail").Build());
+    const std::wstring path = Store(InspectedScan().Message("tail").Build());
     QSNInfo::AddMessage(path, L"m");
     QSNInfo::SetRegistrationInfo(path, SomeRegistration());
     EXPECT_EQ(QSNInfo::GetMessages(path).size(), 2u);
@@ -122,7 +112,7 @@ TEST_F(InfoOfAFile, NoCallLeavesTheFileOpenWhetherItFailsOrNot) {
 }
 
 TEST_F(InfoOfAFile, AFirstChunkPositionOfZeroIsAnErrorOfOpening) {
-    Bytes bytes = SmallScan().Build();
+    Bytes bytes = InspectedScan().Build();
     kxtest::SetMainField(bytes, kxtest::MainField::FirstChunk, 0);
     const std::wstring path = Store(bytes);
     EXPECT_EQ(ThrownBy<kxbase::KXHeaderReadingException>([&] { QSNInfo::GetGridInfo(path); }),
@@ -130,7 +120,7 @@ TEST_F(InfoOfAFile, AFirstChunkPositionOfZeroIsAnErrorOfOpening) {
 }
 
 TEST_F(InfoOfAFile, VersionRefusalsPassThroughUnchanged) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     file.scanHeader = OldScanHeader(199);
     const std::wstring path = Store(file.Build());
     EXPECT_EQ(ThrownBy<kxbase::KXHeaderReadingException>([&] { QSNInfo::GetGridInfo(path); }),
@@ -138,7 +128,7 @@ TEST_F(InfoOfAFile, VersionRefusalsPassThroughUnchanged) {
 }
 
 TEST_F(InfoOfAFile, QueriesGiveWhatTheScanHeaderHolds) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     file.properties.registration = SomeRegistration();
     file.properties.validPointCount = 16;
     file.properties.spatialSamplingDistance = 2.5f;
@@ -154,7 +144,7 @@ TEST_F(InfoOfAFile, QueriesGiveWhatTheScanHeaderHolds) {
 }
 
 TEST_F(InfoOfAFile, FlagsAreOneForAnyNonZeroByte) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     Bytes bytes = file.Build();
     const std::wstring clear = Store(bytes);
     EXPECT_EQ(QSNInfo::GetSpeckleFlag(clear), QSNInfo::SpeckleClear);
@@ -168,7 +158,7 @@ TEST_F(InfoOfAFile, FlagsAreOneForAnyNonZeroByte) {
 }
 
 TEST_F(InfoOfAFile, PreviewRatiosAreDoubtedBelowRevision240) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     for (const auto& [revision, doubted] : {std::pair{239u, true}, {240u, false}, {241u, false}}) {
         file.writerRevision = revision;
         EXPECT_EQ(QSNInfo::HasPreviewSamplingRatioIssue(Store(file.Build())), doubted) << revision;
@@ -176,7 +166,7 @@ TEST_F(InfoOfAFile, PreviewRatiosAreDoubtedBelowRevision240) {
 }
 
 TEST_F(InfoOfAFile, AScanIsColouredWhenItsComponentListHoldsColour) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     EXPECT_FALSE(QSNInfo::IsScanColored(Store(file.Build())));
     file.Chunk(kxbase::Color, 0, 0, kxtest::SnappyChunk(std::vector<unsigned char>(48, 9), 4, 4));
     EXPECT_TRUE(QSNInfo::IsScanColored(Store(file.Build())));
@@ -205,7 +195,7 @@ TEST_F(InfoOfAFile, IdentifiersComeFromTheTail) {
 }
 
 TEST_F(InfoOfAFile, MessagesAreListedInTheOrderOfAdditionAndTwiceWhenAddedTwice) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     file.Tail(kxtest::ExtendedRecord(0x91acbfc234bec3a9ULL, ByteList().Text("Level 1")));
     const std::wstring path = Store(file.Build());
     EXPECT_TRUE(QSNInfo::GetMessages(path).empty());
@@ -222,7 +212,7 @@ TEST_F(InfoOfAFile, MessagesAreListedInTheOrderOfAdditionAndTwiceWhenAddedTwice)
 }
 
 TEST_F(InfoOfAFile, AnAppendAddsExactlyOneRecordAndLeavesTheOldBytesAlone) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     file.Message("here");
     const Bytes before = file.Build();
     const std::wstring path = Store(before);
@@ -246,7 +236,7 @@ TEST_F(InfoOfAFile, AnAppendAddsExactlyOneRecordAndLeavesTheOldBytesAlone) {
 }
 
 TEST_F(InfoOfAFile, LinksOfEachKindComeBackAndGrowTheFileByOneRecord) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     file.Message("tail");
     const Bytes before = file.Build();
     const std::wstring path = Store(before);
@@ -268,7 +258,7 @@ TEST_F(InfoOfAFile, LinksOfEachKindComeBackAndGrowTheFileByOneRecord) {
 }
 
 TEST_F(InfoOfAFile, AnAppendToAFileWithoutATailIsWrittenButNotFound) {
-    const Bytes before = SmallScan().Build();
+    const Bytes before = InspectedScan().Build();
     ASSERT_EQ(kxtest::GetMainField(before, kxtest::MainField::FirstExtendedHeader), 0u);
     const std::wstring path = Store(before);
     QSNInfo::AddMessage(path, L"unseen");
@@ -278,7 +268,7 @@ TEST_F(InfoOfAFile, AnAppendToAFileWithoutATailIsWrittenButNotFound) {
 
 TEST_F(InfoOfAFile, SettingTheRegistrationChangesExactly96Bytes) {
     for (const uint32_t version : {210u, 270u}) {
-        auto file = SmallScan();
+        auto file = InspectedScan();
         if (version == 210) file.scanHeader = OldScanHeader(210);
         const Bytes before = file.Build();
         const std::wstring path = Store(before);
@@ -301,7 +291,7 @@ TEST_F(InfoOfAFile, SettingTheRegistrationChangesExactly96Bytes) {
 }
 
 TEST_F(InfoOfAFile, ARegistrationIsRefusedBelowVersion210AndTheFileStaysAsItIs) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     file.scanHeader = OldScanHeader(200);
     const Bytes before = file.Build();
     const std::wstring path = Store(before);
@@ -313,7 +303,7 @@ TEST_F(InfoOfAFile, ARegistrationIsRefusedBelowVersion210AndTheFileStaysAsItIs) 
 }
 
 TEST_F(InfoOfAFile, TheParentCanNeverBeSet) {
-    const Bytes before = SmallScan().Build();
+    const Bytes before = InspectedScan().Build();
     const std::wstring path = Store(before);
     for (const std::wstring& target : {path, Missing()}) {
         EXPECT_EQ(ThrownBy<kxbase::KXHeaderOperationException>(
@@ -325,7 +315,7 @@ TEST_F(InfoOfAFile, TheParentCanNeverBeSet) {
 }
 
 TEST_F(InfoOfAFile, AReadOnlyFileReportsTheFailedAppend) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     file.Message("tail");
     const Bytes before = file.Build();
     const std::wstring path = Store(before);
@@ -338,7 +328,7 @@ TEST_F(InfoOfAFile, AReadOnlyFileReportsTheFailedAppend) {
 }
 
 TEST_F(InfoOfAFile, PropertiesCopiedToAWriterKeepTheirLinks) {
-    auto file = SmallScan();
+    auto file = InspectedScan();
     file.Message("tail");
     const std::wstring path = Store(file.Build());
     const kxbase::UUID hq = kxbase::UUID::Generate();

@@ -20,6 +20,7 @@
 #include "kxio/MainFileHeader.h"
 #include "kxio/ScanHeader.h"
 #include "support/TempFolder.h"
+#include "support/Thrown.h"
 
 namespace recovery_test {
 
@@ -30,6 +31,12 @@ class TemporaryFolder : public TempFolder {
 public:
     std::wstring operator/(const std::string& name) const { return Wide(Path() / name); }
 };
+
+/// `action` throws an `Exception` that says `text`.
+template <class Exception, class Action>
+void ExpectFailure(const char* text, const Action& action) {
+    EXPECT_EQ(kxtest::ThrownBy<Exception>(action), text);
+}
 
 inline std::filesystem::path NarrowPath(const std::wstring& path) {
     return std::filesystem::path(kxbase::Encode_UTF8(path));

@@ -10,6 +10,7 @@ namespace {
 
 using kxio::QSNFileRecovery;
 using recovery_test::Bytes;
+using recovery_test::ExpectFailure;
 using recovery_test::FileBytes;
 using recovery_test::ReadBytes;
 using recovery_test::TemporaryFolder;
@@ -18,16 +19,6 @@ using recovery_test::WriteBytes;
 constexpr const char* kRefusal =
     "File does not support this write operation. Use a valid (released) file format for this operation to "
     "work.";
-
-template <class Exception, class Action>
-void ExpectFailure(const char* text, Action action) {
-    try {
-        action();
-        ADD_FAILURE() << "no exception; expected " << text;
-    } catch (const Exception& e) {
-        EXPECT_STREQ(e.what(), text);
-    }
-}
 
 /// Main header at 0, some bytes, then a scan header record of `version` at `kScanHeaderAt` whose payload
 /// has `payload` bytes of zeros, then a tail that must never change.

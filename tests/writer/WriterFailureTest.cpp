@@ -22,11 +22,6 @@ using namespace support;
 using kxbase::KXWritingException;
 using walker::Walk;
 
-kxcodecs::SnappyChunkCodec& Snappy() {
-    static kxcodecs::SnappyChunkCodec codec;
-    return codec;
-}
-
 TEST(WriterFailure, FailedDescriptorIsReportedAndTheOthersAreWritten) {
     kxbase::InMemoryStream stream;
     kxio::QSNScanWriter writer;

@@ -13,11 +13,6 @@ using walker::Walk;
 constexpr uint64_t kClass = 0xac8391a3fbed04c7, kSegment = 0x947643b5f86b1820,
                    kLuminance8 = 0x913a4f40ca422a2f, kLuminance16 = 0xa62815c019d63650;
 
-kxcodecs::SnappyChunkCodec& Snappy() {
-    static kxcodecs::SnappyChunkCodec codec;
-    return codec;
-}
-
 using Counts = std::map<uint64_t, uint64_t>;
 
 TEST(WriterHistogram, LastPatchColumnCountsItsColumnsInsideTheGridOnly) {

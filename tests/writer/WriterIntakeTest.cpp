@@ -15,11 +15,6 @@ using namespace support;
 using kxbase::KXWritingException;
 using walker::Walk;
 
-kxcodecs::SnappyChunkCodec& Snappy() {
-    static kxcodecs::SnappyChunkCodec codec;
-    return codec;
-}
-
 // A writer on memory, and what became of it.
 struct Session {
     kxbase::InMemoryStream stream;

@@ -10,11 +10,6 @@ namespace {
 using namespace support;
 using walker::Walk;
 
-kxcodecs::SnappyChunkCodec& Snappy() {
-    static kxcodecs::SnappyChunkCodec codec;
-    return codec;
-}
-
 struct Picture {
     unsigned width = 0, height = 0;
     Bytes rgb;

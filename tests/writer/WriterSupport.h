@@ -21,6 +21,12 @@ namespace support {
 
 using Bytes = std::vector<unsigned char>;
 
+/// A codec that outlives every writer.
+inline kxcodecs::SnappyChunkCodec& Snappy() {
+    static kxcodecs::SnappyChunkCodec codec;
+    return codec;
+}
+
 /// A grid of `columns` x `rows` cells; the preview is left to the writer.
 inline kxbase::GridTopology MakeGrid(uint32_t columns, uint32_t rows, uint32_t patchWidth,
                                      uint32_t patchHeight) {

@@ -1,82 +1,18 @@
 // SPDX-License-Identifier: MIT
-// PCD, PTS, LAS, NPY, NPZ, PNG and OpenEXR out, read back by little readers of these tests.
+// PCD, PTS, LAS and packed PTX out, read back by little readers of these tests.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
-#include <map>
 
 #include "PlaneFiles.h"
-#include "TestTools.h"
-#include "kxbase/InMemoryStream.h"
+#include "SinkScan.h"
 
 namespace kxexchange::testing {
-
 namespace {
 
-constexpr uint64_t kColumns = 12, kRows = 9;
-
-ScanDescription Described(bool color = true) {
-    ScanDescription description;
-    description.columns = kColumns;
-    description.rows = kRows;
-    description.points = kColumns * kRows;
-    description.coordinates.present = true;
-    description.intensity.present = true;
-    description.intensity.minimum = 0;
-    description.intensity.maximum = 1;
-    description.color.present = color;
-    description.classification.present = true;
-    const double pose[12] = {0.6, 0.8, 0, -0.8, 0.6, 0, 0, 0, 1, 100.25, -200.5, 3};
-    description.pose = kxbase::RegistrationInformation::FromValues(pose);
-    return description;
-}
-
-std::vector<Cell> Cells() {
-    Sweep sweep;
-    sweep.missing = 0.3;
-    std::vector<Cell> cells = MakeSweep(sweep);
-    for (size_t i = 0; i < cells.size(); ++i)
-        cells[i].classification = static_cast<uint8_t>(cells[i].valid ? i % 7 : 0);
-    return cells;
-}
-
-// What a sink makes of scans, fed a few columns at a time.
-std::string Written(const std::string& format, const std::vector<ScanDescription>& scans,
-                    const std::vector<Cell>& cells, SinkOptions options = {}, LossReport* losses = nullptr) {
-    kxbase::InMemoryStream stream;
-    const SinkFormat* const found = FindSinkFormat(format);
-    EXPECT_NE(found, nullptr);
-    const auto sink = found->make(stream, options);
-    for (const ScanDescription& scan : scans) {
-        sink->BeginScan(scan);
-        const std::span<const Cell> all(cells);
-        for (uint64_t column = 0; column < kColumns;) {
-            const uint64_t some = std::min<uint64_t>(5, kColumns - column);
-            sink->WriteColumns(all.subspan(column * kRows, some * kRows), some);
-            column += some;
-        }
-        sink->EndScan();
-        if (losses) sink->AddLosses(*losses);
-    }
-    sink->Finish();
-    const auto& bytes = stream.GetBytes();
-    EXPECT_EQ(sink->BytesWritten(), bytes.size());
-    return {bytes.begin(), bytes.end()};
-}
-
-uint64_t Returns(const std::vector<Cell>& cells) {
-    return static_cast<uint64_t>(
-        std::count_if(cells.begin(), cells.end(), [](const Cell& c) { return c.valid; }));
-}
-
-// Cell of row r, column c.
-const Cell& Of(const std::vector<Cell>& cells, size_t row, size_t column) {
-    return cells[column * kRows + row];
-}
-
 TEST(PcdSink, AGridIsAnOrganisedCloud) {
-    const std::vector<Cell> cells = Cells();
+    const std::vector<Cell> cells = SinkCells();
     LossReport losses;
     const std::string pcd = Written("PCD", {Described()}, cells, {}, &losses);
     const std::string mark = "DATA binary\n";
@@ -103,9 +39,9 @@ TEST(PcdSink, AGridIsAnOrganisedCloud) {
     EXPECT_NEAR(std::cos(2 * std::atan2(v[6], v[3])), 0.6, 1e-12);
     EXPECT_NEAR(std::sin(2 * std::atan2(v[6], v[3])), 0.8, 1e-12);
     ASSERT_EQ(pcd.size(), data + 108 * 24);
-    for (size_t row = 0; row < kRows; ++row) {
-        for (size_t column = 0; column < kColumns; ++column) {
-            const size_t at = data + (row * kColumns + column) * 24;
+    for (size_t row = 0; row < kSinkRows; ++row) {
+        for (size_t column = 0; column < kSinkColumns; ++column) {
+            const size_t at = data + (row * kSinkColumns + column) * 24;
             const Cell& cell = Of(cells, row, column);
             EXPECT_EQ(std::isnan(At<float>(pcd, at)), !cell.valid);
             if (!cell.valid) continue;
@@ -130,7 +66,7 @@ TEST(PcdSink, AGridIsAnOrganisedCloud) {
 TEST(PcdSink, PointsWithoutAGridAreOneRow) {
     ScanDescription description = Described();
     description.columns = description.rows = 0;
-    const std::vector<Cell> cells = Cells();
+    const std::vector<Cell> cells = SinkCells();
     const auto source = SourceOf(Written("PCD", {description}, cells), "a.pcd");
     EXPECT_EQ(source->OpenScan(0).points, Returns(cells));
     EXPECT_FALSE(source->OpenScan(0).HasGrid());
@@ -141,7 +77,7 @@ TEST(PcdSink, APoseThatAQuaternionCannotSayStandsInAComment) {
     const double mirror[12] = {-1, 0, 0, 0, 1, 0, 0, 0, 1, 1 / 3.0, 0, 0};
     description.pose = kxbase::RegistrationInformation::FromValues(mirror);
     LossReport losses;
-    std::string pcd = Written("PCD", {description}, Cells(), {}, &losses);
+    std::string pcd = Written("PCD", {description}, SinkCells(), {}, &losses);
     ASSERT_NE(losses.Find("pose"), nullptr);
     EXPECT_EQ(losses.Find("pose")->fate, Fate::Converted);
     EXPECT_NE(pcd.find("\n# kxio-pose 1 -1 0 0 0 1 0 0 0 1 0.3333333333333333 0 0\n"), std::string::npos);
@@ -159,7 +95,7 @@ TEST(PcdSink, APoseThatAQuaternionCannotSayStandsInAComment) {
 TEST(PcdSink, APoseThatAQuaternionSaysNeedsNoComment) {
     ScanDescription description = Described();
     description.pose = {};
-    const std::string pcd = Written("PCD", {description}, Cells());
+    const std::string pcd = Written("PCD", {description}, SinkCells());
     EXPECT_EQ(pcd.find("kxio-pose"), std::string::npos);
     EXPECT_NE(pcd.find("\nVIEWPOINT 0 0 0 1 0 0 0\n"), std::string::npos);
 }
@@ -170,7 +106,7 @@ TEST(PcdSink, AGridOfOneRowIsSaidToBeLost) {
     kxbase::InMemoryStream stream;
     const auto sink = FindSinkFormat("PCD")->make(stream, {});
     sink->BeginScan(description);
-    sink->WriteColumns(std::span<const Cell>(Cells()).first(kColumns), kColumns);
+    sink->WriteColumns(std::span<const Cell>(SinkCells()).first(kSinkColumns), kSinkColumns);
     sink->EndScan();
     sink->Finish();
     LossReport losses;
@@ -211,30 +147,13 @@ TEST(FormatsOfPoints, IntensitiesThatMeanNothingAreCountedWhereTheyBecomeOrdinar
 
 TEST(FormatsOfOneScan, RefuseASecondOne) {
     for (const char* format : {"PCD", "NPY", "NPZ", "PNG", "EXR"}) {
-        EXPECT_THROW(Written(format, {Described(), Described()}, Cells()), kxbase::KXWritingException)
+        EXPECT_THROW(Written(format, {Described(), Described()}, SinkCells()), kxbase::KXWritingException)
             << format;
     }
 }
 
-TEST(FormatsOfPlanes, RefuseAScanWithoutGridAndUnknownPlanes) {
-    ScanDescription description = Described();
-    description.columns = description.rows = 0;
-    for (const char* format : {"NPY", "NPZ", "PNG", "EXR"}) {
-        kxbase::InMemoryStream stream;
-        EXPECT_THROW(FindSinkFormat(format)->make(stream, {})->BeginScan(description),
-                     kxbase::KXBadInputException);
-    }
-    SinkOptions options;
-    options.plane = "colour-of-magic";
-    for (const char* format : {"NPY", "PNG"}) {
-        kxbase::InMemoryStream stream;
-        EXPECT_THROW(FindSinkFormat(format)->make(stream, options)->BeginScan(Described()),
-                     kxbase::KXBadInputException);
-    }
-}
-
 TEST(PtsSink, CountsItsPointsAndSpreadsIntensities) {
-    const std::vector<Cell> cells = Cells();
+    const std::vector<Cell> cells = SinkCells();
     LossReport losses;
     const std::string pts = Written("PTS", {Described(), Described(false)}, cells, {}, &losses);
     const auto source = SourceOf(pts, "a.pts");
@@ -262,7 +181,7 @@ TEST(PtsSink, WholeIntensitiesOfItsOwnRangeStay) {
     description.intensity.minimum = -2048;
     description.intensity.maximum = 2047;
     description.intensity.numbers = NumberKind::Integer;
-    std::vector<Cell> cells = Cells();
+    std::vector<Cell> cells = SinkCells();
     for (Cell& cell : cells)
         cell.intensity = std::round(cell.intensity * 4095) - 2048;
     LossReport losses;
@@ -276,7 +195,7 @@ TEST(PtsSink, WholeIntensitiesOfItsOwnRangeStay) {
 }
 
 TEST(LasSink, HeaderAndPointsSayWhatTheScanSays) {
-    const std::vector<Cell> cells = Cells();
+    const std::vector<Cell> cells = SinkCells();
     for (const bool color : {false, true}) {
         LossReport losses;
         const std::string las = Written("LAS", {Described(color), Described(color)}, cells, {}, &losses);
@@ -337,7 +256,7 @@ TEST(LasSink, IntensitiesOfUnknownRangeAreSurveyedAndClampedOnesCounted) {
     ScanDescription description = Described(false);
     description.intensity.minimum.reset();
     description.intensity.maximum.reset();
-    std::vector<Cell> cells = Cells();
+    std::vector<Cell> cells = SinkCells();
     for (Cell& cell : cells)
         cell.intensity = 7;
     Cell& last = *std::find_if(cells.rbegin(), cells.rend(), [](const Cell& c) { return c.valid; });
@@ -348,7 +267,7 @@ TEST(LasSink, IntensitiesOfUnknownRangeAreSurveyedAndClampedOnesCounted) {
 }
 
 TEST(LasSink, WorldCoordinatesGetAnOffsetAndWhatDoesNotFitIsRefused) {
-    std::vector<Cell> cells = Cells();
+    std::vector<Cell> cells = SinkCells();
     for (Cell& cell : cells) {
         if (cell.valid) cell.x += 4.5e6;
     }
@@ -361,192 +280,8 @@ TEST(LasSink, WorldCoordinatesGetAnOffsetAndWhatDoesNotFitIsRefused) {
     EXPECT_THROW(Written("LAS", {description}, cells), kxbase::KXWritingException);
 }
 
-TEST(NpySink, OnePlaneIsAnArray) {
-    const std::vector<Cell> cells = Cells();
-    const Array range = ParseNpy(Written("NPY", {Described()}, cells));
-    EXPECT_EQ(range.type, "<f4");
-    ASSERT_EQ(range.rows, kRows);
-    ASSERT_EQ(range.columns, kColumns);
-    ASSERT_EQ(range.data.size(), 4 * kColumns * kRows);
-    SinkOptions options;
-    options.plane = "intensity";
-    LossReport losses;
-    losses.Add({"colour", Fate::Kept, {}, {}});
-    const Array intensity = ParseNpy(Written("NPY", {Described()}, cells, options, &losses));
-    EXPECT_EQ(intensity.type, "<f8");
-    EXPECT_EQ(losses.Find("colour")->fate, Fate::Lost);
-    for (size_t row = 0; row < kRows; ++row) {
-        for (size_t column = 0; column < kColumns; ++column) {
-            const Cell& cell = Of(cells, row, column);
-            const auto value = range.Get<float>(row, column);
-            EXPECT_EQ(std::isnan(value), !cell.valid);
-            if (!cell.valid) continue;
-            EXPECT_NEAR(static_cast<double>(value),
-                        std::sqrt(cell.x * cell.x + cell.y * cell.y + cell.z * cell.z), 1e-5);
-            EXPECT_EQ(intensity.Get<double>(row, column), cell.intensity);
-        }
-    }
-}
-
-TEST(NpzSink, HoldsAllPlanes) {
-    const std::vector<Cell> cells = Cells();
-    const auto members = Unzip(Written("NPZ", {Described()}, cells));
-    ASSERT_EQ(members.size(), 9u);
-    const Array azimuth = ParseNpy(members.at("azimuth.npy")),
-                elevation = ParseNpy(members.at("elevation.npy")), range = ParseNpy(members.at("range.npy")),
-                red = ParseNpy(members.at("red.npy")), classes = ParseNpy(members.at("classification.npy")),
-                valid = ParseNpy(members.at("valid.npy"));
-    EXPECT_EQ(red.type, "|u1");
-    for (size_t row = 0; row < kRows; ++row) {
-        for (size_t column = 0; column < kColumns; ++column) {
-            const Cell& cell = Of(cells, row, column);
-            EXPECT_EQ(valid.Get<uint8_t>(row, column), cell.valid ? 1 : 0);
-            EXPECT_EQ(red.Get<uint8_t>(row, column), cell.red);
-            EXPECT_EQ(classes.Get<uint8_t>(row, column), cell.classification);
-            if (!cell.valid) continue;
-            const double r = static_cast<double>(range.Get<float>(row, column));
-            const double a = static_cast<double>(azimuth.Get<float>(row, column));
-            const double e = static_cast<double>(elevation.Get<float>(row, column));
-            EXPECT_NEAR(r * std::cos(e) * std::cos(a), cell.x, 1e-4);
-            EXPECT_NEAR(r * std::cos(e) * std::sin(a), cell.y, 1e-4);
-            EXPECT_NEAR(r * std::sin(e), cell.z, 1e-4);
-        }
-    }
-    ScanDescription plain = Described(false);
-    plain.intensity.present = plain.classification.present = false;
-    EXPECT_EQ(Unzip(Written("NPZ", {plain}, cells)).size(), 4u);
-}
-
-// A range is a distance from the scanner: a plane takes no pose by itself.
-TEST(FormatsOfPlanes, StayInTheInstrumentsFrameUnlessAskedOtherwise) {
-    const std::vector<Cell> cells = Cells();
-    std::string text = PtxText(cells, kColumns, kRows);
-    const size_t at = text.find("0 0 0 1\n");
-    ASSERT_NE(at, std::string::npos);
-    text.replace(at, 8, "100 0 0 1\n");
-    const auto source = SourceOf(text);
-    for (const bool asked : {false, true}) {
-        TempFolder folder;
-        ExportOptions options;
-        if (asked) options.registration = RegistrationUse::Apply;
-        ScanFileExport file(folder.Path() / "a.npy", *FindSinkFormat("NPY"), options);
-        const ExportReport report = file.Add(*source, 0);
-        file.Commit();
-        ASSERT_TRUE(report.losses.Find("pose"));
-        EXPECT_EQ(report.losses.Find("pose")->fate, asked ? Fate::Converted : Fate::Lost);
-        const Array range = ParseNpy(ReadFile(folder.Path() / "a.npy"));
-        for (size_t row = 0; row < kRows; ++row) {
-            const Cell& cell = Of(cells, row, 0);
-            if (!cell.valid) continue;
-            EXPECT_NEAR(static_cast<double>(range.Get<float>(row, 0)),
-                        std::hypot(cell.x + (asked ? 100 : 0), cell.y, cell.z), 1e-4);
-        }
-    }
-}
-
-TEST(PngSink, RangesAreMillimetres) {
-    const std::vector<Cell> cells = Cells();
-    const Picture picture = ParsePng(Written("PNG", {Described()}, cells));
-    ASSERT_EQ(picture.width, kColumns);
-    ASSERT_EQ(picture.height, kRows);
-    EXPECT_EQ(picture.bits, 16);
-    EXPECT_EQ(picture.text, "plane=range offset=0 scale=0.001 empty=0");
-    for (size_t row = 0; row < kRows; ++row) {
-        for (size_t column = 0; column < kColumns; ++column) {
-            const Cell& cell = Of(cells, row, column);
-            const double range = std::sqrt(cell.x * cell.x + cell.y * cell.y + cell.z * cell.z);
-            EXPECT_EQ(picture.Get(row, column), cell.valid ? std::round(range * 1000) : 0);
-        }
-    }
-}
-
-TEST(PngSink, FarRangesTakeACoarserStep) {
-    std::vector<Cell> cells = Cells();
-    Cell& far = *std::find_if(cells.begin(), cells.end(), [](const Cell& c) { return c.valid; });
-    far.x = 300;
-    far.y = far.z = 0;
-    const Picture picture = ParsePng(Written("PNG", {Described()}, cells));
-    EXPECT_EQ(picture.text, "plane=range offset=0 scale=0.005 empty=0");
-}
-
-TEST(PngSink, ColoursIntensitiesAndClassesAreExactWhereTheyFit) {
-    std::vector<Cell> cells = Cells();
-    for (Cell& cell : cells)
-        cell.intensity = std::round(cell.intensity * 255);
-    SinkOptions options;
-    options.plane = "color";
-    const Picture color = ParsePng(Written("PNG", {Described()}, cells, options));
-    options.plane = "intensity";
-    LossReport losses;
-    losses.Add({"intensity", Fate::Converted, {}, {}});
-    const Picture intensity = ParsePng(Written("PNG", {Described()}, cells, options, &losses));
-    options.plane = "classification";
-    const Picture classes = ParsePng(Written("PNG", {Described()}, cells, options));
-    EXPECT_EQ(color.channels, 3);
-    EXPECT_EQ(intensity.bits, 8);
-    EXPECT_EQ(losses.Find("intensity")->fate, Fate::Kept);
-    for (size_t row = 0; row < kRows; ++row) {
-        for (size_t column = 0; column < kColumns; ++column) {
-            const Cell& cell = Of(cells, row, column);
-            EXPECT_EQ(color.Get(row, column, 0), cell.red);
-            EXPECT_EQ(color.Get(row, column, 2), cell.blue);
-            EXPECT_EQ(intensity.Get(row, column), cell.valid ? cell.intensity : 0);
-            EXPECT_EQ(classes.Get(row, column), cell.classification);
-        }
-    }
-    ScanDescription deep = Described();
-    deep.colorBits = 16;
-    for (Cell& cell : cells)
-        cell.red = static_cast<uint16_t>(cell.red * 250 + 3);
-    options.plane = "color";
-    const Picture sixteen = ParsePng(Written("PNG", {deep}, cells, options));
-    EXPECT_EQ(sixteen.bits, 16);
-    EXPECT_EQ(sixteen.Get(3, 4, 0), Of(cells, 3, 4).red);
-}
-
-TEST(PngSink, SharesOfOneGoThroughTheMappingThatTheTextNames) {
-    const std::vector<Cell> cells = Cells();
-    SinkOptions options;
-    options.plane = "intensity";
-    const Picture picture = ParsePng(Written("PNG", {Described()}, cells, options));
-    double offset = 0, scale = 0;
-    ASSERT_EQ(std::sscanf(picture.text.c_str(), "plane=intensity offset=%lf scale=%lf", &offset, &scale), 2);
-    for (size_t row = 0; row < kRows; ++row) {
-        for (size_t column = 0; column < kColumns; ++column) {
-            const Cell& cell = Of(cells, row, column);
-            if (cell.valid) {
-                EXPECT_NEAR(offset + picture.Get(row, column) * scale, cell.intensity, 0.5001 * scale);
-            }
-        }
-    }
-}
-
-TEST(ExrSink, ChannelsHoldThePlanes) {
-    const std::vector<Cell> cells = Cells();
-    TempFolder folder;
-    const auto path = folder.Path() / "a.exr";
-    WriteFile(path, Written("EXR", {Described()}, cells));
-    const Channels channels = ReadExr(path);
-    EXPECT_EQ(channels.values.size(), 9u);
-    ASSERT_EQ(channels.rows, kRows);
-    ASSERT_EQ(channels.columns, kColumns);
-    const auto &range = channels.values.at("range"), &green = channels.values.at("G"),
-               &intensity = channels.values.at("intensity");
-    for (size_t row = 0; row < kRows; ++row) {
-        for (size_t column = 0; column < kColumns; ++column) {
-            const Cell& cell = Of(cells, row, column);
-            const size_t at = row * kColumns + column;
-            EXPECT_EQ(std::isnan(range[at]), !cell.valid);
-            EXPECT_EQ(green[at], static_cast<float>(cell.green / 255.0));
-            if (!cell.valid) continue;
-            EXPECT_NEAR(static_cast<double>(range[at]), std::hypot(std::hypot(cell.x, cell.y), cell.z), 1e-5);
-            EXPECT_EQ(intensity[at], static_cast<float>(cell.intensity));
-        }
-    }
-}
-
 TEST(PtxSink, GzipAndSeveralScansComeBack) {
-    const std::vector<Cell> cells = Cells();
+    const std::vector<Cell> cells = SinkCells();
     SinkOptions options;
     options.gzip = true;
     options.threads = 3;
@@ -589,5 +324,4 @@ TEST(PtxSink, LongTextBecomesSeveralMembersOfOneText) {
 }
 
 }  // namespace
-
 }  // namespace kxexchange::testing
