@@ -27,21 +27,21 @@ std::string YesNo(bool value) {
     return value ? "yes" : "no";
 }
 
-std::string Text(const std::wstring& text) {
+std::string PlainText(const std::wstring& text) {
     return Printable(kxbase::Encode_UTF8(text));
 }
 
-std::string Moment(const kxbase::Date& date) {
+std::string MomentText(const kxbase::Date& date) {
     return date.IsSet() ? date.ToISOString() : "none";
 }
 
-std::string Identifier(const kxbase::UUID& uuid) {
-    return uuid.IsZero() ? "none" : Text(uuid.ToWString());
+std::string IdentifierText(const kxbase::UUID& uuid) {
+    return uuid.IsZero() ? "none" : PlainText(uuid.ToWString());
 }
 
 /// A row only for what is there.
 void OptionalRow(TextLayout& layout, const std::string& label, const std::wstring& text) {
-    if (!text.empty()) layout.Row(label, Text(text));
+    if (!text.empty()) layout.Row(label, PlainText(text));
 }
 
 void AddFile(TextLayout& layout, const ScanInfo& info) {
@@ -57,11 +57,11 @@ void AddFile(TextLayout& layout, const ScanInfo& info) {
 
 void AddScan(TextLayout& layout, const kxio::ScanProperties& p) {
     layout.Section("Scan");
-    layout.Row("identifier", Identifier(p.scanUUID));
-    layout.Row("parent", Identifier(p.parentUUID));
-    layout.Row("model", p.scannerModel.empty() ? "none" : Text(p.scannerModel));
-    layout.Row("first date", Moment(p.firstDate));
-    layout.Row("second date", Moment(p.secondDate));
+    layout.Row("identifier", IdentifierText(p.scanUUID));
+    layout.Row("parent", IdentifierText(p.parentUUID));
+    layout.Row("model", p.scannerModel.empty() ? "none" : PlainText(p.scannerModel));
+    layout.Row("first date", MomentText(p.firstDate));
+    layout.Row("second date", MomentText(p.secondDate));
     OptionalRow(layout, "scanning mode", p.scanningMode);
     OptionalRow(layout, "colour mode", p.colorizationMode);
     for (const std::wstring& text : p.descriptions)
@@ -117,7 +117,7 @@ void AddPose(TextLayout& layout, const ScanInfo& info) {
         p.preregistration == kxbase::RegistrationInformation())
         return;
     AddRegistration(layout, "Registration before", p.preregistration);
-    layout.Row("identifier", Identifier(p.preregistrationUUID));
+    layout.Row("identifier", IdentifierText(p.preregistrationUUID));
     layout.Row("value", fmt::format("{}", p.preregistrationValue));
 }
 
@@ -178,18 +178,18 @@ void AddTexts(TextLayout& layout, const std::string& title, const std::list<std:
     layout.Section(title);
     size_t number = 0;
     for (const std::wstring& text : texts)
-        layout.Row(fmt::format("{}", ++number), Text(text));
+        layout.Row(fmt::format("{}", ++number), PlainText(text));
 }
 
 void AddLinks(TextLayout& layout, const kxio::ScanProperties& p) {
     if (p.hqLinks.empty() && p.erLinks.empty() && p.hdrLinks.empty()) return;
     layout.Section("Links");
     for (const kxbase::UUID& uuid : p.hqLinks)
-        layout.Row("HQ", Identifier(uuid));
+        layout.Row("HQ", IdentifierText(uuid));
     for (const kxbase::UUID& uuid : p.erLinks)
-        layout.Row("ER", Identifier(uuid));
+        layout.Row("ER", IdentifierText(uuid));
     for (const kxbase::UUID& uuid : p.hdrLinks)
-        layout.Row("HDR", Identifier(uuid));
+        layout.Row("HDR", IdentifierText(uuid));
 }
 
 }  // namespace

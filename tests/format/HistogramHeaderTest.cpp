@@ -23,7 +23,7 @@ using kxtest::ByteList;
 using kxtest::Bytes;
 using kxtest::GoldenHex;
 
-ExtendedHeader Generic(const Bytes& record) {
+ExtendedHeader AsRead(const Bytes& record) {
     ExtendedHeader header;
     EXPECT_EQ(kxtest::ReadFrom(header, record), record.size());
     return header;
@@ -31,7 +31,7 @@ ExtendedHeader Generic(const Bytes& record) {
 
 // A histogram record's data around the given chunk.
 ExtendedHeader WithChunk(const Bytes& chunk) {
-    return Generic(
+    return AsRead(
         kxtest::ExtendedRecord(kxio::ClassHistogramHeader::Type, ByteList().U64(chunk.size()).Raw(chunk)));
 }
 
@@ -92,15 +92,15 @@ TEST(HistogramHeader, SevenTagsNameAComponent) {
 
 TEST(HistogramHeader, GoldenRecordsDecode) {
     EXPECT_EQ(
-        kxio::ClassHistogramHeader(Generic(GoldenHex("records/extended-histogram-class.hex"))).GetHistogram(),
+        kxio::ClassHistogramHeader(AsRead(GoldenHex("records/extended-histogram-class.hex"))).GetHistogram(),
         kSmall);
     const kxio::Luminance8Histogram expected8{{QSNIndex(0), {{2, 10}, {5, 1}}}, {QSNIndex(3), {{5, 7}}}};
-    EXPECT_EQ(kxio::Luminance8HistogramHeader(Generic(GoldenHex("records/extended-histogram-luminance8.hex")))
+    EXPECT_EQ(kxio::Luminance8HistogramHeader(AsRead(GoldenHex("records/extended-histogram-luminance8.hex")))
                   .GetHistogram(),
               expected8);
     const kxio::Luminance16Histogram expected16{{QSNIndex(0), {{2, 10}, {5, 1}}}, {QSNIndex(3), {{5, 7}}}};
     EXPECT_EQ(
-        kxio::Luminance16HistogramHeader(Generic(GoldenHex("records/extended-histogram-luminance16.hex")))
+        kxio::Luminance16HistogramHeader(AsRead(GoldenHex("records/extended-histogram-luminance16.hex")))
             .GetHistogram(),
         expected16);
 }
@@ -108,7 +108,7 @@ TEST(HistogramHeader, GoldenRecordsDecode) {
 TEST(HistogramHeader, SegmentKeysAbove32BitsAndPositionsInThePatchSurvive) {
     const kxio::SegmentHistogram expected{{QSNIndex(0), {{2, 10}, {0x100000001ULL, 1}}},
                                           {QSNIndex(3, 7), {{5, 7}}}};
-    EXPECT_EQ(kxio::SegmentHistogramHeader(Generic(GoldenHex("records/extended-histogram-segment.hex")))
+    EXPECT_EQ(kxio::SegmentHistogramHeader(AsRead(GoldenHex("records/extended-histogram-segment.hex")))
                   .GetHistogram(),
               expected);
     EXPECT_EQ(kxio::SegmentHistogramHeader(expected).GetHistogram(), expected);
@@ -145,7 +145,7 @@ TEST(HistogramHeader, RoundTripsThroughARecord) {
             histogram[QSNIndex(patch)][static_cast<uint16_t>(value)] = uint64_t{value} << 30;
     }
     kxio::Luminance16HistogramHeader header(histogram);
-    const kxio::Luminance16HistogramHeader read(Generic(kxtest::Written(header)));
+    const kxio::Luminance16HistogramHeader read(AsRead(kxtest::Written(header)));
     EXPECT_EQ(read.GetHistogram(), histogram);
     EXPECT_STREQ(read.GetRecordName(), "Luminance16HistogramHeader");
 }
@@ -203,14 +203,14 @@ TEST(HistogramHeader, CountsPastTheEndAreRefusedWithoutTakingMemory) {
 
 TEST(HistogramHeader, ChunkSizeBeyondTheDataIsRefused) {
     for (const uint64_t size : {uint64_t{29}, ~uint64_t{0}, uint64_t{1} << 63, ~uint64_t{0} - 7}) {
-        ExpectUndecodable(Generic(
+        ExpectUndecodable(AsRead(
             kxtest::ExtendedRecord(kxio::ClassHistogramHeader::Type, ByteList().U64(size).Fill(28, 0))));
     }
 }
 
 TEST(HistogramHeader, DataWithoutAChunkIsRefused) {
     for (size_t size = 0; size < 8 + 28; ++size)
-        ExpectUndecodable(Generic(kxtest::ExtendedRecord(kxio::ClassHistogramHeader::Type, Bytes(size, 0))));
+        ExpectUndecodable(AsRead(kxtest::ExtendedRecord(kxio::ClassHistogramHeader::Type, Bytes(size, 0))));
 }
 
 TEST(HistogramHeader, DamagedChunksAreRefused) {
@@ -288,7 +288,7 @@ TEST(HistogramHeader, NonsensicalStepsEndInAHistogramOrAnError) {
 }
 
 TEST(HistogramHeader, RecordOfAnotherTypeIsTakenOver) {
-    const kxio::ClassHistogramHeader header(Generic(GoldenHex("records/extended-histogram-luminance8.hex")));
+    const kxio::ClassHistogramHeader header(AsRead(GoldenHex("records/extended-histogram-luminance8.hex")));
     EXPECT_EQ(header.GetHistogram(), kSmall);
     EXPECT_EQ(header.GetType(), kxio::ClassHistogramHeader::Type);
 }

@@ -12,7 +12,7 @@ namespace {
 
 using namespace kxtest;
 
-constexpr size_t kMegabyte = size_t{1} << 20;
+constexpr size_t kMebibyte = size_t{1} << 20;
 
 // The most memory in use while the file is opened and everything is asked for that is known without cells.
 // Opening may fail.
@@ -60,7 +60,7 @@ size_t PeakOfOpening(const Bytes& bytes, bool* opened = nullptr) {
 }
 
 size_t Allowed(const Bytes& bytes) {
-    return 8 * kMegabyte + 2 * bytes.size();
+    return 8 * kMebibyte + 2 * bytes.size();
 }
 
 TEST(MemoryOfOpening, EveryFieldBlownUp) {
@@ -143,14 +143,14 @@ TEST(MemoryOfOpening, MillionsOfComponents) {
 
 TEST(MemoryOfOpening, TextsOfEverySize) {
     const Bytes table = TableOf(0, 0);
-    for (const size_t length : {size_t{3}, size_t{100}, size_t{10'000}, size_t{1'000'000}, 16 * kMegabyte}) {
+    for (const size_t length : {size_t{3}, size_t{100}, size_t{10'000}, size_t{1'000'000}, 16 * kMebibyte}) {
         for (const uint64_t kind : {0xac14e2e7714a591eULL,     // message
                                     0xbfb6c3129e0b3496ULL,     // link
                                     0x9554a8463740bb07ULL}) {  // mode
             ByteList records;
             records.Raw(table);
             const Bytes record = ExtendedRecord(kind, ByteList().Text(std::string(length, 'm')));
-            for (size_t done = 0; done < 4 * kMegabyte; done += record.size())
+            for (size_t done = 0; done < 4 * kMebibyte; done += record.size())
                 records.Raw(record);
             const Bytes bytes = FileWith({}, records, 0, UINT64_MAX, table.size());
             EXPECT_LE(PeakOfOpening(bytes), Allowed(bytes)) << length;
@@ -162,7 +162,7 @@ TEST(MemoryOfOpening, TextsOfEverySize) {
             EXPECT_LE(PeakOfOpening(few), Allowed(few)) << length;
         }
     }
-    for (const size_t length : {size_t{900'000}, 16 * kMegabyte}) {
+    for (const size_t length : {size_t{900'000}, 16 * kMebibyte}) {
         kxio::ScanHeader header;
         header.properties.grid.columns = header.properties.grid.rows = 4;
         header.properties.grid.patchWidth = header.properties.grid.patchHeight = 4;
@@ -170,14 +170,14 @@ TEST(MemoryOfOpening, TextsOfEverySize) {
         const Bytes bytes = FileWith(Written(header), table, 0, UINT64_MAX);
         bool opened = false;
         EXPECT_LE(PeakOfOpening(bytes, &opened), Allowed(bytes)) << length;
-        EXPECT_EQ(opened, length < kMegabyte);
+        EXPECT_EQ(opened, length < kMebibyte);
     }
 }
 
 TEST(MemoryOfOpening, RecordsOfUnknownKinds) {
     const Bytes table = TableOf(1, 1'000'000);
     ByteList records;
-    records.Raw(table).Raw(ExtendedRecord(0x77, Bytes(16 * kMegabyte, 7)));
+    records.Raw(table).Raw(ExtendedRecord(0x77, Bytes(16 * kMebibyte, 7)));
     const Bytes bytes = FileWith({}, records, 0, UINT64_MAX, table.size());
     EXPECT_LE(PeakOfOpening(bytes), Allowed(bytes));
 }

@@ -21,7 +21,7 @@ struct Column {
     const char* name;
     Fate FormatCapabilities::*fate;
 };
-constexpr Column kColumns[] = {
+constexpr Column kTableColumns[] = {
     {"grid", &FormatCapabilities::grid},
     {"no returns", &FormatCapabilities::noReturns},
     {"pose", &FormatCapabilities::pose},
@@ -59,7 +59,7 @@ std::vector<Row> DocumentedTable() {
 
 Row RowOf(const std::string& name, const FormatCapabilities& can) {
     Row row{name};
-    for (const Column& column : kColumns)
+    for (const Column& column : kTableColumns)
         row.push_back(FateText(can.*column.fate));
     return row;
 }
@@ -68,7 +68,7 @@ TEST(FormatTable, TheDocumentationSaysWhatTheCodeSays) {
     const std::vector<Row> documented = DocumentedTable();
     ASSERT_FALSE(documented.empty());
     Row head{"format"};
-    for (const Column& column : kColumns)
+    for (const Column& column : kTableColumns)
         head.push_back(column.name);
     EXPECT_EQ(documented[0], head);
     std::vector<Row> expected{head, RowOf("QSN", QsnSource::Capabilities())};

@@ -19,7 +19,7 @@ E57Document Parse(const std::string& inside, const std::string& attributes = {})
                        "x.e57");
 }
 
-std::string Refusal(const std::string& xml) {
+std::string XmlRefusal(const std::string& xml) {
     try {
         ParseE57Xml(xml, "x.e57");
     } catch (const SourceFormatException& e) {
@@ -70,26 +70,26 @@ TEST(E57Xml, ExtensionsAreKnownByPrefixAndSkippedWhereTheyAreNoType) {
 
 TEST(E57Xml, WhatCannotBeIsRefusedByElement) {
     const std::string head = "<e57Root type=\"Structure\">";
-    EXPECT_NE(Refusal("").find("XML"), std::string::npos);
-    EXPECT_NE(Refusal("<e57Root type=\"Structure\"").find("at its byte"), std::string::npos);
-    EXPECT_EQ(Refusal("<root type=\"Structure\"/>"), "XML element /root: expected the element e57Root");
-    EXPECT_EQ(Refusal("<e57Root type=\"Vector\"/>"), "XML element /e57Root: expected a Structure");
-    EXPECT_EQ(Refusal(head + "<a type=\"Matrix\"/></e57Root>"),
+    EXPECT_NE(XmlRefusal("").find("XML"), std::string::npos);
+    EXPECT_NE(XmlRefusal("<e57Root type=\"Structure\"").find("at its byte"), std::string::npos);
+    EXPECT_EQ(XmlRefusal("<root type=\"Structure\"/>"), "XML element /root: expected the element e57Root");
+    EXPECT_EQ(XmlRefusal("<e57Root type=\"Vector\"/>"), "XML element /e57Root: expected a Structure");
+    EXPECT_EQ(XmlRefusal(head + "<a type=\"Matrix\"/></e57Root>"),
               "XML element /e57Root/a: found the type 'Matrix', which is none");
-    EXPECT_EQ(Refusal(head + "<a type=\"Integer\">1,5</a></e57Root>"),
+    EXPECT_EQ(XmlRefusal(head + "<a type=\"Integer\">1,5</a></e57Root>"),
               "XML element /e57Root/a: value: found '1,5', expected a number");
-    EXPECT_EQ(Refusal(head + "<a type=\"Integer\" minimum=\"2\" maximum=\"1\"/></e57Root>"),
+    EXPECT_EQ(XmlRefusal(head + "<a type=\"Integer\" minimum=\"2\" maximum=\"1\"/></e57Root>"),
               "XML element /e57Root/a: the minimum is above the maximum");
-    EXPECT_NE(Refusal(head + "<a type=\"Blob\" fileOffset=\"-1\"/></e57Root>").find("fileOffset"),
+    EXPECT_NE(XmlRefusal(head + "<a type=\"Blob\" fileOffset=\"-1\"/></e57Root>").find("fileOffset"),
               std::string::npos);
-    EXPECT_NE(Refusal(head + "<a type=\"Integer\">9223372036854775808</a></e57Root>").find("number"),
+    EXPECT_NE(XmlRefusal(head + "<a type=\"Integer\">9223372036854775808</a></e57Root>").find("number"),
               std::string::npos);
     std::string deep;
     for (int i = 0; i < 100; ++i)
         deep += "<a type=\"Structure\">";
     for (int i = 0; i < 100; ++i)
         deep += "</a>";
-    EXPECT_NE(Refusal(head + deep + "</e57Root>").find("nested deeper than 64"), std::string::npos);
+    EXPECT_NE(XmlRefusal(head + deep + "</e57Root>").find("nested deeper than 64"), std::string::npos);
 }
 
 TEST(E57Xml, EntitiesAreNotFollowed) {
