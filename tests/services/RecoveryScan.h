@@ -23,13 +23,18 @@ using Bytes = std::vector<unsigned char>;
 
 /// A scan with seven components, written by the library's writer; which patches it has is the caller's.
 struct SampleScan {
+    SampleScan() {
+        absent.emplace_back(1, 2);
+        absent.emplace_back(3, 0);
+    }
+
     uint32_t columns = 77;
     uint32_t rows = 59;
     uint32_t patchWidth = 16;
     uint32_t patchHeight = 16;
     bool histograms = true;
     /// Patches (row, column) that are never handed over.
-    std::vector<std::pair<uint32_t, uint32_t>> absent = {{1, 2}, {3, 0}};
+    std::vector<std::pair<uint32_t, uint32_t>> absent;
 
     static constexpr float kColumnStart = 3.0F;
     static constexpr float kRowStart = 0.7F;

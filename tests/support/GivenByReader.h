@@ -39,7 +39,6 @@ std::string BytesOf(const Value& value) {
 /// \throws kxbase::KXException  the file does not open
 inline Given ReadGiven(kxbase::IInFileStream& stream) {
     using detail::BytesOf;
-    using Bytes = std::vector<unsigned char>;
     Given given;
     kxio::QSNScanReader reader(&stream);
     given.marked = !reader.GetIntegrityProblems().empty();
@@ -56,7 +55,7 @@ inline Given ReadGiven(kxbase::IInFileStream& stream) {
         const uint64_t patches = std::min<uint64_t>(access.Grid().PatchCount64(), 16);
         for (unsigned index = 0; index < patches; ++index) {
             take("chunk " + of + " " + std::to_string(index), [&] {
-                Bytes chunk;
+                std::vector<unsigned char> chunk;
                 reader.GetPatchCompressed(index, chunk, component);
                 return BytesOf(chunk);
             });
@@ -67,7 +66,7 @@ inline Given ReadGiven(kxbase::IInFileStream& stream) {
             });
         }
         take("preview " + of, [&] {
-            Bytes chunk;
+            std::vector<unsigned char> chunk;
             reader.GetCompressedPreview(chunk, component);
             return BytesOf(chunk);
         });
@@ -81,7 +80,7 @@ inline Given ReadGiven(kxbase::IInFileStream& stream) {
         reader.GetBoundingBox(0, 0, min, max);
         return BytesOf(min.range) + BytesOf(min.vertical) + BytesOf(max.range) + BytesOf(max.horizontal);
     });
-    Bytes jpeg;
+    std::vector<unsigned char> jpeg;
     if (reader.GetThumbnailJPEG(jpeg)) given.cells["thumbnail"] = BytesOf(jpeg);
     given.properties = reader.GetScanInformation();
     return given;
