@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Writes the seeds of fuzz_codecs into a folder: small valid inputs of every mode, and a few damaged ones.
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
+#include "SeedFolder.h"
 #include "kxcodecs/kxcodecs.h"
 
 namespace {
@@ -34,19 +32,7 @@ Bytes FloatBytes(std::initializer_list<float> values) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: fuzz_codecs_seeds FOLDER\n");
-        return 2;
-    }
-    const std::filesystem::path folder = argv[1];
-    std::filesystem::create_directories(folder);
-    const auto write = [&](const std::string& name, const Bytes& bytes) {
-        std::ofstream file(folder / name, std::ios::binary);
-        for (const unsigned char byte : bytes)
-            file.put(static_cast<char>(byte));
-        file.close();
-        if (!file) throw std::runtime_error("cannot write " + name);
-    };
+    const SeedFolder write(argc, argv);
 
     const Bytes image = Gradient(12 * 9 * 3);
     const Bytes sides = {12, 0, 9, 0, 3};

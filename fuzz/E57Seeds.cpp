@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Writes the seeds of fuzz_e57 from tests/data/e57 and from files put together here.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 #include <string>
 
 #include "E57Builder.h"
+#include "SeedFolder.h"
 
 namespace {
 
@@ -45,16 +44,10 @@ Builder Grid(const Bytes& places) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: fuzz_e57_seeds FOLDER\n");
-        return 2;
-    }
-    const std::filesystem::path folder = argv[1];
-    std::filesystem::create_directories(folder);
-    const auto write = [&](const std::string& name, char mode, const Bytes& bytes) {
-        std::ofstream file(folder / name, std::ios::binary);
-        file.put(mode);
-        file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    const SeedFolder folder(argc, argv);
+    const auto write = [&](const std::string& name, unsigned char mode, Bytes bytes) {
+        bytes.insert(bytes.begin(), mode);
+        folder(name, bytes);
     };
     const auto content = [&](const std::string& name, Bytes bytes) {
         while (!bytes.empty() && bytes.back() == 0)

@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Writes the seeds of fuzz_open into a folder: small scan files, whole and damaged.
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
 #include <string>
 
+#include "SeedFolder.h"
 #include "kxio/QSNScanWriter.h"
 #include "support/TinyScan.h"
 
@@ -48,19 +45,7 @@ Bytes WrittenScan() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: fuzz_open_seeds FOLDER\n");
-        return 2;
-    }
-    const std::filesystem::path folder = argv[1];
-    std::filesystem::create_directories(folder);
-    const auto write = [&](const std::string& name, const Bytes& bytes) {
-        std::ofstream file(folder / name, std::ios::binary);
-        for (const unsigned char byte : bytes)
-            file.put(static_cast<char>(byte));
-        file.close();
-        if (!file) throw std::runtime_error("cannot write " + name);
-    };
+    const SeedFolder write(argc, argv);
 
     const Bytes tiny = TinyScan().Build();
     write("written", WrittenScan());

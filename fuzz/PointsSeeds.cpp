@@ -3,10 +3,10 @@
 // which gets a folder for each.
 #include <bit>
 #include <cstdint>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <string>
+#include <vector>
+
+#include "SeedFolder.h"
 
 namespace {
 
@@ -103,17 +103,10 @@ std::string PackedPcd() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "fuzz_points_seeds FOLDER\n");
-        return 2;
-    }
-    const auto write = [&](const std::string& target, const std::string& name, char mode,
-                           const std::string& bytes) {
-        const auto folder = std::filesystem::path(argv[1]) / target;
-        std::filesystem::create_directories(folder);
-        std::ofstream file(folder / name, std::ios::binary);
-        file.put(mode);
-        file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    const SeedFolder folder(argc, argv);
+    const auto write = [&](const std::string& target, const std::string& name, char mode, std::string bytes) {
+        bytes.insert(bytes.begin(), mode);
+        folder(target + "/" + name, std::vector<unsigned char>(bytes.begin(), bytes.end()));
     };
     write("ply", "binary", 0, BinaryPly(false, false));
     write("ply", "binary-big-endian-grid", 0, BinaryPly(true, true));

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Writes the seeds of fuzz_records into a folder: each golden record, as kind, version and payload.
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
+#include "SeedFolder.h"
 #include "support/Hex.h"
 
 namespace {
@@ -25,24 +24,17 @@ unsigned char KindOf(const std::string& name) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: fuzz_records_seeds FOLDER\n");
-        return 2;
-    }
-    const std::filesystem::path folder = argv[1];
-    std::filesystem::create_directories(folder);
+    const SeedFolder write(argc, argv);
     const auto golden = std::filesystem::path(KXIO_SOURCE_DIR) / "tests/golden/records";
     for (const auto& entry : std::filesystem::directory_iterator(golden)) {
         const std::string name = entry.path().stem().string();
         const kxtest::Bytes record = kxtest::GoldenHex("records/" + entry.path().filename().string());
-        std::ofstream file(folder / name, std::ios::binary);
-        file.put(static_cast<char>(KindOf(name)));
+        kxtest::Bytes seed = {static_cast<unsigned char>(KindOf(name))};
         for (size_t i = 8; i < record.size(); ++i) {
             // The version, then the payload; the frame's size follows from the input's.
-            if (i < 12 || i >= 16) file.put(static_cast<char>(record[i]));
+            if (i < 12 || i >= 16) seed.push_back(record[i]);
         }
-        file.close();
-        if (!file) throw std::runtime_error("cannot write " + name);
+        write(name, seed);
     }
     return 0;
 }

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Writes the seeds of fuzz_calls, fuzz_histograms, fuzz_pictures, fuzz_edit and fuzz_round_trip, each into a
 // folder of its own below the one given.
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <stdexcept>
 #include <string>
 
+#include "SeedFolder.h"
 #include "kxio/ProtectFile.h"
 #include "support/StoredFile.h"
 #include "support/TinyScan.h"
@@ -42,22 +40,9 @@ Bytes DataOf(const Header& made) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: fuzz_services_seeds FOLDER\n");
-        return 2;
-    }
-    const std::filesystem::path folder = argv[1];
-    const auto write = [&](const std::string& name, const Bytes& bytes) {
-        std::filesystem::create_directories((folder / name).parent_path());
-        std::ofstream file(folder / name, std::ios::binary);
-        for (const unsigned char byte : bytes)
-            file.put(static_cast<char>(byte));
-        file.close();
-        if (!file) throw std::runtime_error("cannot write " + name);
-    };
+    const SeedFolder write(argc, argv);
     const Bytes tiny = TinyScan().Build();
-    const std::filesystem::path scratch = folder / "scratch.qsn";
-    std::filesystem::create_directories(folder);
+    const std::filesystem::path scratch = write.Path() / "scratch.qsn";
     const std::wstring path = StoreFile(scratch.wstring(), tiny);
     kxio::ProtectFile(path);
     const Bytes hashed = LoadFile(scratch);

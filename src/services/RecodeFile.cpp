@@ -77,6 +77,7 @@ private:
     void Recode(Job& job, PatchBuffers& buffers) const;
     void WriteChunk(const Job& job);
     uint64_t NewPosition(uint64_t position) const;
+    const Moved* PieceHolding(uint64_t position) const;
     Moved* PieceAt(uint64_t position);
     void Overwrite(uint64_t position, std::span<const unsigned char> bytes);
     void AdjustMainHeader();
@@ -152,11 +153,17 @@ void Recoder::ListPieces(const FileLayout& layout) {
     }
 }
 
-Moved* Recoder::PieceAt(uint64_t position) {
+// The last piece that begins at `position` or before it; null: none.
+const Moved* Recoder::PieceHolding(uint64_t position) const {
     const auto next = std::upper_bound(m_pieces.begin(), m_pieces.end(), position,
                                        [](uint64_t at, const Moved& m) { return at < m.piece.offset; });
-    if (next == m_pieces.begin() || (next - 1)->piece.offset != position) return nullptr;
-    return &*(next - 1);
+    return next == m_pieces.begin() ? nullptr : &*(next - 1);
+}
+
+Moved* Recoder::PieceAt(uint64_t position) {
+    const Moved* const found = PieceHolding(position);
+    if (found == nullptr || found->piece.offset != position) return nullptr;
+    return &m_pieces[static_cast<size_t>(found - m_pieces.data())];
 }
 
 // Walks the chain of extended records as a reader does. A hash record that goes leaves no bytes behind.
@@ -238,7 +245,8 @@ void Recoder::WriteChunk(const Job& job) {
     Bytes bytes;
     m_file.Read(moved.piece.offset, head, bytes);
     if (head >= kFrame + sizeof(uint32_t)) {
-        kxbase::ByteWriter(std::span<unsigned char>(bytes).subspan(kFrame)).U32(static_cast<uint32_t>(job.chunk.size()));
+        kxbase::ByteWriter(std::span<unsigned char>(bytes).subspan(kFrame))
+            .U32(static_cast<uint32_t>(job.chunk.size()));
     }
     bytes.insert(bytes.end(), job.chunk.begin(), job.chunk.end());
     m_out.Write(bytes.data(), bytes.size());
@@ -273,11 +281,9 @@ void Recoder::RecodeRun(size_t begin, size_t end) {
 uint64_t Recoder::NewPosition(uint64_t position) const {
     if (position == 0) return 0;
     if (position == m_in.GetSize()) return m_written;
-    auto next = std::upper_bound(m_pieces.begin(), m_pieces.end(), position,
-                                 [](uint64_t at, const Moved& m) { return at < m.piece.offset; });
-    if (next == m_pieces.begin() || position > m_in.GetSize())
-        Damaged(position, "a position leads out of the file");
-    const Moved& moved = *--next;
+    const Moved* const found = PieceHolding(position);
+    if (found == nullptr || position > m_in.GetSize()) Damaged(position, "a position leads out of the file");
+    const Moved& moved = *found;
     const uint64_t inside = position - moved.piece.offset;
     const bool sameStart = !moved.listed || inside <= moved.piece.chunk.dataPosition - moved.piece.offset;
     if (!sameStart) Damaged(position, "a position leads into a chunk");
@@ -317,12 +323,9 @@ void Recoder::AdjustTable(uint64_t position) {
             const uint64_t chunk = in.U64("position");
             uint32_t byteCount = in.U32("byte count");
             if (chunk == 0 || byteCount == 0) continue;
-            const auto next = std::upper_bound(m_pieces.begin(), m_pieces.end(), chunk,
-                                               [](uint64_t p, const Moved& m) { return p < m.piece.offset; });
-            if (next != m_pieces.begin() && (next - 1)->listed) {
-                const Moved& target = *(next - 1);
-                byteCount = static_cast<uint32_t>(target.newBytes -
-                                                  (target.piece.chunk.dataPosition - target.piece.offset));
+            if (const Moved* const target = PieceHolding(chunk); target != nullptr && target->listed) {
+                byteCount = static_cast<uint32_t>(target->newBytes -
+                                                  (target->piece.chunk.dataPosition - target->piece.offset));
             }
             kxbase::ByteWriter out(std::span<unsigned char>(bytes).subspan(at));
             out.U64(NewPosition(chunk));

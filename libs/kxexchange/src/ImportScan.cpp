@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "kxexchange/ImportScan.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -15,6 +13,7 @@
 #include "Handover.h"
 #include "ImportLosses.h"
 #include "ImportPlan.h"
+#include "IntakeThreads.h"
 #include "PatchAssembler.h"
 #include "Paths.h"
 #include "ScanSurvey.h"
@@ -57,20 +56,6 @@ bool IsThumbnail(const std::vector<unsigned char>& bytes) {
     kxcodecs::JPEG::Free(pixels);
     return whole;
 }
-
-// The intake works on the components of a patch in parallel; how wide is a property of the calling thread.
-class IntakeThreads {
-public:
-    explicit IntakeThreads(int threads) : m_before(omp_get_max_threads()) {
-        if (threads > 0) omp_set_num_threads(threads);
-    }
-    ~IntakeThreads() { omp_set_num_threads(m_before); }
-    IntakeThreads(const IntakeThreads&) = delete;
-    IntakeThreads& operator=(const IntakeThreads&) = delete;
-
-private:
-    int m_before;
-};
 
 // Cells handled, shared between the thread that parses and the one that reports.
 struct Counters {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "kxexchange/RecodeScan.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -11,6 +9,7 @@
 #include "AngleSettling.h"
 #include "GridCells.h"
 #include "ImportPlan.h"
+#include "IntakeThreads.h"
 #include "Paths.h"
 #include "QsnSource.h"
 #include "TextFormat.h"
@@ -25,20 +24,6 @@ namespace kxexchange {
 namespace {
 
 using kxbase::ComponentType;
-
-// The intake works on the components of a patch in parallel; how wide is a property of the calling thread.
-class IntakeThreads {
-public:
-    explicit IntakeThreads(int threads) : m_before(omp_get_max_threads()) {
-        if (threads > 0) omp_set_num_threads(threads);
-    }
-    ~IntakeThreads() { omp_set_num_threads(m_before); }
-    IntakeThreads(const IntakeThreads&) = delete;
-    IntakeThreads& operator=(const IntakeThreads&) = delete;
-
-private:
-    int m_before;
-};
 
 // Bytes that one stored byte of any codec can stand for.
 constexpr uint64_t kMostExpansion = 32768;
