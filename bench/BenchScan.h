@@ -8,6 +8,9 @@
 
 #include "kxbase/ComponentType.h"
 
+/// Adds the scenarios of codecs, one for each component that the scan has.
+void RegisterCodecScenarios();
+
 /// The scan that every scenario works on: the sample PTX of the tree, or the one that the environment
 /// variable KXIO_BENCH_PTX names, imported once into a temporary folder.
 class BenchScan {

@@ -7,7 +7,8 @@
 // --only keeps the memory copy and the codecs whose names hold the text.
 // SCAN is a .qsn file, any format that imports, or synthetic[:COLUMNSxROWS]. Sizes are those of whole chunks.
 // Speeds are medians of the rounds, of values that lie in memory and go to memory: of one thread by its
-// processor time, of several by the clock.
+// processor time, of several by the clock. The last column, `patch_us` in JSON: one thread, one patch
+// unpacked.
 #include <unistd.h>
 
 #include <algorithm>
@@ -113,17 +114,21 @@ void Print(const Settings& settings, const CompareComponent& component, const st
     const auto cells = static_cast<double>(component.cells);
     const double pack = cells / Median(figures.pack), unpack = cells / Median(figures.unpack);
     const auto bytes = static_cast<unsigned long long>(figures.bytes);
+    const double patchMicroseconds =
+        1e6 * Median(figures.unpack) * settings.threads / static_cast<double>(component.patches.size());
     if (settings.json) {
         std::printf(
             "{\"codec\": \"%s\", \"component\": \"%s\", \"cells\": %llu, \"returns\": %llu, \"bytes\": %llu, "
-            "\"encode_cells_per_s\": %.0f, \"decode_cells_per_s\": %.0f, \"threads\": %u}\n",
+            "\"encode_cells_per_s\": %.0f, \"decode_cells_per_s\": %.0f, \"threads\": %u, "
+            "\"patch_us\": %.1f}\n",
             codec.c_str(), component.name.c_str(), static_cast<unsigned long long>(component.cells),
-            static_cast<unsigned long long>(returns), bytes, pack, unpack, settings.threads);
+            static_cast<unsigned long long>(returns), bytes, pack, unpack, settings.threads,
+            patchMicroseconds);
     } else {
-        std::printf("%-18s %-22s %11llu %9.2f %9.1f %9.1f %8.2f\n", component.name.c_str(), codec.c_str(),
-                    bytes,
+        std::printf("%-18s %-22s %11llu %9.2f %9.1f %9.1f %8.2f %8.1f\n", component.name.c_str(),
+                    codec.c_str(), bytes,
                     8.0 * static_cast<double>(bytes) / static_cast<double>(std::max<uint64_t>(1, returns)),
-                    pack / 1e6, unpack / 1e6, copySeconds / Median(figures.unpack));
+                    pack / 1e6, unpack / 1e6, copySeconds / Median(figures.unpack), patchMicroseconds);
     }
     std::fflush(stdout);
 }
@@ -132,10 +137,11 @@ void Compare(const CompareScan& scan, const Settings& settings) {
     std::vector<CompareWay> all;
     AddPlainWays(all);
     AddPeerWays(all);
+    AddPointWays(all);
     AddOwnWays(all);
     if (!settings.json)
-        std::printf("%-18s %-22s %11s %9s %9s %9s %8s\n", "component", "codec", "bytes", "bits/ret",
-                    "enc Mc/s", "dec Mc/s", "x memcpy");
+        std::printf("%-18s %-22s %11s %9s %9s %9s %8s %8s\n", "component", "codec", "bytes", "bits/ret",
+                    "enc Mc/s", "dec Mc/s", "x memcpy", "us/patch");
     for (const CompareComponent& component : scan.components) {
         if (component.patches.empty()) continue;
         std::vector<CompareWay> ways;
@@ -187,7 +193,9 @@ int main(int argc, char** argv) {
     if (IsDebugBuild()) std::cerr << "*** This is a DEBUG build: its speeds mean nothing. ***\n";
     std::cerr << "load average " << LoadAverage() << '\n';
     try {
-        Compare(LoadScan(scan), settings);
+        CompareScan loaded = LoadScan(scan);
+        AddPoints(loaded);
+        Compare(loaded, settings);
     } catch (const std::exception& e) {
         std::cerr << "error: " << e.what() << '\n';
         return 1;

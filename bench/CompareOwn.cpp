@@ -31,7 +31,7 @@ CompareWay OfCodec(const std::string& name, Arguments... arguments) {
             return codec.DecodeInto(packed.data() + QKXChunkCodec::HeaderSize,
                                     packed.size() - QKXChunkCodec::HeaderSize, {out, patch.values.size()});
         },
-        nullptr};
+        [](uint32_t bytes) { return bytes <= sizeof(uint64_t); }};
 }
 
 CompareWay OfZstd(int level) {

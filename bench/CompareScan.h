@@ -30,6 +30,9 @@ struct CompareScan {
 /// \throws kxbase::KXException, std::runtime_error
 CompareScan LoadCompareScan(const std::filesystem::path& path);
 
+/// Adds a component "points" of 12 bytes an element: the first three components of 4 bytes, cell by cell.
+void AddPoints(CompareScan& scan);
+
 /// A made-up scan in patches of 256 x 256: a room with boxes and spheres, windows without a return and single
 /// cells without one (26 % in all). Ranges in steps of 0.1 mm with 1.5 mm of noise, angles of 1 microradian
 /// with a jitter of 8 (cells without a return have the grid's own), intensities of 16 bits whose noise is

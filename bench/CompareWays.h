@@ -23,3 +23,5 @@ void AddPlainWays(std::vector<CompareWay>& ways);
 void AddOwnWays(std::vector<CompareWay>& ways);
 /// Array and image compressors that were there when this was built.
 void AddPeerWays(std::vector<CompareWay>& ways);
+/// Compressors of points, for the component that AddPoints makes.
+void AddPointWays(std::vector<CompareWay>& ways);

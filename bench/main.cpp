@@ -34,6 +34,7 @@ int main(int argc, char** argv) {
         benchmark::AddCustomContext("bytes of values in the grid", std::to_string(scan.ValueBytes()));
         benchmark::AddCustomContext("bytes unpacked from all chunks", std::to_string(scan.UnpackedBytes()));
         benchmark::AddCustomContext("bytes of all chunks", std::to_string(scan.StreamBytes()));
+        RegisterCodecScenarios();
         benchmark::RunSpecifiedBenchmarks();
     } catch (const std::exception& e) {
         std::cerr << "error: " << e.what() << '\n';
