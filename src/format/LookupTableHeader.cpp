@@ -48,7 +48,7 @@ void LookupTableHeader::_Read(const unsigned char* payload) {
     const uint32_t componentCount = in.U32("number of components");
     in.RequireElements(componentCount, kComponentSize, "number of components");
     if (componentCount > m_mostComponents) {
-        throw kxbase::ByteRangeException("Bytes out of range",
+        throw kxbase::ByteRangeException("Record ends too early",
                                          {{},
                                           GetRecordName(),
                                           "number of components",

@@ -10,6 +10,7 @@
 #include "kxio/DumpRecords.h"
 #include "kxio/ScanStatistics.h"
 #include "services/ValueCounts.h"
+#include "support/TinyScan.h"
 
 namespace {
 
@@ -141,6 +142,20 @@ TEST(DumpRecords, DamageIsMarkedAndTheRestIsTold) {
     DumpOptions quick;
     quick.decode = false;
     EXPECT_FALSE(Dump(damaged, quick).at(1).damaged);
+}
+
+TEST(DumpRecords, AChunkThatOnlyTheTableKnowsIsToldAsSuch) {
+    kxtest::ScanFileBuilder file = kxtest::TinyScan();
+    const Bytes chunk = kxtest::SnappyChunk(std::vector<uint16_t>(12, 7), 4, 3);
+    const uint64_t place = kxtest::GetMainField(file.Build(), kxtest::MainField::ChunkDataEnd);
+    file.RawBytes(chunk).Entry0(5, 1, place, static_cast<uint32_t>(chunk.size()));
+    std::vector<DumpedRecord> found = Dump(file.Build());
+    std::erase_if(found, [&](const DumpedRecord& record) { return record.offset != place; });
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].kind, "Chunk without a record");
+    EXPECT_EQ(found[0].bytes, chunk.size());
+    EXPECT_TRUE(found[0].damaged);
+    EXPECT_EQ(found[0].problem, "the lookup table lists it, but no chunk record lies in front of it");
 }
 
 TEST(DumpRecords, FieldsLieWhereTheFileHasThem) {

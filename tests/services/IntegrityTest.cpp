@@ -24,6 +24,7 @@
 #include "kxio/VerifyScan.h"
 #include "support/GivenByReader.h"
 #include "support/TempFolder.h"
+#include "support/Thrown.h"
 
 namespace {
 
@@ -146,7 +147,8 @@ TEST(Integrity, MustBeChosenBeforeTheFirstPatch) {
     range.data = reinterpret_cast<unsigned char*>(values.data());
     range.size = 4;
     writer.AddPatch({&range}, 0, 0);
-    EXPECT_THROW(writer.SetIntegrity(true), kxbase::KXException);
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXException>([&] { static_cast<void>(writer.SetIntegrity(true)); }),
+              "Integrity must be chosen before the first patch");
     EXPECT_NO_THROW(writer.SetIntegrity(false));
 }
 

@@ -102,6 +102,15 @@ TEST(WriterFailure, NullDescriptorsAreIgnored) {
     EXPECT_EQ(Walk(stream.GetBytes()).chunks.size(), 1U);
 }
 
+std::string CauseOf(kxio::QSNScanWriter& writer, kxio::PatchDescriptor& descriptor) {
+    try {
+        writer.AddPatch({&descriptor}, 0, 0);
+    } catch (const KXWritingException& e) {
+        return e.Context().detail;
+    }
+    return {};
+}
+
 TEST(WriterFailure, DescriptorsThatCannotBeMeantFail) {
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     Bytes bytes(64, 1);
@@ -112,15 +121,16 @@ TEST(WriterFailure, DescriptorsThatCannotBeMeantFail) {
     const auto add = [&](const char* name) -> kxio::FlatPatchDescriptor& {
         return flats.emplace_back(name, good).second;
     };
-    add("no codec").codec = nullptr;
-    add("no data").data = nullptr;
+    // By the text of what was wrong, which the refusal of the patch names.
+    add("Patch has no codec").codec = nullptr;
+    add("Patch has no data").data = nullptr;
     for (const double scale : {0.0, -0.0, -1.0, kInfinity, -kInfinity, std::nan(""), 1e-300, 1e300, 5e-324}) {
-        add("scale").scale = scale;
+        add("Unsupported scale").scale = scale;
     }
-    add("too many values").size = uint64_t{1} << 32;
-    add("size wraps").size = std::numeric_limits<uint64_t>::max() / 2;
-    add("value too long").pixelLength = uint64_t{1} << 62;
-    add("no value length").pixelLength = 0;
+    add("Patch too large").size = uint64_t{1} << 32;
+    add("Patch too large").size = std::numeric_limits<uint64_t>::max() / 2;
+    add("Patch too large").pixelLength = uint64_t{1} << 62;
+    add("Chunk cannot be encoded").pixelLength = 0;
     for (auto& [name, flat] : flats) {
         SCOPED_TRACE(name + ", scale " + std::to_string(flat.scale));
         kxbase::InMemoryStream stream;
@@ -128,6 +138,7 @@ TEST(WriterFailure, DescriptorsThatCannotBeMeantFail) {
         writer.CreateNew(&stream, MakeGrid(4, 4, 4, 4));
         EXPECT_EQ(TextOf<KXWritingException>([&, d = &flat] { writer.AddPatch({d}, 0, 0); }),
                   "AddPatch (0,0)");
+        EXPECT_NE(CauseOf(writer, flat).find(name), std::string::npos) << CauseOf(writer, flat);
         EXPECT_NO_THROW(writer.EndCreation());
         EXPECT_TRUE(Walk(stream.GetBytes()).chunks.empty());
     }
@@ -143,8 +154,24 @@ TEST(WriterFailure, DescriptorsThatCannotBeMeantFail) {
         kxio::QSNScanWriter writer;
         writer.CreateNew(&stream, MakeGrid(4, 4, 4, 4));
         EXPECT_EQ(TextOf<KXWritingException>([&] { writer.AddPatch({d}, 0, 0); }), "AddPatch (0,0)");
+        EXPECT_NE(CauseOf(writer, *d)
+                      .find(d == &noData     ? "Patch has no data"
+                            : d == &tooLarge ? "Patch too large"
+                                             : "Too many bytes"),
+                  std::string::npos)
+            << CauseOf(writer, *d);
         EXPECT_NO_THROW(writer.EndCreation());
     }
+}
+
+TEST(WriterFailure, PreviewBeyondAllMemoryIsRefusedBeforeAnyIsTaken) {
+    kxbase::InMemoryStream stream;
+    kxio::QSNScanWriter writer;
+    kxbase::GridTopology grid = MakeGrid(4000000, 4000000, 4000000, 4000000);
+    grid.previewWidth = grid.previewHeight = grid.columns;
+    writer.CreateNew(&stream, grid);
+    kxio::FlatPatchDescriptor flat(kxbase::Range, uint64_t{1} << 31, kxio::RowMajor, 1.0, &Snappy());
+    EXPECT_NE(CauseOf(writer, flat).find("Preview too large"), std::string::npos) << CauseOf(writer, flat);
 }
 
 TEST(WriterFailure, NullCodecIsNotRememberedForEmptyPatches) {

@@ -102,7 +102,9 @@ TEST(WriterPreview, PreviewOfFourGigabytesIsRefusedBeforeWriting) {
     kxio::QSNScanWriter writer;
     writer.CreateNew(&stream, MakeGrid(4, 4, 4, 4));
     unsigned char byte = 0;
-    EXPECT_THROW(writer.SetCompressedPreview(&byte, uint64_t{1} << 32, kxbase::Range), kxbase::KXException);
+    EXPECT_EQ(TextOf<kxbase::KXWrongDataSizeofException>(
+                  [&] { writer.SetCompressedPreview(&byte, uint64_t{1} << 32, kxbase::Range); }),
+              "Too many bytes");
     EXPECT_EQ(stream.GetBytes().size(), 92U);
 }
 

@@ -10,6 +10,7 @@
 
 #include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
+#include "support/Thrown.h"
 
 namespace kxbase {
 namespace {
@@ -70,7 +71,8 @@ TEST(ByteReader, EveryFixedSizeFieldThatDoesNotFitThrowsAndDoesNotMove) {
         for (uint64_t left = 0; left < row.size; ++left) {
             ByteReader in(bytes);
             in.Skip(bytes.size() - left, "lead");
-            EXPECT_THROW(row.read(in), ByteRangeException);
+            EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>([&] { static_cast<void>(row.read(in)); }),
+                      "Record ends too early");
             EXPECT_EQ(in.Remaining(), left);
         }
         ByteReader exact(bytes);
@@ -103,9 +105,12 @@ TEST(ByteReader, HugeCountsDoNotWrapAround) {
     const uint64_t huge = std::numeric_limits<uint64_t>::max();
     ByteReader in(bytes);
     in.Skip(8, "lead");
-    EXPECT_THROW(in.Skip(huge, "f"), ByteRangeException);
-    EXPECT_THROW(in.Skip(huge - 7, "f"), ByteRangeException);
-    EXPECT_THROW(in.Take(huge, "f"), ByteRangeException);
+    EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>([&] { static_cast<void>(in.Skip(huge, "f")); }),
+              "Record ends too early");
+    EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>([&] { static_cast<void>(in.Skip(huge - 7, "f")); }),
+              "Record ends too early");
+    EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>([&] { static_cast<void>(in.Take(huge, "f")); }),
+              "Record ends too early");
     EXPECT_EQ(in.Position(), 8u);
 }
 
@@ -114,10 +119,16 @@ TEST(ByteReader, AClaimOfElementsIsCheckedWithoutOverflow) {
     const ByteReader in(bytes);
     EXPECT_NO_THROW(in.RequireElements(2, 12, "N"));
     EXPECT_NO_THROW(in.RequireElements(0, 12, "N"));
-    EXPECT_THROW(in.RequireElements(3, 12, "N"), ByteRangeException);
+    EXPECT_EQ(
+        kxtest::ThrownBy<ByteRangeException>([&] { static_cast<void>(in.RequireElements(3, 12, "N")); }),
+        "Record ends too early");
     // 2^62 x 4 and 2^32 x 2^32 are 0 in 64 bits.
-    EXPECT_THROW(in.RequireElements(uint64_t{1} << 62, 4, "N"), ByteRangeException);
-    EXPECT_THROW(in.RequireElements(uint64_t{1} << 32, uint64_t{1} << 32, "N"), ByteRangeException);
+    EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>(
+                  [&] { static_cast<void>(in.RequireElements(uint64_t{1} << 62, 4, "N")); }),
+              "Record ends too early");
+    EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>(
+                  [&] { static_cast<void>(in.RequireElements(uint64_t{1} << 32, uint64_t{1} << 32, "N")); }),
+              "Record ends too early");
     EXPECT_EQ(in.Position(), 0u);
 }
 
@@ -134,11 +145,13 @@ TEST(ByteReader, TextWithoutNulThrowsAndDoesNotMove) {
     const Bytes bytes = {0, 'A', 'B'};
     ByteReader in(bytes);
     EXPECT_EQ(in.TextToNul("empty"), "");
-    EXPECT_THROW(in.TextToNul("open"), ByteRangeException);
+    EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>([&] { static_cast<void>(in.TextToNul("open")); }),
+              "Record ends too early");
     EXPECT_EQ(in.Position(), 1u);
     const Bytes none;
     ByteReader nothing(none);
-    EXPECT_THROW(nothing.TextToNul("nothing"), ByteRangeException);
+    EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>([&] { static_cast<void>(nothing.TextToNul("nothing")); }),
+              "Record ends too early");
 }
 
 TEST(ByteReader, TakeIsAViewOfTheBytesThemselves) {
@@ -156,7 +169,8 @@ TEST(ByteReader, EmptyViewAllowsEmptyReads) {
     EXPECT_NO_THROW(in.Skip(0, "f"));
     EXPECT_EQ(in.Take(0, "f").size(), 0u);
     EXPECT_NO_THROW(in.Bytes({}, "f"));
-    EXPECT_THROW(in.U8("f"), ByteRangeException);
+    EXPECT_EQ(kxtest::ThrownBy<ByteRangeException>([&] { static_cast<void>(in.U8("f")); }),
+              "Record ends too early");
 }
 
 TEST(ByteWriter, FieldsAreLittleEndian) {
@@ -217,7 +231,8 @@ TEST(ByteWriter, AWriteThatDoesNotFitThrowsAndWritesNothing) {
         SCOPED_TRACE(row.name);
         Bytes buffer(row.size - 1, 0xcc);
         ByteWriter out(buffer);
-        EXPECT_THROW(row.write(out), KXWrongDataSizeofException);
+        EXPECT_EQ(kxtest::ThrownBy<KXWrongDataSizeofException>([&] { static_cast<void>(row.write(out)); }),
+                  "Record does not fit its size");
         EXPECT_EQ(out.Position(), 0u);
         EXPECT_EQ(buffer, Bytes(row.size - 1, 0xcc));
     }
@@ -270,7 +285,8 @@ TEST(ByteReader, TellsEveryFieldThatItTakesAndNoneThatItCannot) {
     in.U16("count");
     in.F32("value");
     in.TextToNul("text");
-    EXPECT_THROW(in.U64("too much"), kxbase::ByteRangeException);
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::ByteRangeException>([&] { static_cast<void>(in.U64("too much")); }),
+              "Record ends too early");
     in.Take(2, "two");
     in.ReportTo(nullptr);
     in.U8("unseen");

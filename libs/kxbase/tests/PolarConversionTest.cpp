@@ -14,6 +14,7 @@
 #include "VectorTargets.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/Points.h"
+#include "support/Thrown.h"
 
 namespace kxbase {
 namespace {
@@ -191,10 +192,18 @@ TEST(PolarToCartesian, WhatIsNoNumberGivesNoNumber) {
 TEST(PolarToCartesian, SizesThatDoNotAgreeAreRefused) {
     const std::vector<float> two(2), three(3);
     std::vector<float> xyz(6, 7), more(7);
-    EXPECT_THROW(PolarToCartesian(two, three, two, xyz), KXBadInputException);
-    EXPECT_THROW(PolarToCartesian(two, two, three, xyz), KXBadInputException);
-    EXPECT_THROW(PolarToCartesian(three, three, three, xyz), KXBadInputException);
-    EXPECT_THROW(PolarToCartesian(two, two, two, more), KXBadInputException);
+    EXPECT_EQ(kxtest::ThrownBy<KXBadInputException>(
+                  [&] { static_cast<void>(PolarToCartesian(two, three, two, xyz)); }),
+              "Points cannot be converted");
+    EXPECT_EQ(kxtest::ThrownBy<KXBadInputException>(
+                  [&] { static_cast<void>(PolarToCartesian(two, two, three, xyz)); }),
+              "Points cannot be converted");
+    EXPECT_EQ(kxtest::ThrownBy<KXBadInputException>(
+                  [&] { static_cast<void>(PolarToCartesian(three, three, three, xyz)); }),
+              "Points cannot be converted");
+    EXPECT_EQ(kxtest::ThrownBy<KXBadInputException>(
+                  [&] { static_cast<void>(PolarToCartesian(two, two, two, more)); }),
+              "Points cannot be converted");
     EXPECT_EQ(xyz, std::vector<float>(6, 7));
     EXPECT_NO_THROW(PolarToCartesian({}, {}, {}, std::span<float>()));
 }

@@ -9,6 +9,7 @@
 
 #include "TestCodecs.h"
 #include "kxbase/Exceptions.h"
+#include "support/Thrown.h"
 
 namespace kxcodecs::test {
 namespace {
@@ -42,7 +43,9 @@ TEST_P(EveryCodec, RefusesAQualityThatIsNoPositiveNumber) {
     for (const float quality :
          {0.0F, -0.0F, -1.0F, std::nanf(""), std::numeric_limits<float>::infinity(), 1.0F / 0.0F}) {
         Bytes out = {1, 2, 3};
-        EXPECT_THROW(codec->Encode(image.data(), 4, 4, 48, quality, out), kxbase::KXBadInputException)
+        EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                      [&] { static_cast<void>(codec->Encode(image.data(), 4, 4, 48, quality, out)); }),
+                  "Chunk cannot be encoded")
             << quality;
         EXPECT_TRUE(out.empty());
     }
@@ -56,13 +59,18 @@ TEST_P(EveryCodec, RefusesSizesThatDoNotFitEachOther) {
     };
     for (const Row& row : {Row{4, 4, 17}, Row{4, 4, 0}, Row{0, 4, 16}, Row{4, 0, 16}, Row{5, 5, 24}}) {
         Bytes out = {1, 2, 3};
-        EXPECT_THROW(codec->Encode(image.data(), row.width, row.height, row.byteCount, 1.0F, out),
-                     kxbase::KXBadInputException)
+        EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>([&] {
+                      static_cast<void>(
+                          codec->Encode(image.data(), row.width, row.height, row.byteCount, 1.0F, out));
+                  }),
+                  "Chunk cannot be encoded")
             << row.width << " x " << row.height << ", " << row.byteCount;
         EXPECT_TRUE(out.empty());
     }
     Bytes out;
-    EXPECT_THROW(codec->Encode(nullptr, 4, 4, 16, 1.0F, out), kxbase::KXBadInputException);
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                  [&] { static_cast<void>(codec->Encode(nullptr, 4, 4, 16, 1.0F, out)); }),
+              "Chunk cannot be encoded");
 }
 
 TEST_P(EveryCodec, RefusesFourGigabytesWithoutReadingThem) {
@@ -243,24 +251,43 @@ TEST(JPEGChunkCodec, NeighbouringColoursAreNotMixed) {
     }
 }
 
+TEST(JPEGChunkCodec, ARefusalNamesTheChunkAndItsSides) {
+    Bytes out;
+    try {
+        JPEGChunkCodec().Encode(Bytes(32).data(), 4, 4, 32, 1.0F, out);
+        FAIL() << "elements of two bytes are no colours";
+    } catch (const kxbase::KXBadInputException& e) {
+        EXPECT_EQ(e.Context().record, "JPEG chunk");
+        EXPECT_EQ(e.Context().detail,
+                  "4 x 4 elements of 2 bytes; elements must have 1 or 3 bytes, sides be 1 to 65500");
+    }
+}
+
 TEST(JPEGChunkCodec, RefusesElementsThatAreNoColours) {
     const Bytes data(16 * 24);
     for (const uint32_t elementBytes : {2U, 4U, 8U, 12U, 24U}) {
         Bytes out = {1};
-        EXPECT_THROW(JPEGChunkCodec().Encode(data.data(), 4, 4, 16 * elementBytes, 1.0F, out),
-                     kxbase::KXBadInputException)
+        EXPECT_EQ(
+            kxtest::ThrownBy<kxbase::KXBadInputException>([&] {
+                static_cast<void>(JPEGChunkCodec().Encode(data.data(), 4, 4, 16 * elementBytes, 1.0F, out));
+            }),
+            "Chunk cannot be encoded")
             << elementBytes;
         EXPECT_TRUE(out.empty());
     }
     Bytes out;
-    EXPECT_THROW(JPEGChunkCodec().Encode(nullptr, 0, 0, 0, 1.0F, out), kxbase::KXBadInputException);
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                  [&] { static_cast<void>(JPEGChunkCodec().Encode(nullptr, 0, 0, 0, 1.0F, out)); }),
+              "Chunk cannot be encoded");
 }
 
 TEST(JPEGChunkCodec, RefusesSidesBeyondTheFormat) {
     const Bytes row(65501);
     Bytes out;
-    EXPECT_THROW(JPEGChunkCodec().Encode(row.data(), 65501, 1, 65501, 1.0F, out),
-                 kxbase::KXBadInputException);
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>([&] {
+                  static_cast<void>(JPEGChunkCodec().Encode(row.data(), 65501, 1, 65501, 1.0F, out));
+              }),
+              "Chunk cannot be encoded");
     JPEGChunkCodec().Encode(row.data(), 65500, 1, 65500, 1.0F, out);
     Bytes back;
     EXPECT_EQ(Decode(out, back), DecodeStatus::Decoded);

@@ -10,6 +10,7 @@
 
 #include "TestCodecs.h"
 #include "kxbase/Exceptions.h"
+#include "support/Thrown.h"
 
 namespace kxcodecs::test {
 namespace {
@@ -107,14 +108,24 @@ TEST(Quantise, RefusesWhatItCannotDo) {
     const Bytes values(8);
     Bytes out(8);
     for (const float step : {0.0F, -1.0F, std::nanf(""), std::numeric_limits<float>::infinity()}) {
-        EXPECT_THROW(Quantise(values, 4, step, out), kxbase::KXBadInputException) << step;
+        EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                      [&] { static_cast<void>(Quantise(values, 4, step, out)); }),
+                  "Values cannot be quantised")
+            << step;
     }
     for (const uint64_t elementBytes : {0U, 1U, 2U, 3U, 5U, 12U, 16U}) {
-        EXPECT_THROW(Quantise(values, elementBytes, 2.0F, out), kxbase::KXBadInputException) << elementBytes;
+        EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                      [&] { static_cast<void>(Quantise(values, elementBytes, 2.0F, out)); }),
+                  "Values cannot be quantised")
+            << elementBytes;
     }
     Bytes odd(7);
-    EXPECT_THROW(Quantise(odd, 4, 2.0F, odd), kxbase::KXBadInputException);
-    EXPECT_THROW(Quantise(values, 4, 2.0F, odd), kxbase::KXBadInputException);
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                  [&] { static_cast<void>(Quantise(odd, 4, 2.0F, odd)); }),
+              "Values cannot be quantised");
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                  [&] { static_cast<void>(Quantise(values, 4, 2.0F, odd)); }),
+              "Values cannot be quantised");
 }
 
 TEST(Dequantise, IntegerTimesReciprocalOfTheStep) {

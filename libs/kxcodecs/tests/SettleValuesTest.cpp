@@ -9,6 +9,7 @@
 
 #include "TestCodecs.h"
 #include "kxbase/Exceptions.h"
+#include "support/Thrown.h"
 
 namespace kxcodecs::test {
 namespace {
@@ -93,10 +94,16 @@ TEST(SettleValues, WithoutReachNothingMoves) {
 TEST(SettleValues, SizesThatDoNotFitAreRefused) {
     std::vector<int32_t> values(12);
     std::vector<uint32_t> reach(12, 1);
-    EXPECT_THROW(SettleValues(values, 5, 3, reach), kxbase::KXBadInputException);
-    EXPECT_THROW(SettleValues(values, 4, 3, std::span(reach).first(11)), kxbase::KXBadInputException);
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                  [&] { static_cast<void>(SettleValues(values, 5, 3, reach)); }),
+              "Values cannot be settled");
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                  [&] { static_cast<void>(SettleValues(values, 4, 3, std::span(reach).first(11))); }),
+              "Values cannot be settled");
     reach[3] = 1U << 30;
-    EXPECT_THROW(SettleValues(values, 4, 3, reach), kxbase::KXBadInputException);
+    EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(
+                  [&] { static_cast<void>(SettleValues(values, 4, 3, reach)); }),
+              "Values cannot be settled");
 }
 
 }  // namespace
