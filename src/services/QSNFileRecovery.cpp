@@ -310,6 +310,7 @@ QSNFileRecovery::AsciiReport QSNFileRecovery::ExportAscii(const std::wstring& pa
     if (!out.IsOpen()) {
         ErrorContext context;
         context.file = kxbase::Encode_UTF8(path);
+        if (out.IsHeldByAnother()) context.detail = "another one is writing or editing it";
         throw kxbase::KXFileNotOpenException("Cannot file not open", context);
     }
     const AsciiReport report = ExportAscii(out, options);

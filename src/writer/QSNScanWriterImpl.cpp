@@ -63,7 +63,8 @@ void QSNScanWriterImpl::CreateNew(const std::wstring& path, const kxbase::GridTo
     }
     auto file = std::make_unique<kxbase::kxOutFile>(path, kxbase::kxOutFile::CreateOrTruncate);
     if (!file->IsOpen()) {
-        context.detail = "cannot be opened for writing";
+        context.detail =
+            file->IsHeldByAnother() ? "another one is writing or editing it" : "cannot be opened for writing";
         throw kxbase::KXFileNotOpenException("Cannot file not open", context);
     }
     CreateNew(file.get(), topology, mode);

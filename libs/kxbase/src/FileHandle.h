@@ -16,6 +16,7 @@ public:
     /// The largest position the file system can address.
     static constexpr uint64_t kMaxPosition = INT64_MAX;
 
+    /// What is created or emptied is locked at once, see `Lock`; a file that another one has is not touched.
     FileHandle(const std::wstring& path, Mode mode);
     /// Closes; a failure is lost.
     ~FileHandle();
@@ -23,6 +24,8 @@ public:
     FileHandle& operator=(const FileHandle&) = delete;
 
     bool IsOpen() const;
+    /// Whether it is not open because another one has the file.
+    bool IsHeldByAnother() const { return m_heldByAnother; }
     /// Reads until `bytes` are there, the file ends or an error occurs; returns the count. `error` is its
     /// text.
     uint64_t ReadAt(uint64_t position, void* out, uint64_t bytes, std::string& error) const;
@@ -43,7 +46,10 @@ public:
     bool Close(std::string& error);
 
 private:
+    void CreateAlone(const char* name);
+
     intptr_t m_handle = -1;
+    bool m_heldByAnother = false;
 };
 
 }  // namespace kxbase

@@ -27,19 +27,44 @@ bool HasNul(const std::wstring& path) {
     return path.find(L'\0') != std::wstring::npos;
 }
 
+int OpenFile(const char* name, int flags) {
+    int fd = -1;
+    do {
+        fd = ::open(name, flags | O_CLOEXEC, 0666);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
+/// 0, or the number of the error.
+int LockAlone(int fd) {
+    int result = 0;
+    do {
+        // Not fcntl's: that one is lost as soon as this process closes the file anywhere else.
+        result = ::flock(fd, LOCK_EX | LOCK_NB);
+    } while (result != 0 && errno == EINTR);
+    const bool knowsNoLocks = errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS;
+    return result == 0 || knowsNoLocks ? 0 : errno;
+}
+
+int Truncate(int fd, off_t bytes) {
+    int result = 0;
+    do {
+        result = ::ftruncate(fd, bytes);
+    } while (result != 0 && errno == EINTR);
+    return result;
+}
+
 }  // namespace
 
 FileHandle::FileHandle(const std::wstring& path, Mode mode) {
     if (path.empty() || HasNul(path)) return;
-    int flags = O_CLOEXEC;
-    if (mode == Mode::Read) flags |= O_RDONLY | O_NONBLOCK;  // O_NONBLOCK: a FIFO must not hang the open
-    if (mode == Mode::CreateOrTruncate) flags |= O_RDWR | O_CREAT | O_TRUNC;
-    if (mode == Mode::KeepContent) flags |= O_RDWR;
     const std::string name = Encode_UTF8(path);
-    int fd = -1;
-    do {
-        fd = ::open(name.c_str(), flags, 0666);
-    } while (fd < 0 && errno == EINTR);
+    if (mode == Mode::CreateOrTruncate) {
+        CreateAlone(name.c_str());
+        return;
+    }
+    // O_NONBLOCK: a FIFO must not hang the open.
+    const int fd = OpenFile(name.c_str(), mode == Mode::Read ? O_RDONLY | O_NONBLOCK : O_RDWR);
     if (fd < 0) return;
     // Only regular files are read: a directory opens and then fails, a device may never end.
     // Written files may be special ones too, so that a failing device can be tested with.
@@ -49,6 +74,24 @@ FileHandle::FileHandle(const std::wstring& path, Mode mode) {
         return;
     }
     m_handle = fd;
+}
+
+// The file of somebody else at work is not emptied, so the lock comes first. Nothing here asks for memory:
+// while a constructor runs nobody would close the file.
+void FileHandle::CreateAlone(const char* name) {
+    int fd = OpenFile(name, O_RDWR | O_CREAT | O_EXCL);
+    const bool created = fd >= 0;
+    if (!created && errno == EEXIST) fd = OpenFile(name, O_RDWR | O_CREAT);
+    if (fd < 0) return;
+    const int locked = LockAlone(fd);
+    // EINVAL: a special file, which has no length.
+    if (locked == 0 && (created || Truncate(fd, 0) == 0 || errno == EINVAL)) {
+        m_handle = fd;
+        return;
+    }
+    m_heldByAnother = locked == EWOULDBLOCK;
+    ::close(fd);
+    if (created && !m_heldByAnother) ::unlink(name);
 }
 
 FileHandle::~FileHandle() {
@@ -106,14 +149,10 @@ std::optional<uint64_t> FileHandle::Size(std::string& error) const {
 }
 
 FileHandle::Locked FileHandle::Lock(std::string& error) {
-    int result = 0;
-    do {
-        // Not fcntl's: that one is lost as soon as this process closes the file anywhere else.
-        result = ::flock(static_cast<int>(m_handle), LOCK_EX | LOCK_NB);
-    } while (result != 0 && errno == EINTR);
-    if (result == 0 || errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS) return Locked::Yes;
-    error = ErrorText(errno);
-    return errno == EWOULDBLOCK ? Locked::ByAnother : Locked::Failed;
+    const int number = LockAlone(static_cast<int>(m_handle));
+    if (number == 0) return Locked::Yes;
+    error = ErrorText(number);
+    return number == EWOULDBLOCK ? Locked::ByAnother : Locked::Failed;
 }
 
 bool FileHandle::Sync(std::string& error) {
@@ -132,11 +171,7 @@ bool FileHandle::Resize(uint64_t bytes, std::string& error) {
         error = ErrorText(EFBIG);
         return false;
     }
-    int result = 0;
-    do {
-        result = ::ftruncate(static_cast<int>(m_handle), static_cast<off_t>(bytes));
-    } while (result != 0 && errno == EINTR);
-    if (result == 0) return true;
+    if (Truncate(static_cast<int>(m_handle), static_cast<off_t>(bytes)) == 0) return true;
     error = ErrorText(errno);
     return false;
 }

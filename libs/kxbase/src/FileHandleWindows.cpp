@@ -38,7 +38,11 @@ FileHandle::FileHandle(const std::wstring& path, Mode mode) {
         mode == Mode::Read ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : FILE_SHARE_READ;
     const DWORD how = mode == Mode::CreateOrTruncate ? CREATE_ALWAYS : OPEN_EXISTING;
     HANDLE file = ::CreateFileW(path.c_str(), access, share, nullptr, how, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return;
+    if (file == INVALID_HANDLE_VALUE) {
+        // Who has it open for writing shares it with readers only.
+        m_heldByAnother = mode == Mode::CreateOrTruncate && ::GetLastError() == ERROR_SHARING_VIOLATION;
+        return;
+    }
     if (mode == Mode::Read && ::GetFileType(file) != FILE_TYPE_DISK) {
         ::CloseHandle(file);
         return;

@@ -35,6 +35,9 @@ kxOutFile::~kxOutFile() = default;
 bool kxOutFile::IsOpen() const {
     return m_impl->file.IsOpen();
 }
+bool kxOutFile::IsHeldByAnother() const {
+    return m_impl->file.IsHeldByAnother();
+}
 bool kxOutFile::Seek(uint64_t absolutePosition) {
     return IsOpen() && m_impl->position.To(absolutePosition);
 }

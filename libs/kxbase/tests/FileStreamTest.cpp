@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "support/TempFolder.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/kxInFile.h"
 #include "kxbase/kxOutFile.h"
+#include "support/TempFolder.h"
 
 namespace kxbase {
 namespace {
@@ -169,6 +169,33 @@ TEST(kxOutFile, CreatesOrTruncates) {
     kxOutFile again(Wide(folder / "f"), kxOutFile::CreateOrTruncate);
     again.Close();
     EXPECT_EQ(Slurp(folder / "f"), "");
+}
+
+TEST(kxOutFile, IsNotEmptiedWhileAnotherOneWritesIt) {
+    const TempFolder folder;
+    const std::wstring path = Wide(folder / "f");
+    kxOutFile first(path);
+    first.Write("hello", 5);
+    EXPECT_FALSE(first.IsHeldByAnother());
+    {
+        const kxOutFile second(path);
+        EXPECT_FALSE(second.IsOpen());
+        EXPECT_TRUE(second.IsHeldByAnother());
+        kxOutFile editor(path, kxOutFile::KeepContent);
+        ASSERT_TRUE(editor.IsOpen());
+        EXPECT_THROW(editor.Lock(), KXFileLockedException);
+    }
+    EXPECT_EQ(Slurp(folder / "f"), "hello");
+    first.Close();
+    {
+        kxOutFile editor(path, kxOutFile::KeepContent);
+        editor.Lock();
+        EXPECT_TRUE(kxOutFile(path).IsHeldByAnother());
+        EXPECT_EQ(Slurp(folder / "f"), "hello");
+    }
+    EXPECT_TRUE(kxOutFile(path).IsOpen());
+    EXPECT_EQ(Slurp(folder / "f"), "");
+    EXPECT_FALSE(kxOutFile(Wide(folder.Path() / "no" / "such")).IsHeldByAnother());
 }
 
 TEST(kxOutFile, KeepContentWritesIntoWhatIsThere) {

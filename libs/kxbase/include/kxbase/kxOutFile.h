@@ -21,8 +21,10 @@ class KXBASE_EXPORT kxOutFile final : public IOutFileStream {
 public:
     /// What happens to a file that is there already.
     enum OpenMode {
-        CreateOrTruncate = 0,  ///< creates the file or empties it
-        KeepContent = 1,       ///< opens an existing file without touching its content; position 0
+        /// Creates the file or empties it, and locks it as `Lock` does. A file that another one has locked is
+        /// not emptied, and this one is not open.
+        CreateOrTruncate = 0,
+        KeepContent = 1,  ///< opens an existing file without touching its content; position 0
     };
 
     /// Opens `path`. Never throws for a file that cannot be opened: ask `IsOpen()`. `KeepContent` on a
@@ -34,6 +36,8 @@ public:
     kxOutFile& operator=(const kxOutFile&) = delete;
 
     bool IsOpen() const override;
+    /// Whether it is not open because another one writes or edits the file.
+    bool IsHeldByAnother() const;
     bool Seek(uint64_t absolutePosition) override;
     bool SeekForward(uint64_t bytes) override;
     bool SeekBackward(uint64_t bytes) override;
