@@ -25,8 +25,8 @@ public:
     /// \throws KXFileLockedException "File is being edited"
     explicit FileEdit(const std::wstring& path);
 
-    /// Where records will be appended: the end of the file, without what an interrupted edit left behind the
-    /// last extended record and nothing leads to.
+    /// Takes away what an interrupted edit left behind the last extended record (`FindInterruptedTail`).
+    /// \returns the end of the file, where records will be appended
     uint64_t End(const MainFileHeader& mainHeader);
 
     /// Appends whole records at `End()`, and one hash record behind them.
@@ -44,6 +44,8 @@ public:
     void Close();
 
 private:
+    /// The tag of the first record when everything else that was written is on the medium; then that, too.
+    void WriteTagLast(uint64_t position, std::span<const unsigned char> records);
     void WriteAt(uint64_t position, std::span<const unsigned char> bytes);
 
     std::wstring m_path;

@@ -99,8 +99,8 @@ void QSNInfo::SetRegistrationInfo(const std::wstring& path, kxbase::Registration
     // Read again: between looking and locking somebody else may have edited the file.
     const auto reader = OpenHeaders(path);
     const uint64_t position = placeIn(*reader);
+    const uint64_t end = edit.End(reader->m_mainHeader);
     if (reader->m_integrity->Present()) {
-        const uint64_t end = edit.End(reader->m_mainHeader);
         edit.Append(end, {},
                     NoteOfEdit(*reader->m_integrity, end, {{position, block.size(), Hash64(block)}}));
     }

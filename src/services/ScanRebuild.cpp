@@ -42,7 +42,8 @@ bool ComesBefore(const FoundChunk& a, const FoundChunk& b) {
 
 ScanRebuild::ScanRebuild(kxbase::IInFileStream& in, kxbase::IOutFileStream& out,
                          const RecoveryOptions& options)
-    : m_file(in),
+    : m_in(in),
+      m_file(m_in),
       m_out(out),
       m_options(options),
       m_previewBytesLeft(kMostPreviewBytes),
@@ -57,6 +58,10 @@ void ScanRebuild::Progress(uint64_t done) {
 
 RecoveryReport ScanRebuild::Run() {
     m_report.fileBytes = m_file.Size();
+    if (m_in.HiddenFrom()) {
+        m_report.warnings.push_back(m_in.IsPromised() ? "an edit that was interrupted counts as made"
+                                                      : "what an interrupted edit left is left out");
+    }
     Gather();
     Create();
     WritePatches();
@@ -160,6 +165,18 @@ void ScanRebuild::AddListedChunks(uint32_t patchesPerRow) {
         m_report.warnings.push_back(std::to_string(moved) +
                                     " chunks lie at the patch that the lookup table names, not at the one "
                                     "that their record names");
+    }
+    if (m_table->ContradictedRecords() != 0) {
+        m_report.warnings.push_back(
+            std::to_string(m_table->ContradictedRecords()) +
+            " chunks have the component that the lookup table names, not the one that "
+            "their record names");
+    }
+    if (m_table->ContradictedEntries() != 0) {
+        m_report.warnings.push_back(
+            std::to_string(m_table->ContradictedEntries()) +
+            " chunks have the component that their record names, not the one that the "
+            "lookup table names");
     }
 }
 

@@ -13,6 +13,7 @@
 #include "services/GridDecision.h"
 #include "services/RecordSurvey.h"
 #include "services/SalvagedProperties.h"
+#include "services/SettledInput.h"
 #include "services/StoredChunkCodec.h"
 #include "services/TableEvidence.h"
 
@@ -52,6 +53,7 @@ private:
 
     void Progress(uint64_t done);
 
+    SettledInput m_in;
     FileWindow m_file;
     kxbase::IOutFileStream& m_out;
     const RecoveryOptions& m_options;

@@ -72,8 +72,8 @@ void WriteSpeckleByte(const std::wstring& path, unsigned char value) {
     const uint64_t position = RequireSpeckleByte(path, in, mainHeader);
     const IntegrityTable integrity = LoadIntegrity(in, mainHeader);
     const std::span<const unsigned char> byte(&value, 1);
+    const uint64_t end = edit.End(mainHeader);
     if (integrity.Present()) {
-        const uint64_t end = edit.End(mainHeader);
         edit.Append(end, {}, NoteOfEdit(integrity, end, {{position, 1, Hash64(byte)}}));
     }
     edit.Overwrite(position, byte);

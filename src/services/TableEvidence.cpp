@@ -30,13 +30,17 @@ public:
     }
     /// The chunk that the entry names exactly; null when there is none.
     const FoundChunk* Find(kxbase::ComponentType component, const LookupEntry& entry) const {
+        const FoundChunk* chunk = FindThere(entry);
+        return chunk != nullptr && chunk->component == component ? chunk : nullptr;
+    }
+    /// The chunk of that place and size, of whatever component.
+    const FoundChunk* FindThere(const LookupEntry& entry) const {
         const auto found = std::lower_bound(
             m_chunks.begin(), m_chunks.end(), entry.position,
             [](const FoundChunk* chunk, uint64_t position) { return chunk->dataPosition < position; });
         if (found == m_chunks.end()) return nullptr;
         const FoundChunk& chunk = **found;
-        const bool same = chunk.dataPosition == entry.position && chunk.byteCount == entry.byteCount &&
-                          chunk.component == component;
+        const bool same = chunk.dataPosition == entry.position && chunk.byteCount == entry.byteCount;
         return same ? &chunk : nullptr;
     }
 
@@ -146,9 +150,17 @@ void TableEvidence::Judge(FileWindow& file, const Survey& survey, const LookupTa
         }
     }
     for (const auto& [component, entries] : table) {
+        // Where a table and a record contradict each other, one of the two is damaged. In the table a
+        // component has one name for all its chunks, so most of the records tell whether it is that one.
+        uint64_t agreeing = 0;
+        uint64_t contradicting = 0;
+        for (const LookupEntry& entry : entries) {
+            if (const FoundChunk* there = usable(entry) ? byData.FindThere(entry) : nullptr)
+                ++(there->component == component ? agreeing : contradicting);
+        }
         for (const LookupEntry& entry : entries) {
             if (!usable(entry)) continue;
-            const FoundChunk* found = byData.Find(component, entry);
+            const FoundChunk* found = byData.FindThere(entry);
             const bool shared = uses[entry.position] > 1 ||
                                 (found != nullptr && (found->row == DataChunkHeader::SharedEmptyPosition ||
                                                       found->column == DataChunkHeader::SharedEmptyPosition));
@@ -161,6 +173,11 @@ void TableEvidence::Judge(FileWindow& file, const Survey& survey, const LookupTa
             listed.found = found != nullptr;
             if (found != nullptr) {
                 listed.chunk = *found;
+                if (found->component != component) {
+                    const bool isTableRight = agreeing > contradicting;
+                    if (isTableRight) listed.chunk.component = component;
+                    ++(isTableRight ? m_contradictedRecords : m_contradictedEntries);
+                }
             } else {
                 const uint64_t start = entry.position - kChunkRecordBytes;
                 listed.chunk = {start, entry.position, entry.byteCount, component, 0, 0, ChunkTrust::Listed};

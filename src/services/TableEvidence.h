@@ -35,6 +35,10 @@ public:
     /// Chunks of single patches that the table names, by position of their records. Entries whose chunk was
     /// not found are among them when their place fits to one of their neighbours.
     const std::vector<Listed>& Chunks() const { return m_listed; }
+    /// Chunks that have the component of the table, which contradicts that of their record, and the other way
+    /// round: that is believed with which more of the other evidence agrees.
+    uint64_t ContradictedRecords() const { return m_contradictedRecords; }
+    uint64_t ContradictedEntries() const { return m_contradictedEntries; }
     /// Patches without a chunk of their own, per component.
     const std::map<kxbase::ComponentType, uint64_t>& EmptyPatches() const { return m_empty; }
     /// Number of patches side by side that follows from rows, columns and indexes; 0 when nothing tells.
@@ -59,6 +63,8 @@ private:
     std::vector<FoundChunk> m_bounded;  // of them, by position
     std::map<kxbase::ComponentType, uint64_t> m_empty;
     std::map<kxbase::ComponentType, kxcodecs::ChunkHeaderInfo> m_previews;
+    uint64_t m_contradictedRecords = 0;
+    uint64_t m_contradictedEntries = 0;
     uint32_t m_patchesPerRow = 0;
     uint64_t m_patchCount = 0;
 };

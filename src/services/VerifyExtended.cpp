@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <set>
-#include <utility>
 
-#include "format/Hash64.h"
 #include "kxbase/UTF8.h"
 #include "kxio/ColorizationModeExtendedHeader.h"
 #include "kxio/CommentExtendedHeader.h"
@@ -19,6 +17,7 @@
 #include "kxio/ScanningModeExtendedHeader.h"
 #include "kxio/UUIDExtendedHeader.h"
 #include "kxio/WarningExtendedHeader.h"
+#include "services/ExtendedChain.h"
 
 namespace kxio {
 
@@ -59,11 +58,6 @@ const Kind* KindOf(uint64_t type) {
 
 std::string Number(uint64_t value) {
     return std::to_string(value);
-}
-
-// Two records with the same are the same but for their links.
-std::pair<uint64_t, uint64_t> Contents(const ExtendedHeader& record) {
-    return {record.GetType(), Hash64({record.GetDataBuffer(), record.GetDataBufferSize()})};
 }
 
 class ExtendedCheck {
@@ -150,7 +144,7 @@ void VerifyExtendedRecords(FileWindow& file, const FileLayout& layout, FindingLi
                            std::map<kxbase::ComponentType, uint64_t>& histograms) {
     const uint64_t first = layout.mainHeader->firstExtendedHeaderPosition;
     uint64_t position = first;
-    std::set<std::pair<uint64_t, uint64_t>> held;  // the contents of the chain
+    std::set<ExtendedContent> held;  // the contents of the chain
     kxbase::ErrorContext problem;
     ExtendedHeader record;
     if (first != 0 && !ReadRecord(file, first, record, problem)) {
@@ -167,7 +161,7 @@ void VerifyExtendedRecords(FileWindow& file, const FileLayout& layout, FindingLi
             const Kind* kind = KindOf(record.GetType());
             ExtendedCheck check(record, position, findings);
             check.Run(kind);
-            held.insert(Contents(record));
+            held.insert(ContentOf(record));
             if (const auto component = HistogramComponent(record.GetType())) {
                 if (histograms.contains(*component))
                     findings.Add(Warning(ExtendedKindName(record.GetType()))
@@ -191,7 +185,7 @@ void VerifyExtendedRecords(FileWindow& file, const FileLayout& layout, FindingLi
         if (piece.kind != PieceKind::Record || piece.tag != ExtendedHeader::Magic) continue;
         if (first != 0 && piece.offset >= first && piece.offset < position) continue;
         if (piece.offset < first && ReadRecord(file, piece.offset, record, problem) &&
-            (held.contains(Contents(record)) || record.GetType() == IntegrityExtendedHeader::Type)) {
+            (held.contains(ContentOf(record)) || record.GetType() == IntegrityExtendedHeader::Type)) {
             findings.Add(
                 Note("ExtendedHeader")
                     .At(piece.offset)

@@ -6,6 +6,7 @@
 #include "kxbase/kxInFile.h"
 #include "services/FileLayout.h"
 #include "services/FindingList.h"
+#include "services/SettledInput.h"
 #include "services/VerifyHeaders.h"
 #include "services/VerifyIntegrity.h"
 #include "services/VerifyPatches.h"
@@ -28,8 +29,14 @@ VerifyReport VerifyScan(kxbase::IInFileStream& stream, const VerifyOptions& opti
     VerifyReport report;
     report.level = options.level;
     FindingList findings(report, options.mostFindings);
-    FileWindow file(stream);
-    report.fileBytes = file.Size();
+    report.fileBytes = stream.GetSize();
+    SettledInput settled(stream);  // readers see the file so, too
+    if (const auto hidden = settled.HiddenFrom()) {
+        findings.Add(Warning("bytes").At(hidden).Says(
+            "an edit was interrupted; the next edit " +
+            std::string(settled.IsPromised() ? "completes it" : "takes away what it left here")));
+    }
+    FileWindow file(settled);
     const bool decode = options.level != VerifyLevel::Quick;
     const FileLayout layout = FindLayout(file, [&](uint64_t done) {
         if (options.progress) options.progress(decode ? done / 100 : done, file.Size());

@@ -3,6 +3,7 @@ list(APPEND kxio_sources
   services/AngleFit.cpp
   services/DiffScans.cpp
   services/DumpRecords.cpp
+  services/ExtendedChain.cpp
   services/FileEdit.cpp
   services/FileLayout.cpp
   services/FileSets.cpp
@@ -23,6 +24,7 @@ list(APPEND kxio_sources
   services/ScanRebuild.cpp
   services/ScanRebuildWriting.cpp
   services/ScanStatistics.cpp
+  services/SettledInput.cpp
   services/SpeckleByte.cpp
   services/StoredChunkCodec.cpp
   services/StoredHistogram.cpp

@@ -16,6 +16,7 @@
 #include "kxio/QSNFileRecovery.h"
 #include "kxio/QSNInfo.h"
 #include "kxio/QSNScanReader.h"
+#include "kxio/QSNScanWriter.h"
 #include "kxio/RecoverToFile.h"
 #include "kxio/ThumbnailEdit.h"
 #include "kxio/VerifyScan.h"
@@ -88,8 +89,7 @@ protected:
 
 TEST_P(EditOfAFile, IsRefusedWhileAnotherOneHasTheFile) {
     std::vector<std::function<void()>> edits = Edits();
-    // Before the thumbnail, which leaves records behind that nothing leads to any more.
-    if (!GetParam()) edits.insert(edits.begin(), [this] { kxio::ProtectFile(m_path); });
+    if (!GetParam()) edits.emplace_back([this] { kxio::ProtectFile(m_path); });
     {
         kxio::FileEdit other(m_path);
         for (const auto& edit : edits) {
@@ -100,6 +100,7 @@ TEST_P(EditOfAFile, IsRefusedWhileAnotherOneHasTheFile) {
                 EXPECT_STREQ(e.what(), "File is being edited");
             }
         }
+        EXPECT_THROW(kxio::QSNScanWriter().CreateNew(m_path), kxbase::KXFileNotOpenException);
         EXPECT_EQ(QSNInfo::GetMessages(m_path), Texts{L"first"});
         EXPECT_EQ(Stored(), m_old);
     }
@@ -246,6 +247,53 @@ TEST_P(EditOfAFile, ThumbnailIsOldOrNewWhereverTheEditIsCut) {
         ASSERT_EQ(reader.GetIntegrityProblems().size(), 0U) << written;
         ASSERT_TRUE(kxio::QSNScanReader::GetThumbnailJPEG(m_path, jpeg)) << written;
     }
+}
+
+TEST_P(EditOfAFile, DamageBeforeOtherRecordsIsNoInterruptedEdit) {
+    for (const wchar_t* text : {L"second", L"third", L"fourth"})
+        QSNInfo::AddMessage(m_path, text);
+    Bytes bytes = Stored();
+    const std::string text = "second";
+    const auto place = std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) - bytes.begin();
+    constexpr std::ptrdiff_t kFrameAndFields = 16 + 20;
+    std::fill_n(bytes.begin() + (place - kFrameAndFields), 12, static_cast<unsigned char>(0));
+    Store(bytes);
+    EXPECT_EQ(QSNInfo::GetMessages(m_path), Texts{L"first"});
+    QSNInfo::SetRegistrationInfo(m_path, Shifted());
+    // What recovery can still find is there.
+    const Bytes after = Stored();
+    for (const std::string& later : {std::string("third"), std::string("fourth")})
+        EXPECT_NE(std::search(after.begin(), after.end(), later.begin(), later.end()), after.end()) << later;
+}
+
+TEST_P(EditOfAFile, RecoveryTakesAnInterruptedEditAsReadersDo) {
+    const std::wstring saved = Wide(m_folder / "saved.qsn");
+    const uint64_t warnings = kxio::VerifyScan(m_path).warnings;
+    QSNInfo::SetRegistrationInfo(m_path, Shifted());
+    const Bytes after = Stored();
+    // The promise is there, and half of its bytes are overwritten.
+    const auto target = static_cast<std::ptrdiff_t>(GetMainField(m_old, MainField::ScanHeader) + 68);
+    Bytes torn = after;
+    std::copy_n(m_old.begin() + target + 48, 48, torn.begin() + target + 48);
+    const Bytes promise =
+        kxio::EncodePendingEdit({torn.size(), static_cast<uint64_t>(target),
+                                 Bytes(after.begin() + target, after.begin() + target + 96)});
+    torn.insert(torn.end(), promise.begin(), promise.end());
+    Store(torn);
+    EXPECT_EQ(kxio::VerifyScan(m_path).errors, 0U);
+    EXPECT_EQ(kxio::VerifyScan(m_path).warnings, warnings + 1);
+    kxio::RecoverToFile(m_path, saved);
+    EXPECT_EQ(QSNInfo::GetRegistrationInfo(saved), Shifted());
+
+    // An append whose tag is missing.
+    Store(m_old);
+    QSNInfo::AddMessage(m_path, L"second");
+    Bytes half = Stored();
+    std::fill_n(half.begin() + static_cast<std::ptrdiff_t>(m_old.size()), 8, static_cast<unsigned char>(0));
+    Store(half);
+    EXPECT_EQ(kxio::VerifyScan(m_path).errors, 0U);
+    kxio::RecoverToFile(m_path, saved);
+    EXPECT_EQ(QSNInfo::GetMessages(saved), Texts{L"first"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Hashes, EditOfAFile, testing::Bool(),

@@ -81,6 +81,31 @@ TEST(RecoverToFile, TableDecidesWhereAChunkBelongs) {
     EXPECT_TRUE(recovered.Warns("lie at the patch that the lookup table names"));
 }
 
+TEST(RecoverToFile, WhereTableAndRecordContradictEachOtherTheOthersDecide) {
+    const Bytes original = SampleScan().Write();
+    const auto chunks = ChunksOf(original);
+    const auto holdsAllAndNoMore = [&](const Recovered& recovered) {
+        for (const StoredChunk& chunk : chunks)
+            EXPECT_TRUE(recovered.Holds(original, chunk));
+        EXPECT_EQ(ChunksOf(recovered.out.GetBytes()).size(), chunks.size());
+    };
+    {
+        Bytes damaged = original;
+        const StoredChunk& hit = ChunkOf(chunks, kxbase::Range, 2, 3);
+        damaged[hit.record + 20] = 0x42;  // the record now names another component
+        const Recovered recovered(damaged);
+        holdsAllAndNoMore(recovered);
+        EXPECT_TRUE(recovered.Warns("component that the lookup table names, not the one that their record"));
+    }
+    {
+        Bytes damaged = original;
+        damaged[kxtest::GetMainField(original, kxtest::MainField::LookupTable) + 16 + 4] = 0x42;
+        const Recovered recovered(damaged);
+        holdsAllAndNoMore(recovered);
+        EXPECT_TRUE(recovered.Warns("component that their record names, not the one that the lookup table"));
+    }
+}
+
 TEST(RecoverToFile, RowNumberFarOffAllOthersIsLeftOut) {
     const Bytes original = SampleScan().Write();
     const auto chunks = ChunksOf(original);

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+#include "services/ExtendedChain.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <span>
+
+#include "format/Hash64.h"
+#include "kxbase/ByteReader.h"
+#include "kxbase/ByteWriter.h"
+#include "kxbase/Exceptions.h"
+#include "kxbase/IInFileStream.h"
+#include "kxio/DataChunkHeader.h"
+#include "kxio/IntegrityExtendedHeader.h"
+#include "kxio/LookupTableHeader.h"
+#include "kxio/ThumbnailHeader.h"
+#include "services/FileWindow.h"
+#include "services/TagSearch.h"
+
+namespace kxio {
+
+namespace {
+
+constexpr uint64_t kTagBytes = 8;
+constexpr uint64_t kFrameBytes = kxbase::IOHeader::FrameSize;
+
+std::optional<kxbase::RecordFrame> FrameAt(kxbase::IInFileStream& in, uint64_t position) {
+    std::array<unsigned char, kFrameBytes> bytes{};
+    if (!in.Seek(position) || in.Read(bytes.data(), bytes.size()) != bytes.size()) return std::nullopt;
+    return kxbase::IOHeader::DecodeFrame(bytes);
+}
+
+/// Behind the last extended record of the run that begins there.
+uint64_t EndOfRun(kxbase::IInFileStream& in, uint64_t position, uint64_t size) {
+    while (position < size) {
+        const auto frame = FrameAt(in, position);
+        if (!frame || frame->tag != ExtendedHeader::Magic || frame->payloadSize < ExtendedHeader::FixedSize ||
+            frame->payloadSize > size - position - kFrameBytes) {
+            break;
+        }
+        position += kFrameBytes + frame->payloadSize;
+    }
+    return position;
+}
+
+/// Whether the bytes are the start of a record of that kind, of which any bytes may still be missing and
+/// read as zeros.
+bool MayBecome(std::span<const unsigned char> bytes, uint64_t tag, uint32_t version) {
+    std::array<unsigned char, kTagBytes + 4> wanted{};
+    kxbase::ByteWriter out(wanted);
+    out.U64(tag);
+    out.U32(version);
+    for (size_t i = 0; i < std::min(bytes.size(), wanted.size()); ++i) {
+        if (bytes[i] != 0 && bytes[i] != wanted[i]) return false;
+    }
+    return true;
+}
+
+/// The last position that a header or a table leads to; the largest number where that cannot be told.
+uint64_t LastNamedPosition(kxbase::IInFileStream& in, const MainFileHeader& main) {
+    uint64_t last = std::max({main.scanHeaderPosition, main.firstComponentHeaderPosition,
+                              main.firstChunkPosition, main.thumbnailHeaderPosition, main.lookupTablePosition,
+                              main.previewLookupTablePosition, main.boundingInformationPosition});
+    for (const uint64_t position : {main.lookupTablePosition, main.previewLookupTablePosition}) {
+        LookupTable table;
+        LookupTableHeader record(&table);
+        try {
+            if (position == 0) continue;
+            if (!in.Seek(position) || record.Read(&in) == 0) return UINT64_MAX;
+        } catch (const kxbase::KXUnreadablePatchException&) {
+            throw;  // the device does not answer
+        } catch (const kxbase::KXException&) {
+            return UINT64_MAX;
+        }
+        for (const auto& [component, entries] : table) {
+            for (const LookupEntry& entry : entries)
+                last = std::max(last, entry.position);
+        }
+    }
+    return last;
+}
+
+bool ReadExtended(kxbase::IInFileStream& in, uint64_t position, ExtendedHeader& record) {
+    try {
+        return in.Seek(position) && record.Read(&in) != 0;
+    } catch (const kxbase::KXUnreadablePatchException&) {
+        throw;  // the device does not answer
+    } catch (const kxbase::KXException&) {
+        return false;
+    }
+}
+
+/// Whether from `end` on a record lies that an edit of the chain from `first` to there cannot have left.
+/// Damage in the middle of the chain looks like the start of a record, too.
+bool HoldsForeignRecord(kxbase::IInFileStream& in, uint64_t first, uint64_t end) {
+    std::set<ExtendedContent> chain;
+    ExtendedHeader record;
+    for (uint64_t position = first; position < end && ReadExtended(in, position, record);
+         position += kFrameBytes + record.GetDataSize())
+        chain.insert(ContentOf(record));
+    FileWindow file(in);
+    const TagSearch tags({ExtendedHeader::Magic, DataChunkHeader::Magic, LookupTableHeader::Magic});
+    for (uint64_t position = end; position < file.Size();) {
+        const std::span<const unsigned char> block = file.Block(position);
+        if (block.size() < kTagBytes) return false;
+        const uint64_t found = tags.FindNext(block, 0);
+        if (found == TagSearch::kNotFound) {
+            position += block.size() - (kTagBytes - 1);
+            continue;
+        }
+        position += found;
+        const auto frame = FrameAt(in, position);
+        if (frame && frame->tag != ExtendedHeader::Magic) return true;
+        const bool whole = ReadExtended(in, position, record);
+        if (whole && record.GetType() != IntegrityExtendedHeader::Type && !chain.contains(ContentOf(record)))
+            return true;
+        position += whole ? kFrameBytes + record.GetDataSize() : kTagBytes;
+    }
+    return false;
+}
+
+}  // namespace
+
+ExtendedContent ContentOf(const ExtendedHeader& record) {
+    const std::span<const unsigned char> data(record.GetDataBuffer(), record.GetDataBufferSize());
+    return {record.GetType(), record.GetDataBufferSize(), Hash64(data)};
+}
+
+std::optional<InterruptedTail> FindInterruptedTail(kxbase::IInFileStream& in,
+                                                   const MainFileHeader& mainHeader) {
+    const uint64_t size = in.GetSize();
+    const uint64_t first = mainHeader.firstExtendedHeaderPosition;
+    if (first == 0 || first >= size) return std::nullopt;
+    const uint64_t end = EndOfRun(in, first, size);
+    if (end == size || end == first) return std::nullopt;
+    // A frame, a link and the type.
+    std::array<unsigned char, kFrameBytes + 16> bytes{};
+    if (!in.Seek(end)) return std::nullopt;
+    const uint64_t got = in.Read(bytes.data(), std::min<uint64_t>(bytes.size(), size - end));
+    const auto tail = std::span<const unsigned char>(bytes).first(got);
+    const bool interrupted = MayBecome(tail, ExtendedHeader::Magic, ExtendedHeader::CurrentVersion) ||
+                             MayBecome(tail, ThumbnailHeader::Magic, ThumbnailHeader::CurrentVersion);
+    if (!interrupted || LastNamedPosition(in, mainHeader) >= end) return std::nullopt;
+    if (HoldsForeignRecord(in, first, end)) return std::nullopt;
+    // The tag is written last, but that of a record of hashes, which ends later instead.
+    kxbase::ByteReader fields(bytes);
+    const bool hasTag = fields.U64("tag") == ExtendedHeader::Magic;
+    fields.Skip(kFrameBytes - kTagBytes + 8, "frame and link");
+    const bool isHashes = got == bytes.size() && fields.U64("type tag") == IntegrityExtendedHeader::Type;
+    return InterruptedTail{end, size - end > kTagBytes && (!hasTag || isHashes)};
+}
+
+}  // namespace kxio
