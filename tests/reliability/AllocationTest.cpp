@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Every operation with its n-th request for memory refused: it is told, no source is touched, an edited file
-// holds the old state or the new one, and nothing is left behind. The everyday tier refuses about 25 requests
-// of each operation, the full one up to 2,000.
+// holds the old state or the new one, and nothing is left behind: no file, no open one, no memory. The
+// everyday tier refuses about 25 requests of each operation, the full one up to 2,000.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,19 +11,27 @@
 #include <set>
 
 #include "Operations.h"
+#include "kxbase/Exceptions.h"
 #include "support/Soak.h"
 #include "support/StoredFile.h"
 #include "support/TempFolder.h"
 
 namespace {
 
+std::atomic<int64_t> g_blocks{0};  // that are in use
 std::atomic<bool> g_counting{false};
 std::atomic<uint64_t> g_requests{0};
 std::atomic<uint64_t> g_refused{0};  // the request that is refused, counted from 1; 0: none
 
 void* Request(std::size_t bytes) noexcept {
     if (g_counting && ++g_requests == g_refused) return nullptr;
-    return std::malloc(bytes == 0 ? 1 : bytes);
+    void* place = std::malloc(bytes == 0 ? 1 : bytes);
+    g_blocks += place == nullptr ? 0 : 1;
+    return place;
+}
+void Release(void* place) noexcept {
+    g_blocks -= place == nullptr ? 0 : 1;
+    std::free(place);
 }
 void* RequestOrThrow(std::size_t bytes) {
     void* place = Request(bytes);
@@ -46,16 +54,16 @@ void* operator new[](std::size_t bytes, const std::nothrow_t& /*nothrow*/) noexc
     return Request(bytes);
 }
 void operator delete(void* place) noexcept {
-    std::free(place);
+    Release(place);
 }
 void operator delete[](void* place) noexcept {
-    std::free(place);
+    Release(place);
 }
 void operator delete(void* place, std::size_t) noexcept {
-    std::free(place);
+    Release(place);
 }
 void operator delete[](void* place, std::size_t) noexcept {
-    std::free(place);
+    Release(place);
 }
 
 namespace {
@@ -77,68 +85,120 @@ bool Same(const std::optional<Given>& a, const std::optional<Given>& b) {
     return kxtest::Differing(Content(*a), Content(*b)).empty();
 }
 
+/// Files that this process has open.
+size_t OpenFiles() {
+    std::error_code none;  // no such folder: not this system's way to tell
+    const std::filesystem::directory_iterator files("/proc/self/fd", none);
+    return static_cast<size_t>(std::distance(begin(files), end(files)));
+}
+
+/// Runs one operation with requests refused.
+class Refusal {
+public:
+    explicit Refusal(const Operation& operation) : m_operation(operation) {
+        const TempFolder folder;
+        PutSources(operation, folder.Path());
+        if (!operation.edited.empty()) m_before = ReadResult(folder / operation.edited);
+        Run(0);
+        EXPECT_FALSE(m_threw);
+        Run(0);  // what is made once is there now
+        m_whole = m_outcome;
+        m_requests = g_requests;
+    }
+
+    uint64_t Requests() const { return m_requests; }
+
+    /// True when it was reported.
+    bool Check(uint64_t refused) {
+        const size_t files = OpenFiles();
+        Run(refused);
+        EXPECT_EQ(OpenFiles(), files) << "a file was left open";
+        EXPECT_EQ(m_blocksLeft, 0) << "memory was not given back";
+        LookForLeftovers();
+        const bool isNew = Same(m_outcome.scan, m_whole.scan);
+        if (!m_operation.edited.empty()) {
+            EXPECT_TRUE(isNew || (m_threw && Same(m_outcome.scan, m_before)));
+            return m_threw;
+        }
+        // What could not be read was refused, one by one.
+        const bool less = m_outcome.scan && m_whole.scan && m_outcome.scan->refused > m_whole.scan->refused;
+        if (m_threw || m_outcome.told) return true;
+        EXPECT_EQ(m_outcome.text, m_whole.text);
+        if (less) {
+            EXPECT_EQ(kxtest::Unmarked(*m_whole.scan, m_outcome.scan), "");
+        } else {
+            EXPECT_TRUE(isNew) << "another result, and it was not told";
+        }
+        return less;
+    }
+
+private:
+    void Run(uint64_t refused) {
+        m_folder.emplace();
+        PutSources(m_operation, m_folder->Path());
+        m_outcome = {};
+        m_threw = false;
+        const int64_t before = g_blocks;
+        int64_t copied = 0;
+        {
+            Outcome made;
+            g_requests = 0;
+            g_refused = refused;
+            g_counting = true;
+            try {
+                m_operation.run(m_folder->Path(), made);
+            } catch (const kxbase::KXException&) {
+                m_threw = true;
+            } catch (const std::bad_alloc&) {
+                m_threw = true;
+            }
+            g_counting = false;
+            copied = g_blocks;
+            m_outcome = made;
+            copied = g_blocks - copied;
+        }
+        m_blocksLeft = g_blocks - copied - before;
+        LookAtResult(m_operation, m_folder->Path(), m_outcome);
+    }
+
+    void LookForLeftovers() const {
+        std::set<std::string> allowed;
+        for (const auto& [name, bytes] : m_operation.sources) {
+            allowed.insert(name);
+            if (name != m_operation.edited) {
+                EXPECT_EQ(kxtest::LoadFile(*m_folder / name), bytes);
+            }
+        }
+        if (!m_threw || !m_operation.atOnce) allowed.insert(m_operation.output);
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder->Path()))
+            EXPECT_TRUE(allowed.contains(entry.path().filename().string()))
+                << entry.path() << " was left behind";
+    }
+
+    const Operation& m_operation;
+    std::optional<Given> m_before;
+    Outcome m_whole;
+    uint64_t m_requests = 0;
+    std::optional<TempFolder> m_folder;
+    Outcome m_outcome;
+    bool m_threw = false;
+    int64_t m_blocksLeft = 0;
+};
+
 class Refusals : public testing::TestWithParam<std::string> {};
 
 TEST_P(Refusals, OfMemoryAreReportedAndHarmNothing) {
-    const Operation& operation = OperationNamed(GetParam());
-    std::optional<TempFolder> folder;
-    Outcome outcome;
-    bool threw = false;
-    const auto run = [&](uint64_t refused) {
-        folder.emplace();
-        PutSources(operation, folder->Path());
-        outcome = {};
-        threw = false;
-        g_requests = 0;
-        g_refused = refused;
-        g_counting = true;
-        try {
-            operation.run(folder->Path(), outcome);
-        } catch (const std::exception&) {
-            threw = true;
-        }
-        g_counting = false;
-        LookAtResult(operation, folder->Path(), outcome);
-    };
-    run(0);
-    ASSERT_FALSE(threw);
-    run(0);  // what is made once is there now
-    const Outcome whole = outcome;
-    const uint64_t requests = g_requests;
-    std::optional<Given> before;
-    if (!operation.edited.empty()) {
-        folder.emplace();
-        PutSources(operation, folder->Path());
-        before = ReadResult(*folder / operation.edited);
-    }
-    const uint64_t step = std::max<uint64_t>(1, requests / kxtest::Trials<uint64_t>(25, 2000));
+    Refusal refusal(OperationNamed(GetParam()));
+    const uint64_t step = std::max<uint64_t>(1, refusal.Requests() / kxtest::Trials<uint64_t>(25, 2000));
     uint64_t cases = 0;
     uint64_t told = 0;
-    for (uint64_t refused = 1; refused <= requests; refused += step) {
-        SCOPED_TRACE("request " + std::to_string(refused) + " of " + std::to_string(requests));
-        run(refused);
+    for (uint64_t refused = 1; refused <= refusal.Requests(); refused += step) {
+        SCOPED_TRACE("request " + std::to_string(refused) + " of " + std::to_string(refusal.Requests()));
         ++cases;
-        told += threw ? 1 : 0;
-        std::set<std::string> allowed;
-        for (const auto& [name, bytes] : operation.sources) {
-            allowed.insert(name);
-            if (name != operation.edited) {
-                EXPECT_EQ(kxtest::LoadFile(*folder / name), bytes);
-            }
-        }
-        if (!threw || !operation.atOnce) allowed.insert(operation.output);
-        for (const auto& entry : std::filesystem::directory_iterator(folder->Path()))
-            EXPECT_TRUE(allowed.contains(entry.path().filename().string()))
-                << entry.path() << " was left behind";
-        if (!operation.edited.empty()) {
-            EXPECT_TRUE(Same(outcome.scan, whole.scan) || (threw && Same(outcome.scan, before)));
-        } else if (!threw && !outcome.told) {
-            EXPECT_EQ(outcome.text, whole.text);
-            EXPECT_TRUE(Same(outcome.scan, whole.scan)) << "another result, and it was not told";
-        }
+        told += refusal.Check(refused) ? 1 : 0;
     }
-    std::cout << "memory " << operation.name << ": " << requests << " requests, " << cases << " refused, "
-              << told << " reported\n";
+    std::cout << "memory " << GetParam() << ": " << refusal.Requests() << " requests, " << cases
+              << " refused, " << told << " reported\n";
     EXPECT_GT(told, 0U);
 }
 

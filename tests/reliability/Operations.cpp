@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Operations.h"
 
+#include <gtest/gtest.h>
+
 #include <random>
 #include <stdexcept>
 
@@ -221,6 +223,45 @@ void LookAtResult(const Operation& operation, const fs::path& folder, Outcome& o
     const Bytes bytes = LoadFile(folder / name);
     outcome.text =
         name.ends_with("E57") ? std::to_string(bytes.size()) : std::string(bytes.begin(), bytes.end());
+}
+
+bool SameScan(const std::optional<kxtest::Given>& a, const std::optional<kxtest::Given>& b) {
+    if (!a || !b) return a.has_value() == b.has_value();
+    return a->cells == b->cells && a->properties == b->properties && a->hashes == b->hashes &&
+           a->marked == b->marked;
+}
+
+EditStates::EditStates(const Operation& operation) : m_operation(operation) {
+    const TempFolder folder;
+    PutSources(operation, folder.Path());
+    m_old = ReadResult(folder / operation.edited);
+    m_new = Again(folder.Path());
+    m_newAgain = Again(folder.Path());
+    EXPECT_TRUE(m_old && m_new && m_newAgain);
+    EXPECT_FALSE(SameScan(m_old, m_new)) << "the edit does not show";
+}
+
+std::optional<kxtest::Given> EditStates::Again(const fs::path& folder) const {
+    Outcome outcome;
+    try {
+        m_operation.run(folder, outcome);
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << "the edit cannot be made: " << e.what();
+    }
+    return ReadResult(folder / m_operation.edited);
+}
+
+bool EditStates::Look(const fs::path& folder) const {
+    const auto found = ReadResult(folder / m_operation.edited);
+    EXPECT_TRUE(found) << "the file does not open";
+    const bool isNew = SameScan(found, m_new);
+    EXPECT_TRUE(isNew || SameScan(found, m_old)) << "neither the old state nor the new one";
+    const kxio::VerifyReport report = kxio::VerifyScan(Wide(folder / m_operation.edited));
+    for (const kxio::VerifyFinding& finding : report.findings)
+        EXPECT_NE(finding.severity, kxio::FindingSeverity::Error) << finding.record << ": " << finding.text;
+    EXPECT_TRUE(SameScan(Again(folder), isNew ? m_newAgain : m_new)) << "the edit made again gives another";
+    EXPECT_EQ(kxio::VerifyScan(Wide(folder / m_operation.edited)).errors, 0U) << "after the edit made again";
+    return isNew;
 }
 
 void WriteScan(const std::wstring& path, bool hashes, const std::function<void(unsigned)>& patchDone) {

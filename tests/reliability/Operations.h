@@ -44,6 +44,28 @@ void LookAtResult(const Operation& operation, const std::filesystem::path& folde
 /// What a reader gives out of a file, without what differs from run to run; nothing when it does not open.
 std::optional<kxtest::Given> ReadResult(const std::filesystem::path& path);
 
+/// Whether two files give the same.
+bool SameScan(const std::optional<kxtest::Given>& a, const std::optional<kxtest::Given>& b);
+
+/// What an edited file may be found as: before the edit, or after it.
+class EditStates {
+public:
+    explicit EditStates(const Operation& operation);
+    /// Looks at a file that an interrupted edit left: it is the old one or the new one, verification finds no
+    /// error in it, and the same edit made again gives what it would have given on the whole file. Fails the
+    /// test otherwise. The file is edited by this.
+    /// \returns true for the new state
+    bool Look(const std::filesystem::path& folder) const;
+
+private:
+    std::optional<kxtest::Given> Again(const std::filesystem::path& folder) const;
+
+    const Operation& m_operation;
+    std::optional<kxtest::Given> m_old;
+    std::optional<kxtest::Given> m_new;
+    std::optional<kxtest::Given> m_newAgain;  ///< of the same edit on the new state
+};
+
 /// The scan that the operation "Write" makes, patch by patch. `patchDone` is told how many have been taken.
 void WriteScan(const std::wstring& path, bool hashes, const std::function<void(unsigned)>& patchDone = {});
 

@@ -19,6 +19,7 @@ namespace kxtest {
 struct Given {
     std::map<std::string, std::string> cells;  ///< what was measured and what was derived from it
     kxio::ScanProperties properties;           ///< what is told about the scan
+    bool hashes = false;                       ///< the file has some
     bool marked = false;                       ///< the reader lists a problem
     uint64_t refused = 0;                      ///< requests that failed
 };
@@ -41,6 +42,7 @@ inline Given ReadGiven(kxbase::IInFileStream& stream) {
     using detail::BytesOf;
     Given given;
     kxio::QSNScanReader reader(&stream);
+    given.hashes = reader.HasIntegrity();
     given.marked = !reader.GetIntegrityProblems().empty();
     const kxio::ScanAccess access(reader);
     const auto take = [&](const std::string& name, const auto& value) {
