@@ -47,7 +47,7 @@ public:
         }
         std::cout << "sweep " << m_seed.name << ": " << m_seed.bytes.size() << " bytes, " << m_cases
                   << " cases, " << m_opened << " opened, " << m_refused << " requests refused, " << m_marked
-                  << " listed a problem, " << m_unmarked << " gave a changed value unmarked\n";
+                  << " listed a problem, " << m_unmarked << " gave a changed value unmarked" << std::endl;
         EXPECT_GT(m_opened, 0U);
         if (m_seed.hashes) {
             EXPECT_EQ(m_unmarked, 0U);
