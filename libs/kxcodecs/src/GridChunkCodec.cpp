@@ -23,38 +23,36 @@ bool HasIntegers(uint64_t elementBytes) {
     return elementBytes == 1 || elementBytes == 2 || elementBytes == 4 || elementBytes == 8;
 }
 
-// False, with nothing appended, when the values are nothing for the grid form.
-bool AppendGrid(std::span<const unsigned char> bytes, const ChunkHeaderInfo& layout, bool fast, bool ranks,
-                bool& ranked, std::vector<unsigned char>& out) {
+// A thread keeps its memory from one chunk to the next, but not that of a giant: getting it anew from the
+// system would cost as much as the work.
+constexpr uint64_t kMostKeptCells = uint64_t{1} << 20;
+struct Scratch {
+    grid::GridSource source;
+    grid::GridPlan plan;
+    grid::GridResiduals residuals;
+};
+
+bool AppendGridWith(Scratch& scratch, std::span<const unsigned char> bytes, const ChunkHeaderInfo& layout,
+                    bool fast, std::vector<unsigned char>& out) {
     using namespace grid;
-    if (bytes.empty() || !HasIntegers(layout.ElementBytes())) return false;
-    GridSource source;
-    if (!TakeApart(bytes, layout.width, layout.height, ranks, source)) return false;
-    ranked = source.map == ValueMap::Ranks;
-    GridPlan plan;
-    MakePlan(source, layout.width, layout.height, fast, plan);
-    GridResiduals residuals;
-    if (!PartResiduals(plan, !fast, residuals)) return false;
-    WritePayload(source, plan, residuals, fast ? Form::Widths : Form::Tokens, bytes.size(), out);
+    if (!TakeApart(bytes, layout.width, layout.height, true, scratch.source)) return false;
+    MakePlan(scratch.source, fast, true, scratch.plan);
+    if (!PartResiduals(scratch.plan, !fast, scratch.residuals)) return false;
+    WritePayload(scratch.source, scratch.plan, scratch.residuals, fast ? Form::Widths : Form::Tokens,
+                 bytes.size(), out);
     return true;
 }
 
-// Ranks help numbers whose neighbours among the values have nothing to do with each other; those of a regular
-// grid, which leave gaps too, are foretold better as they are. Only trying tells.
-bool AppendBetterGrid(std::span<const unsigned char> bytes, const ChunkHeaderInfo& layout, bool fast,
-                      std::vector<unsigned char>& out) {
-    bool ranked = false;
-    const std::size_t start = out.size();
-    const bool made = AppendGrid(bytes, layout, fast, true, ranked, out);
-    if (!ranked || fast || layout.ElementBytes() < 4) return made;
-    std::vector<unsigned char> other;
-    if (AppendGrid(bytes, layout, fast, false, ranked, other) &&
-        (!made || other.size() < out.size() - start)) {
-        out.resize(start);
-        out.insert(out.end(), other.begin(), other.end());
-        return true;
+// False, with nothing appended, when the values are nothing for the grid form.
+bool AppendGrid(std::span<const unsigned char> bytes, const ChunkHeaderInfo& layout, bool fast,
+                std::vector<unsigned char>& out) {
+    if (bytes.empty() || !HasIntegers(layout.ElementBytes())) return false;
+    if (layout.ElementCount() > kMostKeptCells) {
+        Scratch scratch;
+        return AppendGridWith(scratch, bytes, layout, fast, out);
     }
-    return made;
+    thread_local Scratch scratch;
+    return AppendGridWith(scratch, bytes, layout, fast, out);
 }
 
 }  // namespace
@@ -69,7 +67,7 @@ void GridChunkCodec::EncodePayload(std::span<const unsigned char> bytes, const C
                                    std::vector<unsigned char>& out) const {
     const bool fast = m_mode == Mode::Fast;
     const std::size_t start = out.size();
-    if (AppendBetterGrid(bytes, layout, fast, out) && out.size() - start < bytes.size() / 2) return;
+    if (AppendGrid(bytes, layout, fast, out) && out.size() - start < bytes.size() / 4 * 3) return;
     std::vector<unsigned char> filtered;
     filtered.push_back(static_cast<unsigned char>(grid::Form::Filtered));
     AppendFiltered(bytes, layout.width, layout.height, fast ? kFastFilterLevel : kBalancedFilterLevel,

@@ -9,23 +9,36 @@
 
 namespace kxcodecs::grid {
 
-/// One block while its predictor is sought.
-struct PlanBlock {
+/// A row of blocks while their predictors are sought.
+struct PlanRow {
     const uint32_t* first = nullptr;  ///< of its first line that is predicted; the two lines before are there
     std::size_t stride = 0;
-    uint32_t lines = 0;
-    uint32_t stored = 0;
-    uint32_t lanes[kBlockCells];        ///< all bits set: the cell is stored
-    uint32_t differences[kBlockCells];  ///< to the prediction; 0 in cells that are not stored
+    const uint16_t* mask = nullptr;  ///< of that line, `groups` words to the next one
+    std::size_t groups = 0;
+    uint32_t lines = 0;  ///< up to 16
 };
 
-/// Sets `lanes` and `stored` from the masks of the lines, `maskStep` apart.
-void TakeMask(const uint16_t* mask, std::size_t maskStep, PlanBlock& block) noexcept;
-
-/// The predictor that leaves the least behind an offset, and its differences in `block`.
+/// About the sums of what predictors leave behind an offset, block by block: `scores[k * groups + group]`.
 /// \param lineStep  only every so many lines are tried
-/// \param score     about the sum of what it leaves in those lines
-Predictor BestPredictor(std::span<const Predictor> tried, uint32_t lineStep, PlanBlock& block,
-                        uint64_t& score) noexcept;
+/// \param stored    per group: cells in the lines that were tried
+void ScoreRow(const PlanRow& row, std::span<const Predictor> tried, uint32_t lineStep, uint32_t* scores,
+              uint32_t* stored) noexcept;
+
+/// How much is done for a block.
+struct ChoiceEffort {
+    uint32_t lineStep;  ///< every so many lines tell the predictor
+    int offsetRounds;   ///< how often the offset is brought nearer to the middle of most differences
+};
+/// What is chosen for the blocks of a row.
+struct RowChoice {
+    uint8_t* predictors;
+    uint32_t* offsets;
+    uint16_t* counts;
+};
+/// Takes for each block the predictor that seems to leave the least, and an offset.
+/// \param residuals  room for groups x 256 + 16 of them, in zigzag order, block by block, line by line
+/// \return how many residuals there are
+std::size_t ChooseRow(const PlanRow& row, std::span<const Predictor> tried, const ChoiceEffort& effort,
+                      const RowChoice& out, uint32_t* residuals) noexcept;
 
 }  // namespace kxcodecs::grid

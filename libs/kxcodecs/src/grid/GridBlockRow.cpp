@@ -76,7 +76,7 @@ void DecodeGroups(const Line& line, const uint32_t* groups, std::size_t count) {
             const V stored =
                 hn::Add(Prediction::Predict(before + i, beforeThat + i), Spread(residuals, bits));
             hn::StoreU(hn::IfThenElse(LanesOf(bits), stored, hn::LoadU(d, before + i)), d, now + i);
-            residuals += std::popcount(bits);
+            residuals += CountBits(bits);
         }
         line.residuals[group] = residuals;
     }
@@ -151,7 +151,7 @@ void CountRow(const uint16_t* mask, std::size_t groups, uint32_t lines, BlockInp
     for (std::size_t group = 0; group < groups; ++group) {
         uint32_t stored = 0;
         for (uint32_t line = 0; line < lines; ++line)
-            stored += static_cast<uint32_t>(std::popcount(mask[line * groups + group]));
+            stored += CountBits(mask[line * groups + group]);
         blocks[group].stored = static_cast<uint16_t>(stored);
     }
 }

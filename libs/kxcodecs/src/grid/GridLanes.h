@@ -32,6 +32,15 @@ using I32 = hn::RebindToSigned<U32>;
 using V = hn::Vec<U32>;
 using M = hn::Mask<U32>;
 
+// Bits that are set; the library's function may be compiled for lesser processors.
+HWY_INLINE uint32_t CountBits(uint32_t bits) {
+#if defined(__GNUC__) || defined(__clang__)
+    return static_cast<uint32_t>(__builtin_popcount(bits));
+#else
+    return static_cast<uint32_t>(std::popcount(bits));
+#endif
+}
+
 // The lanes whose bits are set, the lowest first.
 HWY_INLINE M LanesOf(uint32_t bits) {
 #if KXGRID_WIDE

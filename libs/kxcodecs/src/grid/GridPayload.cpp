@@ -16,8 +16,10 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// Level of the small frames: they are a few per cent of a chunk.
-constexpr int kSmallFrameLevel = 6;
+// Levels of the small frames, which are a few per cent of a chunk: FAST, parameters and mask of BALANCED.
+constexpr int kFastLevel = 1;
+constexpr int kParameterLevel = 6;
+constexpr int kMaskLevel = 12;
 
 uint64_t Zigzag64(uint64_t value) {
     return (value << 1) ^ (0 - (value >> 63));
@@ -29,9 +31,12 @@ uint64_t UndoZigzag64(uint64_t value) {
 // First all lowest bytes, then the next ones: numbers of similar size pack well so.
 template <class T>
 void AppendPlanes(const std::vector<T>& values, Bytes& out) {
-    for (std::size_t plane = 0; plane < sizeof(T); ++plane) {
-        for (const T value : values)
-            out.push_back(static_cast<unsigned char>(value >> (8 * plane)));
+    const std::size_t start = out.size(), count = values.size();
+    out.resize(start + count * sizeof(T));
+    unsigned char* to = out.data() + start;
+    for (std::size_t plane = 0; plane < sizeof(T); ++plane, to += count) {
+        for (std::size_t i = 0; i < count; ++i)
+            to[i] = static_cast<unsigned char>(values[i] >> (8 * plane));
     }
 }
 template <class T>
@@ -73,8 +78,9 @@ void AppendU64(uint64_t value, Bytes& out) {
 Bytes ParameterBytes(const GridSource& source, const GridPlan& plan, const GridResiduals& residuals) {
     Bytes out;
     AppendU64(source.base, out);
-    AppendU32(source.step, out);
-    AppendU32(static_cast<uint32_t>(source.table.size()), out);
+    const std::size_t tableSize = plan.map == ValueMap::Ranks ? source.table.size() : 0;
+    AppendU32(tableSize > 0 ? 1 : source.step, out);
+    AppendU32(static_cast<uint32_t>(tableSize), out);
     AppendU32(static_cast<uint32_t>(residuals.exceptionMore.size()), out);
     std::vector<uint64_t> bends;  // second differences
     for (std::size_t i = 0; i < source.voids.size(); ++i) {
@@ -84,7 +90,7 @@ Bytes ParameterBytes(const GridSource& source, const GridPlan& plan, const GridR
     }
     AppendPlanes(bends, out);
     std::vector<uint32_t> gaps;
-    for (std::size_t i = 0; i < source.table.size(); ++i)
+    for (std::size_t i = 0; i < tableSize; ++i)
         gaps.push_back(i == 0 ? source.table[0] : source.table[i] - source.table[i - 1]);
     AppendPlanes(gaps, out);
     std::vector<uint32_t> steps;
@@ -143,28 +149,32 @@ uint64_t LeastPayloadBytes(uint64_t decodedBytes) {
 void WritePayload(const GridSource& source, const GridPlan& plan, const GridResiduals& residuals, Form form,
                   uint64_t decodedBytes, Bytes& out) {
     const std::size_t start = out.size();
+    out.reserve(start + decodedBytes);
     out.resize(start + PayloadHeader::kByteSize);
-    const auto addFrame = [&](const Bytes& bytes, const ZstdEffort& effort) {
+    const auto addFrame = [&](std::span<const unsigned char> bytes, const ZstdEffort& effort) {
         const std::size_t before = out.size();
         AppendZstdFrame(bytes, effort, out);
         return static_cast<uint32_t>(out.size() - before);
     };
     uint32_t maskBytes = 0;
     if (source.voidKind != VoidKind::None) {
-        Bytes changes;
-        const std::size_t groups = plan.shape.Groups();
-        for (std::size_t i = 0; i < plan.mask.size(); ++i) {
-            const uint32_t change = plan.mask[i] ^ (i >= groups ? plan.mask[i - groups] : 0U);
-            changes.push_back(static_cast<unsigned char>(change));
-            changes.push_back(static_cast<unsigned char>(change >> 8));
+        const std::size_t groups = plan.shape.Groups(), words = plan.shape.MaskWords();
+        const uint16_t* const mask = plan.plane.Mask();
+        Bytes changes(2 * words);
+        for (std::size_t i = 0; i < words; ++i) {
+            const uint32_t change = mask[i] ^ (i >= groups ? mask[i - groups] : 0U);
+            changes[2 * i] = static_cast<unsigned char>(change);
+            changes[2 * i + 1] = static_cast<unsigned char>(change >> 8);
         }
-        maskBytes = addFrame(changes, {form == Form::Tokens ? 12 : kSmallFrameLevel});
+        maskBytes = addFrame(changes, {form == Form::Tokens ? kMaskLevel : kFastLevel});
     }
     const Bytes parameters = ParameterBytes(source, plan, residuals);
-    const uint32_t parameterBytes = addFrame(parameters, {kSmallFrameLevel});
-    const uint32_t tokenBytes = form == Form::Tokens ? addFrame(residuals.tokens, {1, true}) : 0;
+    const uint32_t parameterBytes =
+        addFrame(parameters, {form == Form::Tokens ? kParameterLevel : kFastLevel});
+    const uint32_t tokenBytes =
+        form == Form::Tokens ? addFrame({residuals.tokens.data(), residuals.tokenCount}, {1, true}) : 0;
     for (uint32_t bits = 1; bits <= kMostExponent; ++bits)
-        PackLow(residuals.low[bits], bits, out);
+        PackLow(residuals.LowOf(bits), bits, out);
     out.resize(
         std::max<std::size_t>(out.size(), start + static_cast<std::size_t>(LeastPayloadBytes(decodedBytes))));
 
@@ -178,7 +188,7 @@ void WritePayload(const GridSource& source, const GridPlan& plan, const GridResi
     front.U8(static_cast<uint8_t>(form));
     front.U8(static_cast<uint8_t>(plan.shape.axis));
     front.U8(static_cast<uint8_t>(source.voidKind));
-    front.U8(static_cast<uint8_t>(source.map));
+    front.U8(static_cast<uint8_t>(plan.map));
     const uint64_t elementBytes = decodedBytes / plan.shape.Cells();
     front.U32(CheckOf(header.first(4), plan.shape.width, plan.shape.height, elementBytes,
                       std::span<const unsigned char>(out).subspan(start + 8)));

@@ -2,7 +2,9 @@
 #include "grid/GridPlan.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <span>
 
 #include "grid/GridBlockChoice.h"
 
@@ -14,212 +16,250 @@ constexpr Predictor kAll[] = {Predictor::Copy,   Predictor::Mean3,  Predictor::M
                               Predictor::Both15, Predictor::Half1,  Predictor::Half3,  Predictor::Half7,
                               Predictor::Half15, Predictor::Slope3, Predictor::Slope7, Predictor::Slope15,
                               Predictor::Zero};
-constexpr Predictor kQuick[] = {Predictor::Copy,   Predictor::Mean3, Predictor::Both3, Predictor::Both7,
-                                Predictor::Both15, Predictor::Half7, Predictor::Zero};
-// What is tried to compare the axes, in every so many lines of a block.
-constexpr Predictor kTrial[] = {Predictor::Copy,  Predictor::Mean3,  Predictor::Both7,
+// What a quick plan tries on samples.
+constexpr Predictor kQuick[] = {Predictor::Copy,  Predictor::Mean3,  Predictor::Both3, Predictor::Both7,
                                 Predictor::Half7, Predictor::Slope7, Predictor::Zero};
-constexpr uint32_t kTrialLines = 4;
-// Axes that differ by less are both planned in full, unless it is to be quick.
+
+// How much is tried.
+struct Effort {
+    std::span<const Predictor> predictors;  // on samples
+    std::size_t shortlist;                  // of them on all blocks
+    uint32_t tiles;                         // samples
+    uint32_t lineStep;                      // every so many lines of a block are looked at
+    int offsetRounds;                       // how often an offset is brought nearer to the middle
+};
+constexpr Effort kQuickEffort{kQuick, 3, 2, 2, 1};
+constexpr Effort kFullEffort{kAll, 12, 6, 1, 3};
+// Samples are squares, so that both axes are tried on the same cells.
+constexpr uint32_t kTile = 64;
+constexpr uint32_t kTrialStep = 2;
+// Of axes that differ by less the residuals of some samples are looked at, unless it is to be quick.
 constexpr double kClose = 1.1;
-constexpr uint32_t kQuickLines = 3;
-// What residuals of noise take beyond the logarithm of their mean.
+constexpr std::size_t kPlannedTiles = 2;
+// What residuals of noise take beyond the logarithm of their mean, and a part of that which is no noise.
 constexpr double kNoiseBits = 1.4;
+constexpr double kFew = 0.8;
+// A predictor that does not spare that part of the bits is not worth trying.
+constexpr double kWorthwhile = 0.0003;
 
-// All lines of one axis with their aprons; cells that are not stored continue the line before. The line in
-// front of line 0 repeats it.
-class Plane {
-public:
-    Plane(const uint32_t* codes, const uint8_t* present, const Shape& shape)
-        : m_shape(shape), m_stride(shape.Stride()), m_cells(m_stride * (std::size_t{shape.Lines()} + 1)) {
-        const std::size_t cells = shape.LineCells(), padded = std::size_t{shape.Groups()} * kBlock;
-        m_mask.assign(shape.MaskWords(), 0);
-        for (std::size_t line = 0; line < shape.Lines(); ++line) {
-            uint32_t* const out = Line(line);
-            const uint32_t* const code = codes + line * cells;
-            const uint8_t* const stored = present + line * cells;
-            if (line == 0) {
-                uint32_t carried = FirstStored(code, stored, cells);
-                for (std::size_t i = 0; i < padded; ++i) {
-                    if (i < cells && stored[i]) carried = code[i];
-                    out[i] = carried;
-                }
-            } else {
-                Continue(code, stored, out - m_stride, cells, out);
-                std::copy(out - m_stride + cells, out - m_stride + padded, out + cells);
+// Places of samples: spread over the image, but where cells are stored.
+std::vector<ImagePart> Tiles(const GridSource& source, uint32_t most) {
+    const uint32_t across = (source.width + kTile - 1) / kTile, down = (source.height + kTile - 1) / kTile;
+    const std::size_t groups = (std::size_t{source.width} + kBlock - 1) / kBlock;
+    struct Tile {
+        bool filled;
+        uint32_t order;
+        ImagePart part;
+    };
+    std::vector<Tile> tiles;
+    for (uint32_t y = 0; y < down; ++y) {
+        for (uint32_t x = 0; x < across; ++x) {
+            const ImagePart part{x * kTile, y * kTile, std::min(kTile, source.width - x * kTile),
+                                 std::min(kTile, source.height - y * kTile)};
+            uint32_t stored = 0;
+            for (uint32_t row = 0; row < part.height; row += 4) {
+                const uint16_t* const words =
+                    source.found.stored.data() + (part.top + row) * groups + part.left / kBlock;
+                for (uint32_t g = 0; g < (part.width + kBlock - 1) / kBlock; ++g)
+                    stored += words[g] == 0xFFFF ? kBlock : static_cast<uint32_t>(std::popcount(words[g]));
             }
-            uint16_t* const words = m_mask.data() + line * shape.Groups();
-            for (std::size_t i = 0; i < cells; ++i)
-                words[i / kBlock] = static_cast<uint16_t>(words[i / kBlock] | (stored[i] << (i % kBlock)));
-            std::fill_n(out - kApron, kApron, out[0]);
-            std::fill_n(out + padded, kApron, out[padded - 1]);
-            if (line == 0) std::copy_n(out - kApron, m_stride, out - kApron - m_stride);
+            // Those that are nearly empty come last, and neighbours not one after the other.
+            const uint32_t order = (5 * y + 2 * x + 3) % 8 * 0x10000U + y * across + x;
+            tiles.push_back({stored * 8 >= kTile * kTile / 4, order, part});
         }
     }
-    const Shape& GetShape() const { return m_shape; }
-    const std::vector<uint16_t>& Mask() const { return m_mask; }
-    uint32_t* Line(std::size_t line) { return m_cells.data() + (line + 1) * m_stride + kApron; }
+    std::sort(tiles.begin(), tiles.end(), [](const Tile& a, const Tile& b) {
+        return a.filled != b.filled ? a.filled : a.order < b.order;
+    });
+    std::vector<ImagePart> out;
+    for (std::size_t i = 0; i < tiles.size() && i < most; ++i)
+        out.push_back(tiles[i].part);
+    return out;
+}
 
-    // The lines of a row of blocks that are predicted: first and end.
-    std::pair<uint32_t, uint32_t> LinesOf(uint32_t blockRow) const {
-        return {std::max(1U, blockRow * kBlock), std::min(m_shape.Lines(), (blockRow + 1) * kBlock)};
-    }
-    void TakeBlock(uint32_t blockRow, uint32_t group, PlanBlock& block) {
-        const auto [first, end] = LinesOf(blockRow);
-        block.first = Line(first) + std::size_t{group} * kBlock;
-        block.stride = m_stride;
-        block.lines = end - first;
-        TakeMask(m_mask.data() + std::size_t{first} * m_shape.Groups() + group, m_shape.Groups(), block);
-    }
-
-private:
-    static uint32_t FirstStored(const uint32_t* codes, const uint8_t* stored, std::size_t cells) {
-        const auto found = std::find(stored, stored + cells, uint8_t{1});
-        return found == stored + cells ? 0 : codes[found - stored];
-    }
-    static void Continue(const uint32_t* KXGRID_RESTRICT code, const uint8_t* KXGRID_RESTRICT stored,
-                         const uint32_t* KXGRID_RESTRICT before, std::size_t cells,
-                         uint32_t* KXGRID_RESTRICT out) {
-        for (std::size_t i = 0; i < cells; ++i) {
-            const uint32_t lane = 0U - stored[i];
-            out[i] = (code[i] & lane) | (before[i] & ~lane);
-        }
-    }
-
-    Shape m_shape;
-    std::size_t m_stride;
-    std::vector<uint32_t> m_cells;
-    std::vector<uint16_t> m_mask;
+// What samples of one axis and one value map promise.
+struct Trial {
+    double bits = 0;  // all of them
+    double cells = 0;
+    std::vector<std::vector<double>> of;  // per predictor: bits of each block
 };
 
-// About the bits of a residual, from a part of the blocks.
-double TrialBits(Plane& plane) {
-    PlanBlock block;
-    double bits = 0, all = 0;
-    const Shape& shape = plane.GetShape();
-    for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
-        const auto [first, end] = plane.LinesOf(blockRow);
+void TryPlane(const Plane& plane, std::span<const Predictor> tried, Trial& trial) {
+    std::vector<uint32_t> scores(tried.size() * plane.Groups()), stored(plane.Groups());
+    for (uint32_t blockLine = 0; blockLine < plane.Lines(); blockLine += kBlock) {
+        // Line 1 has but one line before it, which would speak against predictors from two.
+        const uint32_t first = blockLine > 0 ? blockLine : std::min(2U, plane.Lines() - 1);
+        const uint32_t end = std::min(plane.Lines(), blockLine + kBlock);
+        if (first == 0 || first >= end) continue;
+        const PlanRow row{plane.Line(first), plane.Stride(), plane.Mask() + first * plane.Groups(),
+                          plane.Groups(), end - first};
+        ScoreRow(row, tried, kTrialStep, scores.data(), stored.data());
+        for (std::size_t group = 0; group < row.groups; ++group) {
+            const double cells = stored[group];
+            if (cells == 0) continue;
+            uint32_t least = ~uint32_t{0};
+            for (std::size_t k = 0; k < tried.size(); ++k) {
+                const uint32_t score = scores[k * row.groups + group];
+                trial.of[k].push_back(cells * std::log2(1.0 + 2 * score / cells));
+                least = std::min(least, score);
+            }
+            trial.bits += cells * std::log2(1.0 + 2 * least / cells);
+            trial.cells += cells;
+        }
+    }
+}
+
+Trial TryAxis(const GridSource& source, const std::vector<uint32_t>& codes, Axis axis,
+              std::span<const ImagePart> tiles, std::span<const Predictor> tried, Plane& plane) {
+    Trial trial;
+    trial.of.resize(tried.size());
+    for (const ImagePart& tile : tiles) {
+        plane.Take(codes.data(), source.found.stored.data(), source.width, tile, axis);
+        TryPlane(plane, tried, trial);
+    }
+    return trial;
+}
+
+// The few predictors that together leave the least, one by one.
+std::vector<Predictor> Shortlist(const Trial& trial, const Effort& effort) {
+    const std::size_t blocks = trial.of[0].size();
+    std::vector<double> least(blocks, 1e300);
+    std::vector<Predictor> out;
+    double before = 1e300;
+    while (out.size() < effort.shortlist) {
+        std::size_t best = 0;
+        double leastSum = 1e300;
+        for (std::size_t k = 0; k < trial.of.size(); ++k) {
+            double sum = 0;
+            for (std::size_t i = 0; i < blocks; ++i)
+                sum += std::min(least[i], trial.of[k][i]);
+            if (sum < leastSum) {
+                leastSum = sum;
+                best = k;
+            }
+        }
+        if (leastSum >= before * (1 - kWorthwhile)) break;
+        before = leastSum;
+        out.push_back(effort.predictors[best]);
+        for (std::size_t i = 0; i < blocks; ++i)
+            least[i] = std::min(least[i], trial.of[best][i]);
+    }
+    if (out.empty()) out.push_back(Predictor::Mean3);
+    return out;
+}
+
+// Plans all blocks of a plane.
+void PlanBlocks(const Plane& plane, std::span<const Predictor> tried, const Effort& effort, GridPlan& out) {
+    const std::size_t groups = plane.Groups(), blocks = (plane.Lines() + kBlock - 1) / kBlock * groups;
+    out.predictors.assign(blocks, 0);
+    out.offsets.assign(blocks, 0);
+    out.counts.assign(blocks, 0);
+    if (out.residuals.size() < blocks * kBlockCells + kBlock)
+        out.residuals.resize(blocks * kBlockCells + kBlock);
+    uint32_t* next = out.residuals.data();
+    std::size_t at = 0;
+    for (uint32_t blockLine = 0; blockLine < plane.Lines(); blockLine += kBlock, at += groups) {
+        const uint32_t first = std::max(1U, blockLine), end = std::min(plane.Lines(), blockLine + kBlock);
         if (first >= end) continue;
-        for (uint32_t group = 0; group < shape.Groups(); ++group) {
-            plane.TakeBlock(blockRow, group, block);
-            if (block.stored == 0) continue;
-            uint64_t score = 0;
-            BestPredictor(kTrial, kTrialLines, block, score);
-            const double cells = block.stored;
-            const double tried = std::max(1.0, cells / kTrialLines);
-            bits += cells * std::log2(1.0 + 2 * static_cast<double>(score) / tried);
-            all += cells;
-        }
+        const PlanRow row{plane.Line(first), plane.Stride(), plane.Mask() + first * groups, groups,
+                          end - first};
+        next +=
+            ChooseRow(row, tried, {effort.lineStep, effort.offsetRounds},
+                      {out.predictors.data() + at, out.offsets.data() + at, out.counts.data() + at}, next);
     }
-    return bits / std::max(1.0, all);
 }
 
-template <class T>
-std::vector<T> Turned(const std::vector<T>& image, uint32_t width, uint32_t height) {
-    std::vector<T> turned(image.size());
-    for (uint32_t top = 0; top < height; top += kBlock) {
-        const uint32_t end = std::min(height, top + kBlock);
-        for (uint32_t x = 0; x < width; ++x) {
-            for (uint32_t y = top; y < end; ++y)
-                turned[std::size_t{x} * height + y] = image[std::size_t{y} * width + x];
-        }
-    }
-    return turned;
-}
-
-// The median of the stored differences makes the sum of what is left least.
-uint32_t MedianOf(const uint32_t* stored, uint32_t count) {
-    int32_t sorted[kBlockCells];
-    for (uint32_t i = 0; i < count; ++i)
-        sorted[i] = static_cast<int32_t>(stored[i]);
-    std::nth_element(sorted, sorted + count / 2, sorted + count);
-    return static_cast<uint32_t>(sorted[count / 2]);
-}
-
-// How often each residual occurs: few different ones, as those of settled values, take less than their size
-// says.
-class Occurrences {
+// About the bits of residuals: by their size, and by how often each occurs. Few different ones, as those of
+// settled values, take less than their size says.
+class ResidualBits {
 public:
-    void Count(uint32_t residual) {
-        ++m_counts[std::min(residual, kMostToken)];
-        if (residual > kMostToken) m_beyond += std::log2(static_cast<double>(residual) / kMostToken);
+    void Add(const GridPlan& plan) {
+        const uint32_t* residual = plan.residuals.data();
+        for (const uint16_t count : plan.counts) {
+            if (count == 0) continue;
+            double sum = 0;
+            for (const uint32_t* const end = residual + count; residual < end; ++residual) {
+                sum += *residual;
+                ++m_counts[std::min(*residual, kMostToken)];
+                if (*residual > kMostToken) m_beyond += std::bit_width(*residual / kMostToken);
+            }
+            m_bySize += count * (kNoiseBits + std::log2(1.0 + sum / count));
+            m_all += count;
+        }
     }
-    double Bits() const {
-        double all = 0, bits = m_beyond;
-        for (const uint32_t count : m_counts)
-            all += count;
+    // By how often each occurs, a residual.
+    double ByOccurrence() const {
+        const double all = std::max(1.0, m_all);
+        double bits = m_beyond;
         for (const uint32_t count : m_counts)
             if (count > 0) bits += count * std::log2(all / count);
-        return bits;
+        return bits / all;
     }
+    // Whether they are fewer different ones than those of noise.
+    bool AreFew() const { return m_all > 0 && ByOccurrence() < kFew * m_bySize / m_all; }
 
 private:
     uint32_t m_counts[kMostToken + 1] = {};
-    double m_beyond = 0;
+    double m_beyond = 0, m_bySize = 0, m_all = 0;
 };
 
-// \return about the bits of all residuals
-double PlanBlocks(Plane& plane, bool quick, GridPlan& out) {
-    const Shape& shape = plane.GetShape();
-    out.shape = shape;
-    out.mask = plane.Mask();
-    out.firstLine.assign(plane.Line(0), plane.Line(0) + shape.LineCells());
-    out.predictors.assign(shape.Blocks(), 0);
-    out.offsets.assign(shape.Blocks(), 0);
-    out.counts.assign(shape.Blocks(), 0);
-    out.residuals.clear();
-    out.residuals.reserve(shape.Cells());
-    double bits = 0;
-    Occurrences occurrences;
-    PlanBlock block;
-    for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
-        const auto [first, end] = plane.LinesOf(blockRow);
-        if (first >= end) continue;
-        for (uint32_t group = 0; group < shape.Groups(); ++group) {
-            plane.TakeBlock(blockRow, group, block);
-            const std::size_t index = std::size_t{blockRow} * shape.Groups() + group;
-            out.counts[index] = static_cast<uint16_t>(block.stored);
-            if (block.stored == 0) continue;
-            uint64_t score = 0;
-            out.predictors[index] =
-                static_cast<uint8_t>(quick ? BestPredictor(kQuick, kQuickLines, block, score)
-                                           : BestPredictor(kAll, 1, block, score));
-            uint32_t stored[kBlockCells + 1];
-            uint32_t count = 0;
-            for (uint32_t i = 0; i < block.lines * kBlock; ++i) {
-                stored[count] = block.differences[i];
-                count += block.lanes[i] & 1;
-            }
-            const uint32_t offset = MedianOf(stored, count);
-            out.offsets[index] = offset;
-            const std::size_t before = out.residuals.size();
-            out.residuals.resize(before + count);
-            uint64_t sum = 0;
-            for (uint32_t i = 0; i < count; ++i) {
-                const uint32_t residual = Zigzag(stored[i] - offset);
-                out.residuals[before + i] = residual;
-                sum += residual;
-                if (!quick) occurrences.Count(residual);
-            }
-            bits += count * (kNoiseBits + std::log2(1.0 + static_cast<double>(sum) / std::max(1U, count)));
-        }
+// The residuals of an axis when samples are planned as the chunk will be.
+ResidualBits PlannedBits(const GridSource& source, const std::vector<uint32_t>& codes, Axis axis,
+                         std::span<const ImagePart> tiles, const Trial& trial, const Effort& effort,
+                         GridPlan& scratch) {
+    ResidualBits bits;
+    const std::vector<Predictor> tried = Shortlist(trial, effort);
+    for (const ImagePart& tile : tiles) {
+        scratch.plane.Take(codes.data(), source.found.stored.data(), source.width, tile, axis);
+        PlanBlocks(scratch.plane, tried, effort, scratch);
+        bits.Add(scratch);
     }
-    return quick ? bits : std::min(bits, occurrences.Bits());
+    return bits;
 }
 
 }  // namespace
 
-void MakePlan(const GridSource& source, uint32_t width, uint32_t height, bool quick, GridPlan& out) {
-    Plane rows(source.codes.data(), source.present.data(), Shape{width, height, Axis::Rows});
-    Plane columns(Turned(source.codes, width, height).data(), Turned(source.present, width, height).data(),
-                  Shape{width, height, Axis::Columns});
-    const double ofRows = TrialBits(rows), ofColumns = TrialBits(columns);
-    const bool close = !quick && std::max(ofRows, ofColumns) < kClose * std::min(ofRows, ofColumns);
-    Plane& plane = ofColumns < ofRows ? columns : rows;
-    const double bits = PlanBlocks(plane, quick, out);
-    if (!close) return;
-    GridPlan other;
-    if (PlanBlocks(&plane == &rows ? columns : rows, quick, other) < bits) out = std::move(other);
+void MakePlan(const GridSource& source, bool quick, bool ranks, GridPlan& out) {
+    const Effort& effort = quick ? kQuickEffort : kFullEffort;
+    const std::vector<ImagePart> tiles = Tiles(source, effort.tiles);
+    Trial best;
+    double least = 0;
+    bool chosen = false;
+    for (const ValueMap map : {ValueMap::Step, ValueMap::Ranks}) {
+        if (map == ValueMap::Ranks && (!ranks || source.table.empty())) continue;
+        const std::vector<uint32_t>& codes = map == ValueMap::Step ? source.codes : source.ranks;
+        Trial trials[2];
+        double bits[2];
+        for (const Axis axis : {Axis::Rows, Axis::Columns}) {
+            const auto k = static_cast<std::size_t>(axis);
+            trials[k] = TryAxis(source, codes, axis, tiles, effort.predictors, out.plane);
+            // Both leave out first lines, which may have more or fewer cells.
+            bits[k] = trials[k].bits / std::max(1.0, trials[k].cells);
+        }
+        std::size_t better = bits[1] < bits[0] ? 1 : 0;
+        if (!quick && bits[1 - better] < kClose * bits[better] && trials[better].cells > 0) {
+            const auto some = std::span<const ImagePart>(tiles).first(std::min(tiles.size(), kPlannedTiles));
+            const ResidualBits ofRows = PlannedBits(source, codes, Axis::Rows, some, trials[0], effort, out);
+            const ResidualBits ofColumns =
+                PlannedBits(source, codes, Axis::Columns, some, trials[1], effort, out);
+            if (ofRows.AreFew() || ofColumns.AreFew())
+                better = ofColumns.ByOccurrence() < ofRows.ByOccurrence() ? 1 : 0;
+        }
+        if (map == ValueMap::Ranks)
+            bits[better] +=
+                source.tableBits / static_cast<double>(std::max<std::size_t>(1, source.presentCount));
+        if (chosen && bits[better] >= least) continue;
+        least = bits[better];
+        best = std::move(trials[better]);
+        chosen = true;
+        out.map = map;
+        out.shape = Shape{source.width, source.height, static_cast<Axis>(better)};
+    }
+    const std::vector<uint32_t>& codes = out.map == ValueMap::Step ? source.codes : source.ranks;
+    out.plane.Take(codes.data(), source.found.stored.data(), source.width,
+                   {0, 0, source.width, source.height}, out.shape.axis);
+    out.firstLine.assign(out.plane.Line(0), out.plane.Line(0) + out.shape.LineCells());
+    PlanBlocks(out.plane, Shortlist(best, effort), effort, out);
 }
 
 }  // namespace kxcodecs::grid

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "grid/GridPlane.h"
 #include "grid/GridSource.h"
 #include "grid/GridTypes.h"
 
@@ -12,16 +13,18 @@ namespace kxcodecs::grid {
 /// What the encoder decided for each block, and the residuals that are left.
 struct GridPlan {
     Shape shape;
-    std::vector<uint16_t> mask;       ///< per line and group: bit i set: cell i is stored
+    ValueMap map = ValueMap::Step;
+    Plane plane;                      ///< the lines; its mask belongs to the chunk
     std::vector<uint32_t> firstLine;  ///< codes of line 0
     std::vector<uint8_t> predictors;  ///< per block, block row by block row
     std::vector<uint32_t> offsets;    ///< per block: added to each prediction
     std::vector<uint16_t> counts;     ///< per block: stored cells behind line 0
-    std::vector<uint32_t> residuals;  ///< zigzag; block by block, in each line by line
+    std::vector<uint32_t> residuals;  ///< zigzag; block by block, in each line by line; 16 more behind
 };
 
-/// Chooses the axis and, for each block, the predictor.
+/// Chooses the axis, the value map and, for each block, the predictor. `source` must outlive the plan.
 /// \param quick  tries fewer predictors on fewer lines
-void MakePlan(const GridSource& source, uint32_t width, uint32_t height, bool quick, GridPlan& out);
+/// \param ranks  numbers by rank may be taken where the source has them
+void MakePlan(const GridSource& source, bool quick, bool ranks, GridPlan& out);
 
 }  // namespace kxcodecs::grid

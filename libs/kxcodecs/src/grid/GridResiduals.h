@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "grid/GridPlan.h"
@@ -11,12 +12,18 @@ namespace kxcodecs::grid {
 /// Residuals parted: residual = (token + more) x 2^exponent + low bits; more is 0 but for exceptions, and
 /// tokens are 0 where a chunk has none.
 struct GridResiduals {
-    std::vector<uint8_t> exponents;                ///< per block
-    std::vector<uint8_t> exceptionCounts;          ///< per block
-    std::vector<uint8_t> exceptionPlaces;          ///< among the stored cells of their block
-    std::vector<uint32_t> exceptionMore;           ///< of each exception
-    std::vector<uint8_t> tokens;                   ///< one per stored cell; empty without tokens
-    std::vector<uint16_t> low[kMostExponent + 1];  ///< low bits of all blocks of an exponent
+    std::vector<uint8_t> exponents;        ///< per block
+    std::vector<uint8_t> exceptionCounts;  ///< per block
+    std::vector<uint8_t> exceptionPlaces;  ///< among the stored cells of their block
+    std::vector<uint32_t> exceptionMore;   ///< of each exception
+    std::vector<uint8_t> tokens;           ///< one per stored cell, 16 more behind; empty without tokens
+    std::size_t tokenCount = 0;
+    std::vector<uint16_t> low;                 ///< low bits of all blocks, exponent by exponent
+    std::size_t lowStarts[kMostExponent + 2];  ///< where those of each exponent from 1 on begin
+
+    std::span<const uint16_t> LowOf(uint32_t exponent) const {
+        return {low.data() + lowStarts[exponent], lowStarts[exponent + 1] - lowStarts[exponent]};
+    }
 };
 
 /// False when a block has more exceptions than its count can tell: the chunk is not made for this codec.

@@ -53,6 +53,12 @@ private:
         return shape.axis == Axis::Rows ? std::size_t{line} * shape.width + i
                                         : std::size_t{i} * shape.width + line;
     }
+    bool IsStored(uint32_t line, uint32_t i) const {
+        return m_plan.shape.axis == Axis::Rows ? m_source.IsStored(i, line) : m_source.IsStored(line, i);
+    }
+    uint32_t CodeAt(uint32_t line, uint32_t i) const {
+        return m_source.codes[m_plan.shape.axis == Axis::Rows ? m_source.At(i, line) : m_source.At(line, i)];
+    }
     void FillAprons(uint32_t* line) const {
         const std::size_t padded = std::size_t{m_plan.shape.Groups()} * kBlock;
         std::fill_n(line - kApron, kApron, line[0]);
@@ -80,15 +86,15 @@ private:
             for (uint32_t i = 0; i < kBlock; ++i) {
                 const uint32_t cell = at + i;
                 now[cell] = before[cell];
-                if (cell < shape.LineCells() && m_source.present[CellAt(line, cell)] != 0)
-                    now[cell] = Settle(CellAt(line, cell), predicted[i] + m_plan.offsets[block]);
+                if (cell < shape.LineCells() && IsStored(line, cell))
+                    now[cell] =
+                        Settle(CellAt(line, cell), CodeAt(line, cell), predicted[i] + m_plan.offsets[block]);
             }
         }
         FillAprons(now);
     }
     // Returns the number that the cell has now.
-    uint32_t Settle(std::size_t cell, uint32_t predicted) {
-        const uint32_t code = m_source.codes[cell];
+    uint32_t Settle(std::size_t cell, uint32_t code, uint32_t predicted) {
         const int64_t reach = m_reach[cell];
         if (reach == 0) return code;
         const int64_t residual = static_cast<int32_t>(code - predicted);
@@ -147,7 +153,7 @@ uint64_t SettleValues(std::span<int32_t> values, uint32_t width, uint32_t height
         return 0;
     }
     GridPlan plan;
-    MakePlan(source, width, height, false, plan);
+    MakePlan(source, false, false, plan);
     std::size_t least = ChunkBytes(values, width, height);
     uint64_t moved = 0;
     std::vector<int32_t> best(values.begin(), values.end());

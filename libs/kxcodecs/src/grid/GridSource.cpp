@@ -7,253 +7,341 @@
 #include <cstring>
 #include <limits>
 #include <numeric>
-#include <type_traits>
 
+#include "grid/GridPlaces.h"
+#include "grid/GridPrediction.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "grid/GridSource.cpp"
+#include <hwy/foreach_target.h>
+// Behind foreach_target.
+#include <hwy/highway.h>
+
+#include "grid/GridLanes.h"
+
+#ifndef KXGRID_LIMITS
+#define KXGRID_LIMITS
 namespace kxcodecs::grid {
+struct Limits {
+    int32_t least = std::numeric_limits<int32_t>::max();
+    int32_t greatest = std::numeric_limits<int32_t>::min();
+    std::size_t stored = 0;
+};
+}  // namespace kxcodecs::grid
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace kxcodecs::grid::HWY_NAMESPACE {
 namespace {
 
-// A row or column has a value for its voids when that many cells in a row hold it: noise hardly does.
-constexpr std::size_t kShortestRun = 4;
+// Of the stored cells of so many groups.
+void FindLimits(const uint32_t* cells, const uint16_t* stored, std::size_t groups, Limits& out) {
+    const I32 d;
+    auto least = hn::Set(d, out.least), greatest = hn::Set(d, out.greatest);
+    for (std::size_t g = 0; g < groups; ++g) {
+        const uint32_t word = stored[g];
+        out.stored += CountBits(word);
+        for (std::size_t i = 0; i < kBlock; i += hn::Lanes(d)) {
+            const auto value = hn::BitCast(d, hn::LoadU(U32(), cells + g * kBlock + i));
+            const auto counts = hn::RebindMask(d, LanesOf(LaneBits(word, i)));
+            least = hn::Min(least, hn::IfThenElse(counts, value, least));
+            greatest = hn::Max(greatest, hn::IfThenElse(counts, value, greatest));
+        }
+    }
+    out.least = hn::GetLane(hn::MinOfLanes(d, least));
+    out.greatest = hn::GetLane(hn::MaxOfLanes(d, greatest));
+}
+
+// Stored cells count from `least`; the others become 0.
+void CountFrom(uint32_t least, const uint16_t* stored, std::size_t groups, uint32_t* cells) {
+    const U32 d;
+    for (std::size_t g = 0; g < groups; ++g) {
+        for (std::size_t i = 0; i < kBlock; i += hn::Lanes(d)) {
+            uint32_t* const at = cells + g * kBlock + i;
+            const V value = hn::Sub(hn::LoadU(d, at), hn::Set(d, least));
+            hn::StoreU(hn::IfThenElseZero(LanesOf(LaneBits(stored[g], i)), value), d, at);
+        }
+    }
+}
+
+// Numbers by rank; those that are not stored become 0.
+void Rank(const uint32_t* codes, const uint16_t* stored, std::size_t groups, const uint32_t* rankOf,
+          uint32_t* ranks) {
+    const U32 d;
+    for (std::size_t g = 0; g < groups; ++g) {
+        for (std::size_t i = 0; i < kBlock; i += hn::Lanes(d)) {
+            const std::size_t at = g * kBlock + i;
+            const V rank = hn::GatherIndex(d, rankOf, hn::BitCast(I32(), hn::LoadU(d, codes + at)));
+            hn::StoreU(hn::IfThenElseZero(LanesOf(LaneBits(stored[g], i)), rank), d, ranks + at);
+        }
+    }
+}
+
+// Quotients of a division by an odd number times a power of two: the product with the inverse of the odd one,
+// its lowest bits turned to the front, is small where nothing is left over, and then it is the quotient.
+HWY_INLINE V Quotients(V numbers, uint32_t inverse, int bits) {
+    const U32 d;
+    const V product = hn::Mul(numbers, hn::Set(d, inverse));
+    if (bits == 0) return product;
+    return hn::Or(hn::ShiftRightSame(product, bits), hn::ShiftLeftSame(product, 32 - bits));
+}
+// The first place from `start` on where numbers have a rest; or `count`.
+std::size_t FirstRest(uint32_t inverse, int bits, uint32_t mostQuotient, const uint32_t* numbers,
+                      std::size_t start, std::size_t count) {
+    const U32 d;
+    const std::size_t n = hn::Lanes(d);
+    const V most = hn::Set(d, mostQuotient);
+    for (std::size_t i = start / n * n; i < count; i += n) {
+        const V quotients = Quotients(hn::LoadU(d, numbers + i), inverse, bits);
+        if (!hn::AllTrue(d, hn::Eq(hn::Min(quotients, most), quotients))) return i;
+    }
+    return count;
+}
+void Divide(uint32_t inverse, int bits, std::size_t count, uint32_t* numbers) {
+    const U32 d;
+    for (std::size_t i = 0; i < count; i += hn::Lanes(d))
+        hn::StoreU(Quotients(hn::LoadU(d, numbers + i), inverse, bits), d, numbers + i);
+}
+
+}  // namespace
+}  // namespace kxcodecs::grid::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace kxcodecs::grid {
+
+HWY_EXPORT(FindLimits);
+HWY_EXPORT(CountFrom);
+HWY_EXPORT(Rank);
+HWY_EXPORT(FirstRest);
+HWY_EXPORT(Divide);
+
+namespace {
+
 // No table of ranks is made for values that lie further apart.
-constexpr uint32_t kMostRankSpan = uint32_t{1} << 22;
-// A value so far from all others costs as an exception wherever it appears.
-constexpr uint64_t kFarAway = 256;
+constexpr uint32_t kMostRankSpan = uint32_t{1} << 20;
+// How many cells tell whether there may be few different numbers.
+constexpr std::size_t kSample = 2048;
 
 template <class T>
-std::vector<T> LoadValues(std::span<const unsigned char> bytes) {
-    std::vector<T> values(bytes.size() / sizeof(T));
-    if constexpr (std::endian::native == std::endian::little) {
-        if (!values.empty()) std::memcpy(values.data(), bytes.data(), values.size() * sizeof(T));
-    } else {
-        for (std::size_t i = 0; i < values.size(); ++i) {
-            std::make_unsigned_t<T> value = 0;
-            for (std::size_t k = sizeof(T); k-- > 0;)
-                value = static_cast<std::make_unsigned_t<T>>((value << 7 << 1) | bytes[i * sizeof(T) + k]);
-            values[i] = static_cast<T>(value);
-        }
-    }
-    return values;
-}
-
-template <class T>
-struct Run {
-    std::size_t length = 0;
+T LoadElement(const unsigned char* bytes) {
     T value = 0;
-};
-template <class T>
-Run<T> LongestRun(const T* first, std::size_t count, std::size_t step) {
-    Run<T> best, now;
-    for (std::size_t i = 0; i < count; ++i) {
-        const T value = first[i * step];
-        now.length = now.length > 0 && value == now.value ? now.length + 1 : 1;
-        now.value = value;
-        if (now.length > best.length) best = now;
+    if constexpr (std::endian::native == std::endian::little) {
+        std::memcpy(&value, bytes, sizeof value);
+    } else {
+        for (std::size_t k = sizeof value; k-- > 0;)
+            value = static_cast<T>((value << 7 << 1) | bytes[k]);
     }
-    return best;
+    return value;
 }
 
-// What one kind of void would cover: cells that hold their void value, and how many of them follow another.
-struct Cover {
-    std::size_t cells = 0;
-    std::size_t pairs = 0;
-    bool Clustered() const { return cells > 0 && 2 * pairs >= cells; }
-};
-
 template <class T>
-struct Image {
-    const std::vector<T>& values;
-    std::size_t width, height;
-};
-
-// `downwards`: pairs lie one below the other.
-template <class T, class VoidOf>
-Cover CoverOf(const Image<T>& image, const VoidOf& voidOf, bool downwards = false) {
-    Cover cover;
-    std::vector<uint8_t> above(image.width, 0);
-    std::size_t i = 0;
+void LoadRows(const unsigned char* bytes, const RawImage& image, uint32_t* cells) {
     for (std::size_t y = 0; y < image.height; ++y) {
-        bool left = false;
-        for (std::size_t x = 0; x < image.width; ++x, ++i) {
-            const bool covered = image.values[i] == voidOf(x, y);
-            cover.cells += covered;
-            cover.pairs += covered && (downwards ? above[x] != 0 : left);
-            left = covered;
-            above[x] = covered;
-        }
-    }
-    return cover;
-}
-
-// One value per line of cells that are `step` apart: that of its longest run, or else as the lines before go
-// on.
-template <class T>
-std::vector<T> VoidsOfLines(const T* first, std::size_t lines, std::size_t lineStep, std::size_t cells,
-                            std::size_t step) {
-    using Bits = std::make_unsigned_t<T>;
-    std::vector<T> voids(lines);
-    for (std::size_t line = 0; line < lines; ++line) {
-        const Run<T> run = LongestRun(first + line * lineStep, cells, step);
-        if (run.length >= kShortestRun || line == 0) {
-            voids[line] = run.value;
+        uint32_t* const row = cells + y * image.Stride();
+        const unsigned char* const from = bytes + y * image.width * sizeof(T);
+        if constexpr (sizeof(T) == 4 && std::endian::native == std::endian::little) {
+            std::memcpy(row, from, image.width * sizeof(T));
         } else {
-            const T before = voids[line - 1], beforeThat = line > 1 ? voids[line - 2] : before;
-            voids[line] = static_cast<T>(static_cast<Bits>(
-                static_cast<Bits>(before) + static_cast<Bits>(before) - static_cast<Bits>(beforeThat)));
+            for (std::size_t x = 0; x < image.width; ++x)
+                row[x] = LoadElement<T>(from + x * sizeof(T));
         }
+        std::fill(row + image.width, row + image.Stride(), 0U);
     }
-    return voids;
 }
 
-template <class T>
-uint64_t Widen(T value) {
-    return static_cast<uint64_t>(static_cast<int64_t>(value));
-}
-
-// The distance of the value nearest to `value` that is another one.
-template <class T>
-uint64_t NearestOther(const std::vector<T>& values, T value) {
-    uint64_t nearest = std::numeric_limits<uint64_t>::max();
-    for (const T other : values) {
-        if (other == value) continue;
-        nearest =
-            std::min(nearest, other > value ? Widen(other) - Widen(value) : Widen(value) - Widen(other));
+// Numbers of 8 bytes that lie within 32 bits; zeros may lie elsewhere, if all of them are void.
+struct Wide {
+    uint64_t base = 0;
+    bool zerosAreVoid = false;
+    bool good = false;
+};
+constexpr uint32_t kVoidZero = 0x7FFFFFFF;
+Wide LoadWideRows(const unsigned char* bytes, const RawImage& image, uint32_t* cells) {
+    const std::size_t count = std::size_t{image.width} * image.height;
+    const auto value = [&](std::size_t i) {
+        return static_cast<int64_t>(LoadElement<uint64_t>(bytes + 8 * i));
+    };
+    int64_t least = std::numeric_limits<int64_t>::max(), greatest = std::numeric_limits<int64_t>::min();
+    bool zeros = false;
+    for (std::size_t i = 0; i < count; ++i) {
+        const int64_t v = value(i);
+        zeros = zeros || v == 0;
+        if (v == 0) continue;
+        least = std::min(least, v);
+        greatest = std::max(greatest, v);
     }
-    return nearest;
-}
-
-template <class T, class VoidOf>
-void SetPresence(const Image<T>& image, const VoidOf& voidOf, GridSource& out) {
+    if (least > greatest) least = greatest = 0;
+    const auto span = [](int64_t a, int64_t b) {
+        return static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
+    };
+    const int64_t withZero[2] = {zeros ? std::min<int64_t>(least, 0) : least,
+                                 zeros ? std::max<int64_t>(greatest, 0) : greatest};
+    constexpr uint64_t kMost = std::numeric_limits<uint32_t>::max();
+    Wide out;
+    if (span(withZero[0], withZero[1]) <= kMost) {
+        least = withZero[0];
+    } else if (span(least, greatest) < kMost) {
+        out.zerosAreVoid = true;
+    } else {
+        return out;
+    }
+    out.good = true;
+    constexpr uint64_t kHalf = uint64_t{1} << 31;
+    out.base = static_cast<uint64_t>(least) + kHalf;
     std::size_t i = 0;
     for (std::size_t y = 0; y < image.height; ++y) {
-        for (std::size_t x = 0; x < image.width; ++x, ++i)
-            out.present[i] = image.values[i] == voidOf(x, y) ? 0 : 1;
+        uint32_t* const row = cells + y * image.Stride();
+        for (std::size_t x = 0; x < image.width; ++x, ++i) {
+            const int64_t v = value(i);
+            row[x] = out.zerosAreVoid && v == 0 ? kVoidZero
+                                                : static_cast<uint32_t>(static_cast<uint64_t>(v) - out.base);
+        }
+        std::fill(row + image.width, row + image.Stride(), 0U);
     }
+    return out;
 }
 
-template <class T>
-void FindVoids(const Image<T>& image, GridSource& out) {
-    const auto& values = image.values;
-    T constant = LongestRun(values.data(), values.size(), 1).value;
-    Cover ofConstant = CoverOf(image, [&](std::size_t, std::size_t) { return constant; });
-    bool constantHelps = ofConstant.Clustered();
-    if (!constantHelps) {
-        constant = 0;
-        ofConstant = CoverOf(image, [&](std::size_t, std::size_t) { return constant; });
-        constantHelps =
-            ofConstant.Clustered() || (ofConstant.cells > 0 && NearestOther(values, constant) >= kFarAway);
-    }
-    const auto rows = VoidsOfLines(values.data(), image.height, image.width, image.width, 1);
-    const Cover ofRows = CoverOf(image, [&](std::size_t, std::size_t y) { return rows[y]; });
-    const auto columns = VoidsOfLines(values.data(), image.width, 1, image.height, image.width);
-    const Cover ofColumns = CoverOf(
-        image, [&](std::size_t x, std::size_t) { return columns[x]; }, true);
-
-    std::size_t covered = constantHelps ? ofConstant.cells + ofConstant.cells / 16 + 16 : values.size() / 64;
-    if (constantHelps) out.voidKind = VoidKind::Constant;
-    if (ofColumns.Clustered() && ofColumns.cells > covered) {
-        out.voidKind = VoidKind::PerColumn;
-        covered = ofColumns.cells;
-    }
-    if (ofRows.Clustered() && ofRows.cells > covered) out.voidKind = VoidKind::PerRow;
-
-    const auto take = [&](const std::vector<T>& list) {
-        for (const T value : list)
-            out.voids.push_back(Widen(value));
-    };
-    switch (out.voidKind) {
-        case VoidKind::None:
-            std::fill(out.present.begin(), out.present.end(), uint8_t{1});
-            break;
-        case VoidKind::Constant:
-            out.voids.push_back(Widen(constant));
-            SetPresence(
-                image, [&](std::size_t, std::size_t) { return constant; }, out);
-            break;
-        case VoidKind::PerRow:
-            take(rows);
-            SetPresence(
-                image, [&](std::size_t, std::size_t y) { return rows[y]; }, out);
-            break;
-        case VoidKind::PerColumn:
-            take(columns);
-            SetPresence(
-                image, [&](std::size_t x, std::size_t) { return columns[x]; }, out);
-            break;
-    }
+uint32_t InverseOf(uint32_t odd) {
+    uint32_t inverse = odd;  // right in the lowest three bits; each round doubles them
+    for (int round = 0; round < 4; ++round)
+        inverse *= 2 - odd * inverse;
+    return inverse;
 }
 
-// Numbers with a common step, or few different ones in a wide span, become smaller numbers.
-void PackHistogram(GridSource& out, uint32_t greatest, bool ranks) {
+// Takes the greatest common divisor out of all numbers, whose count is a multiple of 16. \return it
+uint32_t TakeStep(std::vector<uint32_t>& numbers, std::size_t count) {
     uint32_t step = 0;
-    for (std::size_t i = 0; i < out.codes.size() && step != 1; ++i) {
-        if (out.present[i]) step = std::gcd(step, out.codes[i]);
+    for (std::size_t i = 0; i < count && step != 1;) {
+        if (step == 0) {
+            step = numbers[i++];
+            continue;
+        }
+        const int bits = std::countr_zero(step);
+        i = HWY_DYNAMIC_DISPATCH(FirstRest)(InverseOf(step >> bits), bits,
+                                            std::numeric_limits<uint32_t>::max() / step, numbers.data(), i,
+                                            count);
+        for (std::size_t k = i; k < std::min(count, i + kBlock); ++k)
+            step = std::gcd(step, numbers[k]);
     }
-    if (step > 1) {
-        out.step = step;
-        for (uint32_t& code : out.codes)
-            code /= step;
-        greatest /= step;
+    if (step <= 1) return 1;
+    const int bits = std::countr_zero(step);
+    HWY_DYNAMIC_DISPATCH(Divide)(InverseOf(step >> bits), bits, count, numbers.data());
+    return step;
+}
+
+// Whether a sample of the numbers repeats itself as few different ones do.
+// \param mostTenths  so many tenths of the sample may be different
+bool MayBeFew(const GridSource& source, std::size_t mostTenths) {
+    constexpr uint32_t kPlaces = 4 * kSample;
+    const std::size_t cells = source.found.stored.size() * kBlock;
+    const std::size_t step = std::max<std::size_t>(1, cells / kSample) | 1;
+    std::vector<uint32_t> seen(kPlaces, 0);
+    std::size_t sampled = 0, distinct = 0;
+    for (std::size_t i = 0; i < cells && sampled < kSample; i += step) {
+        if (((source.found.stored[i / kBlock] >> (i % kBlock)) & 1) == 0) continue;
+        ++sampled;
+        const uint32_t key = source.codes[i] + 1;
+        uint32_t at = (key * 0x9E3779B1U) >> 19;
+        while (seen[at] != 0 && seen[at] != key)
+            at = (at + 1) % kPlaces;
+        distinct += seen[at] == 0;
+        seen[at] = key;
     }
-    if (!ranks || greatest < 2 || greatest >= kMostRankSpan) return;
+    return 10 * distinct <= mostTenths * sampled || sampled < 64;
+}
+
+// A table of the numbers that appear, where they are few in a wide span.
+void MakeRanks(uint32_t greatest, uint32_t elementBytes, GridSource& out) {
+    if (greatest < 2 || greatest >= kMostRankSpan || !MayBeFew(out, elementBytes <= 2 ? 9 : 5)) return;
     std::vector<uint32_t> rankOf(std::size_t{greatest} + 1);
-    for (std::size_t i = 0; i < out.codes.size(); ++i)
-        rankOf[out.codes[i]] |= out.present[i];
+    const std::size_t groups = out.found.stored.size();
+    for (std::size_t g = 0; g < groups; ++g) {
+        const uint32_t* const codes = out.codes.data() + g * kBlock;
+        uint32_t word = out.found.stored[g];
+        if (word == 0xFFFF) {
+            for (std::size_t i = 0; i < kBlock; ++i)
+                rankOf[codes[i]] = 1;
+        } else {
+            for (; word != 0; word &= word - 1)
+                rankOf[codes[std::countr_zero(word)]] = 1;
+        }
+    }
     const auto distinct = std::accumulate(rankOf.begin(), rankOf.end(), uint32_t{0});
     const double saved = std::log2(static_cast<double>(greatest) / std::max<uint32_t>(1, distinct));
-    const double tableBits = static_cast<double>(distinct) * (saved + 3);
-    if (saved < 0.2 || tableBits > 0.5 * saved * static_cast<double>(out.presentCount)) return;
-    out.map = ValueMap::Ranks;
+    out.tableBits = static_cast<double>(distinct) * (saved + 3);
+    if (saved < 0.2 || out.tableBits > 0.5 * saved * static_cast<double>(out.presentCount)) return;
     for (uint32_t code = 0; code <= greatest; ++code) {
         if (rankOf[code] == 0) continue;
         rankOf[code] = static_cast<uint32_t>(out.table.size());
         out.table.push_back(code * out.step);
     }
-    for (std::size_t i = 0; i < out.codes.size(); ++i)
-        out.codes[i] = out.present[i] ? rankOf[out.codes[i]] : 0;
-    out.step = 1;
-}
-
-template <class T>
-bool TakeApartAs(std::span<const unsigned char> bytes, uint32_t width, uint32_t height, bool ranks,
-                 GridSource& out) {
-    const std::vector<T> values = LoadValues<T>(bytes);
-    out.present.assign(values.size(), 1);
-    FindVoids(Image<T>{values, width, height}, out);
-    T least = std::numeric_limits<T>::max(), greatest = std::numeric_limits<T>::min();
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        if (!out.present[i]) continue;
-        ++out.presentCount;
-        least = std::min(least, values[i]);
-        greatest = std::max(greatest, values[i]);
-    }
-    out.codes.assign(values.size(), 0);
-    if (out.presentCount == 0) return true;
-    const uint64_t span = Widen(greatest) - Widen(least);
-    if (span > std::numeric_limits<uint32_t>::max()) return false;
-    out.base = Widen(least);
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        if (out.present[i]) out.codes[i] = static_cast<uint32_t>(Widen(values[i]) - out.base);
-    }
-    PackHistogram(out, static_cast<uint32_t>(span), ranks);
-    return true;
+    out.ranks.resize(out.codes.size());
+    HWY_DYNAMIC_DISPATCH(Rank)
+    (out.codes.data(), out.found.stored.data(), groups, rankOf.data(), out.ranks.data());
 }
 
 }  // namespace
 
 bool TakeApart(std::span<const unsigned char> bytes, uint32_t width, uint32_t height, bool ranks,
                GridSource& out) {
+    RawImage image{nullptr, width, height};
+    const std::size_t groups = image.Groups() * height;
+    const std::size_t blockRows = (std::size_t{height} + kBlock - 1) / kBlock;
+    out.codes.resize(image.Stride() * blockRows * kBlock + kBlock);
+    image.cells = out.codes.data();
+    out.width = width;
+    out.height = height;
+    out.voids.clear();
+    out.table.clear();
+    out.base = 0;
+    out.step = 1;
+    Wide wide;
     switch (bytes.size() / (uint64_t{width} * height)) {
         case 1:
-            return TakeApartAs<uint8_t>(bytes, width, height, ranks, out);
+            LoadRows<uint8_t>(bytes.data(), image, out.codes.data());
+            break;
         case 2:
-            return TakeApartAs<uint16_t>(bytes, width, height, ranks, out);
+            LoadRows<uint16_t>(bytes.data(), image, out.codes.data());
+            break;
         case 4:
-            return TakeApartAs<int32_t>(bytes, width, height, ranks, out);
+            LoadRows<uint32_t>(bytes.data(), image, out.codes.data());
+            break;
         case 8:
-            return TakeApartAs<int64_t>(bytes, width, height, ranks, out);
+            wide = LoadWideRows(bytes.data(), image, out.codes.data());
+            if (!wide.good) return false;
+            break;
         default:
             return false;
     }
+    const auto widen = [&](uint32_t raw) {
+        return wide.base + static_cast<uint64_t>(int64_t{static_cast<int32_t>(raw)});
+    };
+    if (wide.zerosAreVoid) {
+        TakeVoid(image, kVoidZero, out.found);
+        out.voids.push_back(0);
+    } else {
+        FindVoids(image, out.found);
+        for (const uint32_t value : out.found.values)
+            out.voids.push_back(widen(value));
+    }
+    out.voidKind = out.found.kind;
+    Limits limits;
+    HWY_DYNAMIC_DISPATCH(FindLimits)(out.codes.data(), out.found.stored.data(), groups, limits);
+    out.presentCount = limits.stored;
+    if (limits.stored == 0) {
+        std::fill(out.codes.begin(), out.codes.end(), 0U);
+        return true;
+    }
+    const auto least = static_cast<uint32_t>(limits.least);
+    out.base = widen(least);
+    HWY_DYNAMIC_DISPATCH(CountFrom)(least, out.found.stored.data(), groups, out.codes.data());
+    out.step = TakeStep(out.codes, groups * kBlock);
+    if (ranks)
+        MakeRanks((static_cast<uint32_t>(limits.greatest) - least) / out.step,
+                  static_cast<uint32_t>(bytes.size() / (uint64_t{width} * height)), out);
+    return true;
 }
 
 }  // namespace kxcodecs::grid
+#endif
