@@ -28,7 +28,7 @@ struct Block {
     const uint16_t* mask;
     std::size_t maskStep;
     uint32_t lines;
-    HWY_ALIGN uint32_t differences[kBlockCells];  // 0 in cells that are not stored
+    alignas(64) uint32_t differences[kBlockCells];  // 0 in cells that are not stored
 };
 
 HWY_INLINE V Size(V difference) {

@@ -25,29 +25,36 @@ struct Scratch {
     Parameters parameters;
     std::vector<uint16_t> mask;
     std::vector<uint8_t> tokens;
-    std::vector<uint16_t> low;
+    LineVector<uint16_t> low;
     std::vector<BlockInput> blocks;
-    std::vector<uint32_t> lines;
-    std::vector<uint32_t> residuals;
+    LineVector<uint32_t> lines;
+    LineVector<uint32_t> residuals;
     std::vector<const uint32_t*> next;
     std::vector<uint32_t> order;
-    std::vector<uint32_t> values;
+    LineVector<uint32_t> values;
 };
 
-template <class T>
-void Grow(std::vector<T>& values, std::size_t count) {
+template <class Values>
+void Grow(Values& values, std::size_t count) {
     if (values.size() < count) values.resize(count);
 }
 
-// Counts the stored cells of every block behind line 0. `all`: of the whole chunk.
-void CountBlocks(const Shape& shape, Scratch& scratch, std::size_t& all, std::size_t ofExponent[]) {
+// Counts the stored cells of every block behind line 0. `full`: they are all. `all`: of the whole chunk.
+void CountBlocks(const Shape& shape, bool full, Scratch& scratch, std::size_t& all,
+                 std::size_t ofExponent[]) {
     const std::size_t groups = shape.Groups();
     const Parameters& p = scratch.parameters;
     for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
         const uint32_t first = std::max(1U, blockRow * kBlock);
         const uint32_t end = std::min(shape.Lines(), (blockRow + 1) * kBlock);
         BlockInput* const blocks = scratch.blocks.data() + blockRow * groups;
-        CountBlockRow(scratch.mask.data() + first * groups, groups, end > first ? end - first : 0, blocks);
+        const uint32_t lines = end > first ? end - first : 0;
+        if (full) {
+            for (std::size_t group = 0; group < groups; ++group)
+                blocks[group].stored = static_cast<uint16_t>(lines * kBlock);
+        } else {
+            CountBlockRow(scratch.mask.data() + first * groups, groups, lines, blocks);
+        }
         for (std::size_t group = 0; group < groups; ++group) {
             const std::size_t stored = blocks[group].stored;
             all += stored;
@@ -172,7 +179,8 @@ bool DecodeWith(Scratch& scratch, std::span<const unsigned char> payload, const 
         return false;
     Grow(scratch.blocks, blocks);
     std::size_t all = 0, ofExponent[kMostExponent + 1] = {}, starts[kMostExponent + 1];
-    CountBlocks(shape, scratch, all, ofExponent);
+    CountBlocks(shape, parts.header.voidKind == VoidKind::None && shape.LineCells() % kBlock == 0, scratch,
+                all, ofExponent);
     if (!BlocksAreSound(p, scratch.blocks, blocks)) return false;
 
     const bool tokens = parts.header.form == Form::Tokens;

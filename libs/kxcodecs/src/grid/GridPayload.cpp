@@ -7,6 +7,7 @@
 #include "ByteFilter.h"
 #include "ZstdFrame.h"
 #include "grid/GridPacking.h"
+#include "grid/GridSimd.h"
 #include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
 #include "kxbase/Sizes.h"
@@ -19,7 +20,7 @@ using Bytes = std::vector<unsigned char>;
 // Levels of the small frames, which are a few per cent of a chunk: FAST, parameters and mask of BALANCED.
 constexpr int kFastLevel = 1;
 constexpr int kParameterLevel = 6;
-constexpr int kMaskLevel = 12;
+constexpr int kMaskLevel = 6;
 
 uint64_t Zigzag64(uint64_t value) {
     return (value << 1) ^ (0 - (value >> 63));
@@ -109,37 +110,7 @@ Bytes ParameterBytes(const GridSource& source, const GridPlan& plan, const GridR
     return out;
 }
 
-uint32_t LoadWord(const unsigned char* bytes) {
-    return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
-           static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-}
-
 }  // namespace
-
-uint32_t CheckOf(std::span<const unsigned char> front, uint32_t width, uint32_t height, uint64_t elementBytes,
-                 std::span<const unsigned char> bytes) noexcept {
-    constexpr std::size_t kLanes = 16, kRow = kLanes * 4;
-    uint32_t sums[kLanes] = {}, sumsOfSums[kLanes] = {};
-    const auto add = [&](const unsigned char* row) {
-        for (std::size_t lane = 0; lane < kLanes; ++lane) {
-            sums[lane] += LoadWord(row + 4 * lane);
-            sumsOfSums[lane] += sums[lane];
-        }
-    };
-    std::size_t at = 0;
-    for (; at + kRow <= bytes.size(); at += kRow)
-        add(bytes.data() + at);
-    unsigned char last[kRow] = {};
-    std::copy(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end(), last);
-    add(last);
-    uint32_t hash = HashOf({LoadWord(front.data()), width, height, static_cast<uint32_t>(elementBytes),
-                            static_cast<uint32_t>(bytes.size())});
-    for (std::size_t lane = 0; lane < kLanes; ++lane) {
-        hash = (hash ^ sums[lane]) * 0x9E3779B1U;
-        hash = (hash ^ (hash >> 15) ^ sumsOfSums[lane]) * 0x85EBCA77U;
-    }
-    return hash ^ (hash >> 13);
-}
 
 uint64_t LeastPayloadBytes(uint64_t decodedBytes) {
     return std::max<uint64_t>(PayloadHeader::kByteSize,
@@ -269,23 +240,26 @@ bool ReadMask(const PayloadParts& parts, const Shape& shape, Bytes& scratch, std
     const std::size_t words = shape.MaskWords(), groups = shape.Groups();
     const uint32_t tail = shape.LineCells() % kBlock;
     const auto lastWord = static_cast<uint16_t>(tail == 0 ? 0xFFFFU : (1U << tail) - 1);
-    mask.resize(words);
     if (parts.header.voidKind == VoidKind::None) {
-        for (std::size_t i = 0; i < words; ++i)
-            mask[i] = (i + 1) % groups == 0 ? lastWord : uint16_t{0xFFFF};
+        mask.assign(words, 0xFFFF);
+        for (std::size_t i = groups; i <= words; i += groups)
+            mask[i - 1] = lastWord;
         return true;
     }
+    mask.resize(words);
     const uint64_t bytes = kxbase::SizeProduct(words, 2);
     if (bytes > kxbase::SizeProduct(parts.mask.size(), kMostZstdExpansion)) return false;
     if (scratch.size() < bytes) scratch.resize(bytes);
     if (!UnpackZstdFrame(parts.mask, {scratch.data(), static_cast<std::size_t>(bytes)})) return false;
-    const auto changeOf = [&](std::size_t i) {
-        return static_cast<uint32_t>(scratch[2 * i]) | static_cast<uint32_t>(scratch[2 * i + 1]) << 8;
+    const auto xorLine = [groups](const unsigned char* change, const uint16_t* before,
+                                  uint16_t* KXGRID_RESTRICT now) {
+        for (std::size_t i = 0; i < groups; ++i)
+            now[i] = static_cast<uint16_t>(before[i] ^ (change[2 * i] | change[2 * i + 1] << 8));
     };
-    for (std::size_t i = 0; i < groups; ++i)
-        mask[i] = static_cast<uint16_t>(changeOf(i));
-    for (std::size_t i = groups; i < words; ++i)
-        mask[i] = static_cast<uint16_t>(changeOf(i) ^ mask[i - groups]);
+    const std::vector<uint16_t> none(groups);
+    xorLine(scratch.data(), none.data(), mask.data());
+    for (std::size_t i = groups; i < words; i += groups)
+        xorLine(scratch.data() + 2 * i, mask.data() + i - groups, mask.data() + i);
     uint32_t beyond = 0;
     for (std::size_t i = groups; i <= words; i += groups)
         beyond |= mask[i - 1] & ~static_cast<uint32_t>(lastWord);

@@ -109,7 +109,7 @@ void TryPlane(const Plane& plane, std::span<const Predictor> tried, Trial& trial
     }
 }
 
-Trial TryAxis(const GridSource& source, const std::vector<uint32_t>& codes, Axis axis,
+Trial TryAxis(const GridSource& source, const LineVector<uint32_t>& codes, Axis axis,
               std::span<const ImagePart> tiles, std::span<const Predictor> tried, Plane& plane) {
     Trial trial;
     trial.of.resize(tried.size());
@@ -181,7 +181,7 @@ public:
             for (const uint32_t* const end = residual + count; residual < end; ++residual) {
                 sum += *residual;
                 ++m_counts[std::min(*residual, kMostToken)];
-                if (*residual > kMostToken) m_beyond += std::bit_width(*residual / kMostToken);
+                if (*residual > kMostToken) m_beyond += std::bit_width(*residual);
             }
             m_bySize += count * (kNoiseBits + std::log2(1.0 + sum / count));
             m_all += count;
@@ -204,7 +204,7 @@ private:
 };
 
 // The residuals of an axis when samples are planned as the chunk will be.
-ResidualBits PlannedBits(const GridSource& source, const std::vector<uint32_t>& codes, Axis axis,
+ResidualBits PlannedBits(const GridSource& source, const LineVector<uint32_t>& codes, Axis axis,
                          std::span<const ImagePart> tiles, const Trial& trial, const Effort& effort,
                          GridPlan& scratch) {
     ResidualBits bits;
@@ -227,7 +227,7 @@ void MakePlan(const GridSource& source, bool quick, bool ranks, GridPlan& out) {
     bool chosen = false;
     for (const ValueMap map : {ValueMap::Step, ValueMap::Ranks}) {
         if (map == ValueMap::Ranks && (!ranks || source.table.empty())) continue;
-        const std::vector<uint32_t>& codes = map == ValueMap::Step ? source.codes : source.ranks;
+        const LineVector<uint32_t>& codes = map == ValueMap::Step ? source.codes : source.ranks;
         Trial trials[2];
         double bits[2];
         for (const Axis axis : {Axis::Rows, Axis::Columns}) {
@@ -255,7 +255,7 @@ void MakePlan(const GridSource& source, bool quick, bool ranks, GridPlan& out) {
         out.map = map;
         out.shape = Shape{source.width, source.height, static_cast<Axis>(better)};
     }
-    const std::vector<uint32_t>& codes = out.map == ValueMap::Step ? source.codes : source.ranks;
+    const LineVector<uint32_t>& codes = out.map == ValueMap::Step ? source.codes : source.ranks;
     out.plane.Take(codes.data(), source.found.stored.data(), source.width,
                    {0, 0, source.width, source.height}, out.shape.axis);
     out.firstLine.assign(out.plane.Line(0), out.plane.Line(0) + out.shape.LineCells());

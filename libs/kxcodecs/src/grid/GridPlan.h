@@ -19,7 +19,7 @@ struct GridPlan {
     std::vector<uint8_t> predictors;  ///< per block, block row by block row
     std::vector<uint32_t> offsets;    ///< per block: added to each prediction
     std::vector<uint16_t> counts;     ///< per block: stored cells behind line 0
-    std::vector<uint32_t> residuals;  ///< zigzag; block by block, in each line by line; 16 more behind
+    LineVector<uint32_t> residuals;   ///< zigzag; block by block, in each line by line; 16 more behind
 };
 
 /// Chooses the axis, the value map and, for each block, the predictor. `source` must outlive the plan.

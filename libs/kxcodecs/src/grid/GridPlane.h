@@ -36,8 +36,8 @@ private:
     uint32_t m_count = 0;
     std::size_t m_groups = 0;
     const uint16_t* m_mask = nullptr;
-    std::vector<uint32_t> m_lines;
-    std::vector<uint32_t> m_turned;
+    LineVector<uint32_t> m_lines;
+    LineVector<uint32_t> m_turned;
     std::vector<uint16_t> m_ownMask;
 };
 

@@ -210,7 +210,7 @@ uint32_t InverseOf(uint32_t odd) {
 }
 
 // Takes the greatest common divisor out of all numbers, whose count is a multiple of 16. \return it
-uint32_t TakeStep(std::vector<uint32_t>& numbers, std::size_t count) {
+uint32_t TakeStep(LineVector<uint32_t>& numbers, std::size_t count) {
     uint32_t step = 0;
     for (std::size_t i = 0; i < count && step != 1;) {
         if (step == 0) {

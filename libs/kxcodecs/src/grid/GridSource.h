@@ -26,10 +26,10 @@ struct GridSource {
     uint32_t step = 1;
     std::size_t presentCount = 0;
     VoidsFound found;             ///< its `stored`: the mask, row by row
-    std::vector<uint32_t> codes;  ///< numbers by step, as a `RawImage`, 0 in cells that are not
+    LineVector<uint32_t> codes;   ///< numbers by step, as a `RawImage`, 0 in cells that are not
                                   ///< stored; rows up to a multiple of 16 are there
     std::vector<uint32_t> table;  ///< ascending; empty where ranks would not pay for it
-    std::vector<uint32_t> ranks;  ///< numbers by rank, where there is a table
+    LineVector<uint32_t> ranks;   ///< numbers by rank, where there is a table
     double tableBits = 0;         ///< about what the table takes
 
     bool IsStored(std::size_t x, std::size_t y) const {

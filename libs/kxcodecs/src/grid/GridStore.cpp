@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <type_traits>
 
 #include "grid/GridPlaces.h"
 #include "grid/GridPrediction.h"
@@ -198,18 +199,61 @@ HWY_INLINE void TurnInto(const uint32_t* from, std::size_t stride, unsigned char
 #endif
 }
 
-// Stores `count` values, up to 16, as elements.
-template <class T>
-HWY_INLINE void StoreElements(const uint32_t* values, uint32_t count, unsigned char* out) {
-    if (count == kBlock && std::endian::native == std::endian::little) {
-        T elements[kBlock];
-        for (std::size_t i = 0; i < kBlock; i += hn::Lanes(U32()))
-            StoreLanes(hn::LoadU(U32(), values + i), elements + i);
-        std::memcpy(out, elements, sizeof elements);
-    } else {
-        for (uint32_t i = 0; i < count; ++i)
-            StoreElement<T>(out + i * sizeof(T), static_cast<T>(values[i]));
+// The same of elements of 2 bytes.
+HWY_INLINE void TurnInto(const uint16_t* from, std::size_t stride, unsigned char* HWY_RESTRICT out,
+                         std::size_t step) {
+#if HWY_TARGET == HWY_SCALAR
+    for (uint32_t y = 0; y < kBlock; ++y) {
+        for (uint32_t x = 0; x < kBlock; ++x)
+            std::memcpy(out + x * step + y * 2, from + y * stride + x, 2);
     }
+#else
+    const hn::FixedTag<uint16_t, 8> d;
+    const hn::Repartition<uint8_t, decltype(d)> bytes;
+    using Eight = hn::Vec<decltype(d)>;
+    for (uint32_t x = 0; x < kBlock; x += 8) {
+        for (uint32_t y = 0; y < kBlock; y += 8) {
+            const uint16_t* const at = from + y * stride + x;
+            Eight a = hn::LoadU(d, at), b = hn::LoadU(d, at + stride), c = hn::LoadU(d, at + 2 * stride),
+                  e = hn::LoadU(d, at + 3 * stride), f = hn::LoadU(d, at + 4 * stride),
+                  g = hn::LoadU(d, at + 5 * stride), h = hn::LoadU(d, at + 6 * stride),
+                  i = hn::LoadU(d, at + 7 * stride);
+            // Three times the first half of the lines is mixed with the second one.
+            for (int round = 0; round < 3; ++round) {
+                const Eight a2 = hn::InterleaveLower(d, a, f), b2 = hn::InterleaveUpper(d, a, f);
+                const Eight c2 = hn::InterleaveLower(d, b, g), e2 = hn::InterleaveUpper(d, b, g);
+                const Eight f2 = hn::InterleaveLower(d, c, h), g2 = hn::InterleaveUpper(d, c, h);
+                const Eight h2 = hn::InterleaveLower(d, e, i), i2 = hn::InterleaveUpper(d, e, i);
+                a = a2;
+                b = b2;
+                c = c2;
+                e = e2;
+                f = f2;
+                g = g2;
+                h = h2;
+                i = i2;
+            }
+            unsigned char* const to = out + x * step + y * 2;
+            const auto put = [&](uint32_t row, Eight values)
+                                 HWY_ATTR { hn::StoreU(hn::BitCast(bytes, values), bytes, to + row * step); };
+            put(0, a);
+            put(1, b);
+            put(2, c);
+            put(3, e);
+            put(4, f);
+            put(5, g);
+            put(6, h);
+            put(7, i);
+        }
+    }
+#endif
+}
+
+// Stores `count` values as elements.
+template <class T, class Kept>
+HWY_INLINE void StoreElements(const Kept* values, uint32_t count, unsigned char* out) {
+    for (uint32_t i = 0; i < count; ++i)
+        StoreElement<T>(out + i * sizeof(T), static_cast<T>(values[i]));
 }
 
 template <class T>
@@ -219,6 +263,10 @@ bool PutRows(const Lines& l) {
     bool good = true;
     T* const values = reinterpret_cast<T*>(l.scratch);
     for (uint32_t line = 0; line < l.lines; ++line, out += rowBytes) {
+        if (cells % kBlock == 0 && std::endian::native == std::endian::little) {
+            good = MakeValues(l, line, reinterpret_cast<T*>(out)) && good;
+            continue;
+        }
         good = MakeValues(l, line, values) && good;
         if constexpr (std::endian::native == std::endian::little) {
             std::memcpy(out, values, rowBytes);
@@ -232,14 +280,16 @@ bool PutRows(const Lines& l) {
 
 // The values of whole columns are kept, and turned when the last one is there: so the rows of the image are
 // filled from left to right. They go through a band of 16 rows that stays in the cache, because memory wants
-// to be written in one go.
+// to be written in one go. Elements of a byte are kept as 4.
 template <class T>
 bool PutColumns(const Lines& l) {
+    using Kept = std::conditional_t<sizeof(T) == 1, uint32_t, T>;
     const std::size_t rowBytes = std::size_t{l.shape.width} * sizeof(T);
     const std::size_t padded = std::size_t{l.shape.Groups()} * kBlock;
+    Kept* const kept = reinterpret_cast<Kept*>(l.scratch);
     bool good = true;
     for (uint32_t line = 0; line < l.lines; ++line)
-        good = MakeValues(l, line, l.scratch + (l.firstLine + line) * padded) && good;
+        good = MakeValues(l, line, kept + (l.firstLine + line) * padded) && good;
     if (l.firstLine + l.lines < l.shape.Lines() || !good) return good;
     unsigned char* const band =
         reinterpret_cast<unsigned char*>(l.scratch + std::size_t{l.shape.BlockRows()} * kBlock * padded);
@@ -248,12 +298,12 @@ bool PutColumns(const Lines& l) {
         for (uint32_t first = 0; first < l.shape.Lines(); first += kBlock) {
             const uint32_t lines = std::min(kBlock, l.shape.Lines() - first);
             unsigned char* out = band + first * sizeof(T);
-            const uint32_t* const values = l.scratch + first * padded + std::size_t{group} * kBlock;
-            if (sizeof(T) == 4 && lines == kBlock && std::endian::native == std::endian::little) {
+            const Kept* const values = kept + first * padded + std::size_t{group} * kBlock;
+            if (sizeof(T) > 1 && lines == kBlock && std::endian::native == std::endian::little) {
                 TurnInto(values, padded, out, rowBytes);
                 continue;
             }
-            HWY_ALIGN uint32_t turned[kBlock][kBlock];
+            HWY_ALIGN Kept turned[kBlock][kBlock];
             TurnInto(values, padded, reinterpret_cast<unsigned char*>(turned), sizeof turned[0]);
             for (uint32_t i = 0; i < cells; ++i, out += rowBytes)
                 StoreElements<T>(turned[i], lines, out);
@@ -293,7 +343,7 @@ namespace kxcodecs::grid {
 HWY_EXPORT(Put);
 
 ElementStore::ElementStore(const Shape& shape, const PayloadHeader& header, const Parameters& parameters,
-                           std::vector<uint32_t>& scratch, std::span<unsigned char> out)
+                           LineVector<uint32_t>& scratch, std::span<unsigned char> out)
     : m_shape(shape), m_header(header), m_parameters(parameters), m_scratch(scratch), m_out(out) {
     const std::size_t padded = std::size_t{shape.Groups()} * kBlock;
     const std::size_t paddedLines = std::size_t{shape.BlockRows()} * kBlock;

@@ -16,7 +16,7 @@ class ElementStore {
 public:
     /// Everything is borrowed. `scratch` becomes as large as it must.
     ElementStore(const Shape& shape, const PayloadHeader& header, const Parameters& parameters,
-                 std::vector<uint32_t>& scratch, std::span<unsigned char> out);
+                 LineVector<uint32_t>& scratch, std::span<unsigned char> out);
 
     /// Line `firstLine` and up to 15 more, in turn. Where lines are columns nothing is put before the last
     /// one is there. False when a number has no value.
@@ -27,7 +27,7 @@ private:
     const Shape& m_shape;
     const PayloadHeader& m_header;
     const Parameters& m_parameters;
-    std::vector<uint32_t>& m_scratch;
+    LineVector<uint32_t>& m_scratch;
     std::span<unsigned char> m_out;
 };
 

@@ -3,16 +3,41 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <new>
 #include <span>
 #include <vector>
 
 #include "kxcodecs/ChunkHeader.h"
 
-// What the stages of the grid codec share. The stages, in the order of encoding: lines and voids
-// (GridLines), mask (GridMask), value map (GridValueMap), prediction (GridPrediction), residuals and
-// exponents (GridResiduals), packing (GridPacking); GridPayload puts them together and holds the layout.
+// What the stages of the grid codec share. The stages, in the order of encoding: voids (GridVoids), value map
+// (GridSource), lines (GridPlane), prediction (GridPlan, GridBlockChoice), residuals and exponents
+// (GridResiduals), packing (GridPacking); GridPayload puts them together and holds the layout. Back again:
+// GridPayload, GridPacking, GridBlockRow for the lines, GridStore for the values; GridDecode puts them
+// together.
 
 namespace kxcodecs::grid {
+
+/// Memory that begins with a cache line: vectors of that size then never lie in two of them.
+template <class T>
+struct CacheLineAllocator {
+    using value_type = T;
+    static constexpr std::align_val_t kAlignment{64};
+    CacheLineAllocator() = default;
+    template <class U>
+    explicit CacheLineAllocator(const CacheLineAllocator<U>& /*other*/) {}
+    T* allocate(std::size_t count) {
+        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
+        return static_cast<T*>(::operator new(count * sizeof(T), kAlignment));
+    }
+    void deallocate(T* memory, std::size_t /*count*/) noexcept { ::operator delete(memory, kAlignment); }
+    template <class U>
+    bool operator==(const CacheLineAllocator<U>& /*other*/) const {
+        return true;
+    }
+};
+template <class T>
+using LineVector = std::vector<T, CacheLineAllocator<T>>;
 
 /// Side of a block: 16 lines of 16 cells share a predictor, an offset and an exponent.
 constexpr uint32_t kBlock = 16;
