@@ -16,6 +16,7 @@ namespace kxio {
 ///
 /// \param jpeg  a JPEG image
 /// \throws KXBadInputException "Unknown thumbnail data size": not a JPEG image; nothing is written
+/// \throws KXBadInputException "File is damaged": the file was cut before its extended records
 /// \throws KXHeaderReadingException "Cannot open file", and what opening a reader throws
 /// \throws KXWritingException "Cannot write file"
 KXIO_EXPORT void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jpeg);

@@ -45,6 +45,17 @@ uint64_t FileEdit::End(const MainFileHeader& mainHeader) {
     return tail->position;
 }
 
+void FileEdit::RequireUncut(const MainFileHeader& mainHeader, uint64_t end) const {
+    if (mainHeader.firstExtendedHeaderPosition <= end) return;
+    throw kxbase::KXBadInputException("File is damaged",
+                                      {kxbase::Encode_UTF8(m_path),
+                                       "ExtendedHeader",
+                                       {},
+                                       end,
+                                       "the file ends before its extended records, which began at byte " +
+                                           std::to_string(mainHeader.firstExtendedHeaderPosition)});
+}
+
 void FileEdit::Append(uint64_t end, std::span<const unsigned char> records,
                       std::span<const unsigned char> note) {
     try {

@@ -29,6 +29,11 @@ public:
     /// \returns the end of the file, where records will be appended
     uint64_t End(const MainFileHeader& mainHeader);
 
+    /// Refuses an append to a file that was cut: what goes to its end would be read as part of the record
+    /// that the cut went through, or as one that was lost. \param end  from `End` \throws KXBadInputException
+    /// "File is damaged": the file ends before its extended records begin
+    void RequireUncut(const MainFileHeader& mainHeader, uint64_t end) const;
+
     /// Appends whole records at `End()`, and one hash record behind them.
     ///
     /// \param records  the first one begins to exist last, when all others are on the medium. May be empty

@@ -67,6 +67,7 @@ void QSNInfo::Append(const std::wstring& path, ExtendedHeader& record) {
     // Read again: between looking and locking somebody else may have edited the file.
     const auto reader = OpenHeaders(path);
     const uint64_t end = edit.End(reader->m_mainHeader);
+    edit.RequireUncut(reader->m_mainHeader, end);
     edit.Append(end, bytes,
                 NoteOfEdit(*reader->m_integrity, end + bytes.size(), {{end, bytes.size(), Hash64(bytes)}}));
     edit.Close();

@@ -80,6 +80,7 @@ void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jp
     const QSNScanReader reader(path, 0);
     MainFileHeader header = ScanAccess(reader).GetMainHeader();
     const uint64_t end = edit.End(header);
+    edit.RequireUncut(header, end);
     kxbase::kxInFile in(path);
     const IntegrityTable integrity = LoadIntegrity(in, header);
     kxbase::InMemoryStream appended;

@@ -23,6 +23,8 @@
 #include "support/ScanFileBuilder.h"
 #include "support/StoredFile.h"
 #include "support/TempFolder.h"
+#include "support/Thrown.h"
+#include "support/TinyScan.h"
 
 namespace {
 
@@ -374,6 +376,26 @@ TEST(FailedOpening, CreatesTruncatesAndDeletesNothing) {
     EXPECT_EQ(LoadFile(folder / "cut"), cut);
     EXPECT_EQ(LoadFile(folder / "empty"), Bytes());
     EXPECT_TRUE(std::filesystem::is_empty(folder / "folder"));
+}
+
+TEST(FileEdit, AFileThatWasCutBeforeItsExtendedRecordsIsNotAppendedTo) {
+    // It opens: the component record at its end is cut and counts for none. Bytes behind it would complete
+    // it.
+    const TempFolder folder;
+    const std::wstring path = Wide(folder / "cut.qsn");
+    Bytes bytes = kxtest::TinyScan().Build();
+    bytes.resize(kxtest::GetMainField(bytes, kxtest::MainField::FirstExtendedHeader) - 15);
+    kxtest::StoreFile(path, bytes);
+    const std::vector<std::function<void()>> appends{
+        [&] { kxio::QSNInfo::AddMessage(path, L"text"); },
+        [&] { kxio::QSNInfo::AddHDRLink(path, kxbase::UUID::Generate()); },
+        [&] { kxio::SetThumbnail(path, SmallImage()); },
+    };
+    for (const auto& append : appends) {
+        EXPECT_EQ(kxtest::ThrownBy<kxbase::KXBadInputException>(append), "File is damaged");
+        EXPECT_EQ(kxtest::LoadFile(folder / "cut.qsn"), bytes);
+        EXPECT_NO_THROW(kxio::QSNScanReader reader(path));
+    }
 }
 
 }  // namespace
