@@ -4,6 +4,7 @@
 #include <rapidcheck/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 
@@ -95,6 +96,29 @@ TEST(GridChunkCodec, EverySideAroundABlock) {
         for (const uint32_t height : {1U, 2U, 15U, 16U, 17U, 33U}) {
             ExpectBackInBothModes(BytesOf(Ranges<int32_t>(width, height, width)), width, height);
             ExpectBackInBothModes(BytesOf(Ranges<int32_t>(width, height, height, 0)), width, height);
+        }
+    }
+}
+
+TEST(GridChunkCodec, TheCallersMemoryMayBeginAtAnyByte) {
+    const auto values = Ranges<uint32_t>(64, 48, 5);
+    std::vector<uint32_t> turned(values.size());
+    for (size_t i = 0; i < values.size(); ++i)
+        turned[i % 48 * 64 + i / 48 % 64] = values[i];
+    for (const auto& image : {values, turned}) {
+        Bytes chunk;
+        GridChunkCodec codec(Mode::Fast);
+        codec.Encode(reinterpret_cast<const unsigned char*>(image.data()), 64, 48, image.size() * 4, 1.0F,
+                     chunk);
+        ChunkHeaderInfo header;
+        ASSERT_TRUE(QKXChunkCodec::ReadHeader(chunk, header));
+        codec.SetLayout(header);
+        for (size_t shift = 0; shift < 4; ++shift) {
+            Bytes out(image.size() * 4 + shift);
+            ASSERT_TRUE(codec.DecodeInto(chunk.data() + QKXChunkCodec::HeaderSize,
+                                         chunk.size() - QKXChunkCodec::HeaderSize,
+                                         std::span(out).subspan(shift)));
+            EXPECT_EQ(std::memcmp(out.data() + shift, image.data(), image.size() * 4), 0) << shift;
         }
     }
 }

@@ -262,8 +262,10 @@ bool PutRows(const Lines& l) {
     unsigned char* out = l.out + l.firstLine * rowBytes;
     bool good = true;
     T* const values = reinterpret_cast<T*>(l.scratch);
+    // The caller's memory may begin anywhere.
+    const bool aligned = reinterpret_cast<uintptr_t>(out) % alignof(T) == 0;
     for (uint32_t line = 0; line < l.lines; ++line, out += rowBytes) {
-        if (cells % kBlock == 0 && std::endian::native == std::endian::little) {
+        if (aligned && cells % kBlock == 0 && std::endian::native == std::endian::little) {
             good = MakeValues(l, line, reinterpret_cast<T*>(out)) && good;
             continue;
         }
