@@ -179,6 +179,14 @@ void Surveyor::Keep(FoundChunk chunk, bool sharedEmpty) {
 
 uint64_t Surveyor::TakeChunk(uint64_t position, const RecordFrame& frame) {
     const DataChunkHeader record = ChunkRecordAt(position, frame);
+    if (frame.payloadSize != DataChunkHeader::PayloadSize) {
+        // Rather the size of the record itself is damaged than that it has fields that nobody knows.
+        if (const auto repaired = RepairedAt(position)) {
+            ++m_found.damagedPlaces;
+            Keep(*repaired, record.IsSharedEmpty());
+            return Follow(repaired->End());
+        }
+    }
     const uint64_t data = position + record.HeaderSize();
     const FoundChunk chunk{
         position,          data, record.byteCount, record.component, record.patchRow, record.patchColumn,
@@ -190,7 +198,8 @@ uint64_t Surveyor::TakeChunk(uint64_t position, const RecordFrame& frame) {
     Keep(chunk, record.IsSharedEmpty());
     if (trusted) return Follow(chunk.End());
     ++m_found.damagedPlaces;
-    return Search(data);
+    // Not from where its data are said to lie: other chunks may lie before that.
+    return Search(position + IOHeader::FrameSize + DataChunkHeader::PayloadSize);
 }
 
 uint64_t Surveyor::TakeRecord(uint64_t position, const RecordFrame& frame) {

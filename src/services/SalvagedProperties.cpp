@@ -105,10 +105,9 @@ void Salvage::TakeThumbnail() {
         uint64_t bytes = 0;
         unsigned width = 0;
         unsigned height = 0;
-        if (kxcodecs::JPEG::Decode(jpeg.data(), jpeg.size(), pixels, bytes, width, height)) {
-            m_result.thumbnail = jpeg;
-        }
-        kxcodecs::JPEG::Free(pixels);
+        const bool isImage = kxcodecs::JPEG::Decode(jpeg.data(), jpeg.size(), pixels, bytes, width, height);
+        kxcodecs::JPEG::Free(pixels);  // before anything that may throw
+        if (isImage) m_result.thumbnail = jpeg;
     }
 }
 

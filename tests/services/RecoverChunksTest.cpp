@@ -69,6 +69,25 @@ TEST(RecoverToFile, ChunkWhoseFrameIsDamagedIsSavedWithoutATableToo) {
         EXPECT_TRUE(recovered.Holds(original, chunk));
 }
 
+TEST(RecoverToFile, ARecordThatSeemsLongerHidesNoOtherChunk) {
+    const Bytes original = SampleScan().Write();
+    const auto chunks = ChunksOf(original);
+    for (const bool withTable : {true, false}) {
+        const Bytes file = withTable ? original : Unfinished(original);
+        for (size_t i = 0; i < chunks.size(); i += 5) {
+            for (const size_t byte : {12U, 13U}) {
+                Bytes damaged = file;
+                damaged[chunks[i].record + byte] = 0x92;  // of the size in its frame
+                const Recovered recovered(damaged);
+                for (const StoredChunk& chunk : chunks)
+                    ASSERT_TRUE(recovered.Holds(original, chunk))
+                        << withTable << " byte " << byte << " of " << chunks[i].record << " hides "
+                        << chunk.record;
+            }
+        }
+    }
+}
+
 TEST(RecoverToFile, TableDecidesWhereAChunkBelongs) {
     const Bytes original = SampleScan().Write();
     const auto chunks = ChunksOf(original);

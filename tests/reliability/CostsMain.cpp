@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+// What saving and hostile input cost, as figures: nothing here is a test, for a busy machine must fail none.
+//
+//   kxio_costs make FILE COLUMNS ROWS   a scan with seven components
+//   kxio_costs recover FILE OUT         time and memory of a recovery
+//   kxio_costs hostile                  the dearest of the cases of the byte sweep
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include "../services/RecoveryScan.h"
+#include "SweepSeeds.h"
+#include "kxbase/UTF8.h"
+#include "kxio/RecoverToFile.h"
+#include "kxio/VerifyScan.h"
+#include "support/ReadEverything.h"
+#include "support/Soak.h"
+#include "support/StoredFile.h"
+
+namespace {
+
+using reliability::Bytes;
+using reliability::Seed;
+
+/// Seconds of the processor, of all threads.
+double Processor() {
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
+
+/// The most memory that this process has had, in MiB; 0 where the system does not tell.
+double MostMemory() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:")) return std::stod(line.substr(6)) / 1024;
+    }
+    return 0;
+}
+
+int Make(const std::string& path, const std::string& columns, const std::string& rows) {
+    recovery_test::SampleScan scan;
+    scan.columns = static_cast<uint32_t>(std::stoul(columns));
+    scan.rows = static_cast<uint32_t>(std::stoul(rows));
+    scan.patchWidth = scan.patchHeight = 64;
+    const Bytes bytes = scan.Write();
+    kxtest::StoreFile(kxbase::Decode_UTF8(path), bytes);
+    std::cout << "made " << bytes.size() << " bytes\n";
+    return 0;
+}
+
+int Recover(const std::string& path, const std::string& output) {
+    const double memory = MostMemory();
+    const double processor = Processor();
+    const auto begin = std::chrono::steady_clock::now();
+    const kxio::RecoveryReport report =
+        kxio::RecoverToFile(kxbase::Decode_UTF8(path), kxbase::Decode_UTF8(output));
+    const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    const double used = Processor() - processor;
+    const double megabytes = static_cast<double>(report.fileBytes) * 1e-6;
+    std::printf("recovery: %.1f MB, %llu chunks, %.2f s, %.2f s of the processor, %.0f MB/s per core, ",
+                megabytes, static_cast<unsigned long long>(report.chunksRecovered), elapsed, used,
+                megabytes / used);
+    std::printf("%.1f MiB of memory besides the %.1f of the program\n", MostMemory() - memory, memory);
+    return 0;
+}
+
+/// The dearest case of one way to read.
+struct Dearest {
+    const char* what;
+    std::function<void(const Bytes&)> run;
+    double seconds = 0;
+    std::string where = {};
+
+    void Try(const Bytes& bytes, const std::string& place) {
+        const double begin = Processor();
+        try {
+            run(bytes);
+        } catch (const kxbase::KXException&) {
+            // Refused.
+        }
+        const double used = Processor() - begin;
+        if (used <= seconds) return;
+        seconds = used;
+        where = place;
+    }
+};
+
+int Hostile() {
+    Dearest all[] = {{"open and read all",
+                      [](const Bytes& bytes) {
+                          kxbase::InMemoryStream in(bytes);
+                          kxtest::ReadEverything(in);
+                      }},
+                     {"verify",
+                      [](const Bytes& bytes) {
+                          kxbase::InMemoryStream in(bytes);
+                          kxio::VerifyScan(in);
+                      }},
+                     {"recover", [](const Bytes& bytes) {
+                          kxbase::InMemoryStream in(bytes), out;
+                          kxio::RecoverToStream(in, out);
+                      }}};
+    uint64_t cases = 0;
+    for (const Seed& seed : reliability::SweepSeeds()) {
+        const size_t step = kxtest::Trials<size_t>(67, 1);
+        for (size_t at = 0; at < seed.bytes.size(); at += step) {
+            for (const unsigned change : {0x00U, 0xffU, 0x7fU, 0x80U}) {
+                Bytes bytes = seed.bytes;
+                bytes[at] = static_cast<unsigned char>(change);
+                ++cases;
+                for (Dearest& one : all)
+                    one.Try(bytes, seed.name + " of " + std::to_string(bytes.size()) + " bytes, byte " +
+                                       std::to_string(at) + " = " + std::to_string(change));
+            }
+        }
+    }
+    for (const Dearest& one : all)
+        std::printf("hostile: %s, %llu cases, at most %.2f ms: %s\n", one.what,
+                    static_cast<unsigned long long>(cases), one.seconds * 1e3, one.where.c_str());
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string what = argc > 1 ? argv[1] : "";
+    if (what == "make" && argc == 5) return Make(argv[2], argv[3], argv[4]);
+    if (what == "recover" && argc == 4) return Recover(argv[2], argv[3]);
+    if (what == "hostile" && argc == 2) return Hostile();
+    std::fprintf(stderr, "usage: kxio_costs make FILE COLUMNS ROWS | recover FILE OUT | hostile\n");
+    return 2;
+}
