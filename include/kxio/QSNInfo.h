@@ -55,9 +55,8 @@ public:
 
     /// Appends a message record at the end of the file. No header is updated: a file without any extended
     /// record keeps the text, but a reader, which starts at the first such record, does not find it.
-    /// \throws KXBadInputException "File is damaged": the file was cut before its extended records. The bytes
-    /// of a
-    ///         new one would be read as part of what is missing
+    /// \throws KXBadInputException "File is damaged": the file was cut before its extended records, and the bytes
+    /// of a new one would be read as part of what is missing
     static void AddMessage(const std::wstring& path, const std::wstring& text);
     /// In the order of the file.
     static std::list<std::wstring> GetMessages(const std::wstring& path);
