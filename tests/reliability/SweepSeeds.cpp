@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "SweepSeeds.h"
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -58,7 +60,10 @@ std::vector<Value> Measured(size_t count, unsigned seed, double base, double ste
     std::vector<Value> values(count);
     for (size_t i = 0; i < count; ++i) {
         const double n = noise * static_cast<double>(random() % 1000) / 1000.0;
-        if (random() % 9 != 0) values[i] = static_cast<Value>(base + step * static_cast<double>(i) + n);
+        if (random() % 9 != 0) {
+            const auto most = static_cast<double>(std::numeric_limits<Value>::max());
+            values[i] = static_cast<Value>(std::min(base + step * static_cast<double>(i) + n, most));
+        }
     }
     return values;
 }
