@@ -151,6 +151,15 @@ TEST(RecoveryTrials, OfNothingButChunksAllArePlaced) {
     EXPECT_EQ(placed, chunks);
 }
 
+/// 2 x 2 patches of 4 x 4 cells.
+kxbase::GridTopology FourPatches() {
+    kxbase::GridTopology grid;
+    grid.columnAngularStep = grid.rowAngularStep = 0.01F;
+    grid.columns = grid.rows = 8;
+    grid.patchWidth = grid.patchHeight = 4;
+    return grid;
+}
+
 /// A file of two components in 2 x 2 patches; one patch of the second holds a whole other scan file, as it
 /// is.
 struct Nested {
@@ -169,11 +178,7 @@ struct Nested {
         kxcodecs::ZLibChunkCodec zlib;
         kxbase::InMemoryStream stream;
         kxio::QSNScanWriter writer;
-        kxbase::GridTopology grid;
-        grid.columnAngularStep = grid.rowAngularStep = 0.01F;
-        grid.columns = grid.rows = 8;
-        grid.patchWidth = grid.patchHeight = 4;
-        writer.CreateNew(&stream, grid);
+        writer.CreateNew(&stream, FourPatches());
         for (uint32_t index = 0; index < 4; ++index) {
             std::vector<float> ranges;
             for (uint32_t i = 0; i < 16; ++i)
@@ -292,11 +297,7 @@ Bytes HashedScan() {
     kxcodecs::ZLibChunkCodec zlib;
     kxbase::InMemoryStream stream;
     kxio::QSNScanWriter writer;
-    kxbase::GridTopology grid;
-    grid.columnAngularStep = grid.rowAngularStep = 0.01F;
-    grid.columns = grid.rows = 8;
-    grid.patchWidth = grid.patchHeight = 4;
-    writer.CreateNew(&stream, grid);
+    writer.CreateNew(&stream, FourPatches());
     writer.SetIntegrity(true);
     for (uint32_t index = 0; index < 4; ++index) {
         std::vector<float> ranges(16, 1000.0F + static_cast<float>(index));

@@ -142,4 +142,16 @@ std::vector<T> ValuesOf(const walker::Decoded& decoded) {
     return values;
 }
 
+/// A writer on memory, and what became of it.
+struct Session {
+    kxbase::InMemoryStream stream;
+    kxio::QSNScanWriter writer;
+    std::map<std::string, uint64_t> statistics;
+
+    walker::File End() {
+        statistics = writer.EndCreation();
+        return walker::Walk(stream.GetBytes());
+    }
+};
+
 }  // namespace support
