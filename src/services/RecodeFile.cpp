@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <future>
 #include <map>
 #include <optional>
 #include <system_error>
@@ -37,8 +38,9 @@ using Bytes = std::vector<unsigned char>;
 
 constexpr uint64_t kFrame = kxbase::IOHeader::FrameSize;
 constexpr uint64_t kCopyBytes = uint64_t{1} << 20;
-/// Stored bytes that are held at once, besides the one chunk that may be larger.
-constexpr uint64_t kBatchBytes = uint64_t{64} << 20;
+/// Stored bytes of one batch, besides the one chunk that may be larger. Three batches are held at once: one
+/// is read, one coded, one written.
+constexpr uint64_t kBatchBytes = uint64_t{24} << 20;
 constexpr uint64_t kChunksPerThread = 8;
 
 /// A piece of the input and what became of it.
@@ -56,11 +58,24 @@ struct Job {
     bool recoded = false;
 };
 
+/// Listed chunks that follow one another in the file, and are coded together.
+struct Batch {
+    size_t begin = 0;  // of the list of pieces
+    size_t end = 0;
+    std::vector<Job> jobs;
+};
+
 class Recoder {
 public:
     Recoder(const std::wstring& input, kxbase::kxInFile& in, kxbase::kxOutFile& out,
             const RecodeOptions& options)
-        : m_name(kxbase::Encode_UTF8(input)), m_in(in), m_file(in), m_out(out), m_options(options) {}
+        : m_name(kxbase::Encode_UTF8(input)),
+          m_in(in),
+          m_file(in),
+          m_out(out),
+          m_options(options),
+          m_threads(options.threads != 0 ? options.threads
+                                         : static_cast<unsigned>(std::max(1, omp_get_num_procs()))) {}
 
     RecodeReport Run();
 
@@ -73,7 +88,10 @@ private:
     void ListPieces(const FileLayout& layout);
     void DropOldHashes();
     void CopyPiece(Moved& moved);
-    void RecodeRun(size_t begin, size_t end);
+    void MovePieces();
+    Batch ReadBatch(size_t from);
+    void CodeBatch(Batch& batch) const;
+    void WriteUpTo(const Batch& batch);
     void Recode(Job& job, PatchBuffers& buffers) const;
     void WriteChunk(const Job& job);
     uint64_t NewPosition(uint64_t position) const;
@@ -91,8 +109,10 @@ private:
     FileWindow m_file;
     kxbase::kxOutFile& m_out;
     const RecodeOptions& m_options;
+    const unsigned m_threads;
     MainFileHeader m_main;
     std::vector<Moved> m_pieces;  // by offset, without a gap
+    size_t m_unwritten = 0;       // the first piece that is not in the new file yet
     uint64_t m_written = 0;
     std::map<ComponentType, uint64_t> m_newCodecs;
     std::map<ComponentType, RecodedComponent> m_components;
@@ -263,19 +283,66 @@ void Recoder::WriteChunk(const Job& job) {
     m_newCodecs[chunk.component] = header.codecId;
 }
 
-void Recoder::RecodeRun(size_t begin, size_t end) {
-    std::vector<Job> jobs(end - begin);
-    for (size_t i = 0; i < jobs.size(); ++i) {
-        const FoundChunk& chunk = m_pieces[begin + i].piece.chunk;
-        jobs[i].moved = begin + i;
-        m_file.Read(chunk.dataPosition, chunk.byteCount, jobs[i].chunk);
-        if (m_file.UnreadableBytes() != 0) Damaged(chunk.dataPosition, "the file cannot be read");
+// The next listed chunks behind piece number `from`; without jobs: there are no more.
+Batch Recoder::ReadBatch(size_t from) {
+    Batch batch;
+    while (from < m_pieces.size() && !m_pieces[from].listed)
+        ++from;
+    batch.begin = batch.end = from;
+    const uint64_t most = kChunksPerThread * m_threads;
+    for (uint64_t bytes = 0; batch.end < m_pieces.size() && m_pieces[batch.end].listed; ++batch.end) {
+        const FilePiece& piece = m_pieces[batch.end].piece;
+        bytes += piece.bytes;
+        if (!batch.jobs.empty() && (batch.jobs.size() == most || bytes > kBatchBytes)) break;
+        Job& job = batch.jobs.emplace_back();
+        job.moved = batch.end;
+        m_file.Read(piece.chunk.dataPosition, piece.chunk.byteCount, job.chunk);
+        if (m_file.UnreadableBytes() != 0) Damaged(piece.chunk.dataPosition, "the file cannot be read");
     }
-    RunPatchTasks(jobs.size(), m_options.threads,
-                  [&](uint64_t i, PatchBuffers& buffers) { Recode(jobs[i], buffers); });
-    for (const Job& job : jobs)
+    return batch;
+}
+
+void Recoder::CodeBatch(Batch& batch) const {
+    RunPatchTasks(batch.jobs.size(), m_threads,
+                  [&](uint64_t i, PatchBuffers& buffers) { Recode(batch.jobs[i], buffers); });
+}
+
+// The pieces that are no chunks and lie before the batch, and the batch.
+void Recoder::WriteUpTo(const Batch& batch) {
+    while (m_unwritten < batch.begin)
+        CopyPiece(m_pieces[m_unwritten++]);
+    for (const Job& job : batch.jobs)
         WriteChunk(job);
-    Progress(m_in.GetSize() + m_pieces[end - 1].piece.End());
+    m_unwritten = batch.end;
+    if (!batch.jobs.empty()) Progress(m_in.GetSize() + m_pieces[batch.end - 1].piece.End());
+}
+
+// While one batch is coded, this thread, which alone uses the files, writes the one before and reads the
+// next.
+void Recoder::MovePieces() {
+    Batch coded, next = ReadBatch(0);
+    while (!next.jobs.empty()) {
+        Batch current = std::move(next);
+        std::future<void> coding;
+        if (m_threads > 1) {
+            try {
+                coding = std::async(std::launch::async, [&] { CodeBatch(current); });
+            } catch (const std::system_error&) {
+                // No thread to be had: one after the other.
+            }
+        }
+        WriteUpTo(coded);
+        next = ReadBatch(current.end);
+        if (coding.valid()) {
+            coding.get();
+        } else {
+            CodeBatch(current);
+        }
+        coded = std::move(current);
+    }
+    WriteUpTo(coded);
+    while (m_unwritten < m_pieces.size())
+        CopyPiece(m_pieces[m_unwritten++]);
 }
 
 uint64_t Recoder::NewPosition(uint64_t position) const {
@@ -380,22 +447,7 @@ RecodeReport Recoder::Run() {
     ListPieces(layout);
     DropOldHashes();
 
-    const unsigned threads =
-        m_options.threads != 0 ? m_options.threads : static_cast<unsigned>(std::max(1, omp_get_num_procs()));
-    for (size_t i = 0; i < m_pieces.size();) {
-        if (!m_pieces[i].listed) {
-            CopyPiece(m_pieces[i++]);
-            continue;
-        }
-        size_t end = i;
-        uint64_t bytes = 0;
-        while (end < m_pieces.size() && m_pieces[end].listed && end - i < kChunksPerThread * threads &&
-               (end == i || bytes + m_pieces[end].piece.bytes <= kBatchBytes)) {
-            bytes += m_pieces[end++].piece.bytes;
-        }
-        RecodeRun(i, end);
-        i = end;
-    }
+    MovePieces();
     AdjustMainHeader();
     AdjustTable(m_main.lookupTablePosition);
     if (m_main.previewLookupTablePosition != m_main.lookupTablePosition)

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "RecoveryScan.h"
 #include "kxcodecs/GridChunkCodec.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
@@ -141,6 +142,46 @@ TEST_F(RecodeFile, TheFileDoesNotDependOnThreads) {
     options.threads = 5;
     Recode(options);
     EXPECT_TRUE(Load("out.qsn") == one);
+}
+
+TEST_F(RecodeFile, ManyChunksComeOutTheSameWhileTheyAreReadCodedAndWrittenAtOnce) {
+    recovery_test::SampleScan scan;  // 128 chunks: eight batches of two threads
+    Store(scan.Write());
+    const kxcodecs::ZstdChunkCodec zstd;
+    kxio::RecodeOptions options = To(zstd);
+    const auto report = Recode(options);
+    uint64_t recoded = 0;
+    for (const auto& component : report.components)
+        recoded += component.recoded;
+    EXPECT_GT(recoded, 100U);
+    const Bytes one = Load("out.qsn");
+    EXPECT_TRUE(Diff().Equal());
+    for (const unsigned threads : {2U, 3U}) {
+        options.threads = threads;
+        Recode(options);
+        EXPECT_TRUE(Load("out.qsn") == one) << threads;
+    }
+}
+
+TEST_F(RecodeFile, ADamagedChunkAmongManyEndsIt) {
+    Bytes bytes = recovery_test::SampleScan().Write();
+    {
+        Store(bytes);
+        const kxio::QSNScanReader reader(Path("in.qsn"));
+        const auto entries = kxio::ScanAccess(reader).PatchEntries(ComponentType::HorizontalAngle);
+        const auto& entry = entries[entries.size() / 2 + 1];
+        ASSERT_NE(entry.byteCount, 0U);
+        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(entry.position) + 30, 8, 0xff);
+    }
+    Store(bytes);
+    const kxcodecs::ZstdChunkCodec zstd;
+    kxio::RecodeOptions options = To(zstd);
+    for (const unsigned threads : {1U, 3U}) {
+        options.threads = threads;
+        EXPECT_EQ(kxtest::ThrownBy<kxbase::KXUnreadablePatchException>([&] { Recode(options); }),
+                  "Patch cannot be decoded");
+        EXPECT_TRUE(NothingLeftBehind());
+    }
 }
 
 TEST_F(RecodeFile, WithoutACodecTheFileIsACopy) {
