@@ -126,6 +126,13 @@ void OutputFile::Commit() {
 
 void OutputFile::CommitAs(const std::string& path) {
     RequireOutputAllowed(path, m_force, m_inputs);  // again: the work may have taken hours
+    // A name may reach the medium before the bytes that it stands for.
+    Guard([&] {
+        kxbase::kxOutFile written(kxbase::Decode_UTF8(m_partialPath), kxbase::kxOutFile::KeepContent);
+        if (!written.IsOpen()) throw Failure(m_path + ": cannot be written", ExitWriteFailed);
+        written.Sync();
+        written.Close();
+    });
     std::error_code error;
     fs::rename(ToPath(m_partialPath), ToPath(path), error);
     if (error)

@@ -25,12 +25,6 @@ namespace {
 constexpr uint64_t kTagBytes = 8;
 constexpr uint64_t kFrameBytes = kxbase::IOHeader::FrameSize;
 
-std::optional<kxbase::RecordFrame> FrameAt(kxbase::IInFileStream& in, uint64_t position) {
-    std::array<unsigned char, kFrameBytes> bytes{};
-    if (!in.Seek(position) || in.Read(bytes.data(), bytes.size()) != bytes.size()) return std::nullopt;
-    return kxbase::IOHeader::DecodeFrame(bytes);
-}
-
 /// Behind the last extended record of the run that begins there.
 uint64_t EndOfRun(kxbase::IInFileStream& in, uint64_t position, uint64_t size) {
     while (position < size) {
@@ -121,6 +115,12 @@ bool HoldsForeignRecord(kxbase::IInFileStream& in, uint64_t first, uint64_t end)
 }
 
 }  // namespace
+
+std::optional<kxbase::RecordFrame> FrameAt(kxbase::IInFileStream& in, uint64_t position) {
+    std::array<unsigned char, kFrameBytes> bytes{};
+    if (!in.Seek(position) || in.Read(bytes.data(), bytes.size()) != bytes.size()) return std::nullopt;
+    return kxbase::IOHeader::DecodeFrame(bytes);
+}
 
 ExtendedContent ContentOf(const ExtendedHeader& record) {
     const std::span<const unsigned char> data(record.GetDataBuffer(), record.GetDataBufferSize());

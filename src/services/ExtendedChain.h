@@ -14,6 +14,9 @@ class IInFileStream;
 
 namespace kxio {
 
+/// The frame at `position`; nothing where none lies, or the file ends in it. \throws what the stream throws
+std::optional<kxbase::RecordFrame> FrameAt(kxbase::IInFileStream& in, uint64_t position);
+
 /// What tells an extended record from others but its place and its link: kind, length and hash of its data.
 using ExtendedContent = std::tuple<uint64_t, uint32_t, uint64_t>;
 

@@ -46,14 +46,32 @@ uint64_t FileEdit::End(const MainFileHeader& mainHeader) {
 }
 
 void FileEdit::RequireUncut(const MainFileHeader& mainHeader, uint64_t end) const {
-    if (mainHeader.firstExtendedHeaderPosition <= end) return;
-    throw kxbase::KXBadInputException("File is damaged",
-                                      {kxbase::Encode_UTF8(m_path),
-                                       "ExtendedHeader",
-                                       {},
-                                       end,
-                                       "the file ends before its extended records, which began at byte " +
-                                           std::to_string(mainHeader.firstExtendedHeaderPosition)});
+    const auto refuse = [&](const char* record, std::string detail) {
+        throw kxbase::KXBadInputException("File is damaged",
+                                          {kxbase::Encode_UTF8(m_path), record, {}, end, std::move(detail)});
+    };
+    if (mainHeader.firstExtendedHeaderPosition > end) {
+        refuse("ExtendedHeader", "the file ends before its extended records, which began at byte " +
+                                     std::to_string(mainHeader.firstExtendedHeaderPosition));
+    }
+    kxbase::kxInFile in(m_path);
+    if (!in.IsOpen()) CannotWrite(m_path, "it cannot be opened for reading");
+    const std::pair<const char*, uint64_t> named[] = {
+        {"ScanHeader", mainHeader.scanHeaderPosition},
+        {"ComponentHeader", mainHeader.firstComponentHeaderPosition},
+        {"LookupTableHeader", mainHeader.lookupTablePosition},
+        {"PreviewLookupTableHeader", mainHeader.previewLookupTablePosition},
+        {"ThumbnailHeader", mainHeader.thumbnailHeaderPosition},
+        {"MinMaxHeader", mainHeader.boundingInformationPosition},
+    };
+    for (const auto& [record, position] : named) {
+        if (position == 0) continue;
+        const auto frame = FrameAt(in, position);
+        const uint64_t bytes = kxbase::IOHeader::FrameSize + (frame ? uint64_t{frame->payloadSize} : 0);
+        if (position < end && bytes <= end - position) continue;
+        refuse(record,
+               "the file ends inside of this record, which begins at byte " + std::to_string(position));
+    }
 }
 
 void FileEdit::Append(uint64_t end, std::span<const unsigned char> records,

@@ -30,8 +30,9 @@ public:
     uint64_t End(const MainFileHeader& mainHeader);
 
     /// Refuses an append to a file that was cut: what goes to its end would be read as part of the record
-    /// that the cut went through, or as one that was lost. \param end  from `End` \throws KXBadInputException
-    /// "File is damaged": the file ends before its extended records begin
+    /// that the cut went through, or as one that was lost. \param end  from `End`
+    /// \throws KXBadInputException "File is damaged": the file ends before its extended records begin, or
+    /// before the end of a record that the main header names
     void RequireUncut(const MainFileHeader& mainHeader, uint64_t end) const;
 
     /// Appends whole records at `End()`, and one hash record behind them.

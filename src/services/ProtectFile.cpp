@@ -121,8 +121,8 @@ bool ProtectFile(const std::wstring& path) {
     kxbase::kxInFile in(path);
     MainFileHeader main;
     main.Read(&in);
+    RequireWhole(path);  // before anything is taken away
     const uint64_t end = edit.End(main);
-    RequireWhole(path);
     Lister lister(in);
     lister.Run(main);
     IntegrityExtendedHeader integrity(lister.headers, lister.others, end);

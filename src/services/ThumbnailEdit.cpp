@@ -80,6 +80,7 @@ void SetThumbnail(const std::wstring& path, const std::vector<unsigned char>& jp
     const QSNScanReader reader(path, 0);
     MainFileHeader header = ScanAccess(reader).GetMainHeader();
     const uint64_t end = edit.End(header);
+    header.thumbnailHeaderPosition = 0;  // the old one may be damaged: it goes
     edit.RequireUncut(header, end);
     kxbase::kxInFile in(path);
     const IntegrityTable integrity = LoadIntegrity(in, header);

@@ -21,6 +21,7 @@
 #include "kxio/ThumbnailEdit.h"
 #include "kxio/VerifyScan.h"
 #include "support/ScanFileBuilder.h"
+#include "support/Soak.h"
 #include "support/StoredFile.h"
 #include "support/TempFolder.h"
 #include "support/Thrown.h"
@@ -396,6 +397,51 @@ TEST(FileEdit, AFileThatWasCutBeforeItsExtendedRecordsIsNotAppendedTo) {
         EXPECT_EQ(kxtest::LoadFile(folder / "cut.qsn"), bytes);
         EXPECT_NO_THROW(kxio::QSNScanReader reader(path));
     }
+}
+
+TEST(FileEdit, AFileThatOpensStillOpensAfterAnAppendWhereverItWasCut) {
+    // Also where the position of the extended records is damaged and does not tell of the cut.
+    const TempFolder folder;
+    const std::wstring path = Wide(folder / "cut.qsn");
+    const auto opens = [&] {
+        try {
+            const kxio::QSNScanReader reader(path, 0);
+            return true;
+        } catch (const kxbase::KXException&) {
+            return false;
+        }
+    };
+    const Bytes whole = kxtest::TinyScan().Build();
+    const Bytes jpeg = SmallImage();
+    const size_t step = kxtest::Trials<size_t>(11, 1);
+    size_t refused = 0, appended = 0;
+    for (const uint64_t claimed :
+         {kxtest::GetMainField(whole, kxtest::MainField::FirstExtendedHeader), uint64_t{0}, uint64_t{100}}) {
+        for (size_t size = kxio::MainFileHeader::RecordSize; size <= whole.size(); size += step) {
+            Bytes bytes = whole;
+            kxtest::SetMainField(bytes, kxtest::MainField::FirstExtendedHeader, claimed);
+            bytes.resize(size);
+            for (const bool thumbnail : {false, true}) {
+                kxtest::StoreFile(path, bytes);
+                if (!opens()) continue;
+                try {
+                    if (thumbnail) {
+                        kxio::SetThumbnail(path, jpeg);
+                    } else {
+                        kxio::QSNInfo::AddMessage(path, L"text");
+                    }
+                    ++appended;
+                } catch (const kxbase::KXBadInputException&) {
+                    ++refused;
+                    EXPECT_EQ(kxtest::LoadFile(folder / "cut.qsn"), bytes) << claimed << ' ' << size;
+                }
+                EXPECT_TRUE(opens()) << "position " << claimed << ", cut to " << size << ", thumbnail "
+                                     << thumbnail;
+            }
+        }
+    }
+    EXPECT_GT(refused, 0U);
+    EXPECT_GT(appended, 0U);
 }
 
 }  // namespace
