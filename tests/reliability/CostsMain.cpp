@@ -3,7 +3,8 @@
 //
 //   kxio_costs make FILE COLUMNS ROWS   a scan with seven components
 //   kxio_costs recover FILE OUT         time and memory of a recovery
-//   kxio_costs hostile                  the dearest of the cases of the byte sweep
+//   kxio_costs hostile                  the dearest of the cases of the byte sweep, and of changes of the
+//                                       headers and tables of a file of some megabytes
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -14,6 +15,7 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "../services/RecoveryScan.h"
 #include "SweepSeeds.h"
@@ -21,6 +23,7 @@
 #include "kxio/RecoverToFile.h"
 #include "kxio/VerifyScan.h"
 #include "support/ReadEverything.h"
+#include "support/ScanFileBuilder.h"
 #include "support/Soak.h"
 #include "support/StoredFile.h"
 
@@ -91,38 +94,97 @@ struct Dearest {
     }
 };
 
-int Hostile() {
-    Dearest all[] = {{"open and read all",
-                      [](const Bytes& bytes) {
-                          kxbase::InMemoryStream in(bytes);
-                          kxtest::ReadEverything(in);
-                      }},
-                     {"verify",
-                      [](const Bytes& bytes) {
-                          kxbase::InMemoryStream in(bytes);
-                          kxio::VerifyScan(in);
-                      }},
-                     {"recover", [](const Bytes& bytes) {
-                          kxbase::InMemoryStream in(bytes), out;
-                          kxio::RecoverToStream(in, out);
-                      }}};
-    uint64_t cases = 0;
-    for (const Seed& seed : reliability::SweepSeeds()) {
-        const size_t step = kxtest::Trials<size_t>(67, 1);
-        for (size_t at = 0; at < seed.bytes.size(); at += step) {
-            for (const unsigned change : {0x00U, 0xffU, 0x7fU, 0x80U}) {
-                Bytes bytes = seed.bytes;
-                bytes[at] = static_cast<unsigned char>(change);
-                ++cases;
-                for (Dearest& one : all)
-                    one.Try(bytes, seed.name + " of " + std::to_string(bytes.size()) + " bytes, byte " +
-                                       std::to_string(at) + " = " + std::to_string(change));
-            }
-        }
-    }
+Dearest OpenAndReadAll() {
+    return {"open and read all", [](const Bytes& bytes) {
+                kxbase::InMemoryStream in(bytes);
+                kxtest::ReadEverything(in);
+            }};
+}
+
+Dearest Open() {
+    return {"open", [](const Bytes& bytes) {
+                kxbase::InMemoryStream in(bytes);
+                const kxio::QSNScanReader reader(&in);
+            }};
+}
+
+Dearest Verify() {
+    return {"verify", [](const Bytes& bytes) {
+                kxbase::InMemoryStream in(bytes);
+                kxio::VerifyScan(in);
+            }};
+}
+
+Dearest Recover() {
+    return {"recover", [](const Bytes& bytes) {
+                kxbase::InMemoryStream in(bytes), out;
+                kxio::RecoverToStream(in, out);
+            }};
+}
+
+void Tell(const std::vector<Dearest>& all, uint64_t cases) {
     for (const Dearest& one : all)
         std::printf("hostile: %s, %llu cases, at most %.2f ms: %s\n", one.what,
                     static_cast<unsigned long long>(cases), one.seconds * 1e3, one.where.c_str());
+}
+
+constexpr unsigned kChanges[] = {0x00U, 0xffU, 0x7fU, 0x80U};
+
+void TryChange(std::vector<Dearest>& all, Bytes& bytes, size_t at, unsigned change, const std::string& name) {
+    const unsigned char before = bytes[at];
+    bytes[at] = static_cast<unsigned char>(change);
+    for (Dearest& one : all)
+        one.Try(bytes, name + " of " + std::to_string(bytes.size()) + " bytes, byte " + std::to_string(at) +
+                           " = " + std::to_string(change));
+    bytes[at] = before;
+}
+
+int Hostile() {
+    std::vector<Dearest> all{OpenAndReadAll(), Verify(), Recover()};
+    uint64_t cases = 0;
+    for (Seed seed : reliability::SweepSeeds()) {
+        const size_t step = kxtest::Trials<size_t>(67, 1);
+        for (size_t at = 0; at < seed.bytes.size(); at += step) {
+            for (const unsigned change : kChanges) {
+                TryChange(all, seed.bytes, at, change, seed.name);
+                ++cases;
+            }
+        }
+    }
+    Tell(all, cases);
+    return 0;
+}
+
+/// What lies in front of the chunks and behind them, where every length and every position is, in a larger
+/// file.
+int HostileLarge() {
+    recovery_test::SampleScan scan;
+    scan.columns = 1200;
+    scan.rows = 900;
+    scan.patchWidth = scan.patchHeight = 64;
+    Bytes bytes = scan.Write();
+    std::vector<size_t> places;
+    for (size_t at = 0; at < kxio::MainFileHeader::RecordSize; ++at)
+        places.push_back(at);
+    const size_t tail = static_cast<size_t>(kxtest::GetMainField(bytes, kxtest::MainField::ScanHeader));
+    const size_t few = kxtest::Trials<size_t>(300, 3000);
+    for (size_t i = 0; i < few; ++i)
+        places.push_back(tail + (bytes.size() - tail) * i / few);
+    // The first kilobytes of the tail hold the headers, the rest are tables and counts.
+    for (size_t at = tail; at < std::min(tail + 700, bytes.size()); ++at)
+        places.push_back(at);
+    std::vector<Dearest> cheap{Open()}, dear{Verify(), Recover()};
+    uint64_t cases = 0, dearCases = 0;
+    for (const size_t at : places) {
+        for (const unsigned change : kChanges) {
+            TryChange(cheap, bytes, at, change, "large");
+            if (cases++ % 97 != 0) continue;
+            TryChange(dear, bytes, at, change, "large");
+            ++dearCases;
+        }
+    }
+    Tell(cheap, cases);
+    Tell(dear, dearCases);
     return 0;
 }
 
@@ -132,7 +194,7 @@ int main(int argc, char** argv) {
     const std::string what = argc > 1 ? argv[1] : "";
     if (what == "make" && argc == 5) return Make(argv[2], argv[3], argv[4]);
     if (what == "recover" && argc == 4) return Recover(argv[2], argv[3]);
-    if (what == "hostile" && argc == 2) return Hostile();
+    if (what == "hostile" && argc == 2) return Hostile() + HostileLarge();
     std::fprintf(stderr, "usage: kxio_costs make FILE COLUMNS ROWS | recover FILE OUT | hostile\n");
     return 2;
 }
