@@ -249,15 +249,19 @@ uint64_t ScanFileExport::Commit() {
     return bytes;
 }
 
-ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem::path& outPath,
-                        std::string_view formatName, const ExportOptions& options, ProgressSink* progress) {
+namespace {
+
+// `name`: of the scan, for messages; may be empty.
+ExportReport ExportOpenScan(const kxio::QSNScanReader& reader, const std::string& name,
+                            const std::filesystem::path& outPath, std::string_view formatName,
+                            const ExportOptions& options, ProgressSink* progress) {
     CheckOptions(options);
     const SinkFormat* const format = FindSinkFormat(formatName);
     if (!format) Refuse({}, "no format is called " + std::string(formatName));
     SourceOptions sourceOptions;
     sourceOptions.threads = options.sink.threads;
     sourceOptions.coordinateKind = ScanFileExport::WantedCoordinates(*format, options);
-    QsnSource source(reader, {}, sourceOptions);
+    QsnSource source(reader, name, sourceOptions);
     source.OpenScan(0);  // a scan that cannot be exported is refused before a file is made
     ScanFileExport file(outPath, *format, options);
     ExportReport report = file.Add(source, 0, progress);
@@ -265,10 +269,17 @@ ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem
     return report;
 }
 
+}  // namespace
+
+ExportReport ExportScan(const kxio::QSNScanReader& reader, const std::filesystem::path& outPath,
+                        std::string_view format, const ExportOptions& options, ProgressSink* progress) {
+    return ExportOpenScan(reader, {}, outPath, format, options, progress);
+}
+
 ExportReport ExportScan(const std::filesystem::path& scanPath, const std::filesystem::path& outPath,
                         std::string_view format, const ExportOptions& options, ProgressSink* progress) {
     const kxio::QSNScanReader reader(WidePath(scanPath));
-    return ExportScan(reader, outPath, format, options, progress);
+    return ExportOpenScan(reader, PathText(scanPath), outPath, format, options, progress);
 }
 
 }  // namespace kxexchange

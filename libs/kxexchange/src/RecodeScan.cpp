@@ -27,6 +27,8 @@ using kxbase::ComponentType;
 
 // Bytes that one stored byte of any codec can stand for.
 constexpr uint64_t kMostExpansion = 32768;
+// The scale of values that are stored as they are.
+constexpr double kFloats = 1.0;
 
 class Recoding {
 public:
@@ -346,7 +348,14 @@ ImportOptions OptionsOf(const std::filesystem::path& scanPath) {
 
 ImportReport RecodeScan(const std::filesystem::path& scanPath, const std::filesystem::path& outPath,
                         const ImportOptions& options, ProgressSink* progress) {
-    CheckOptions(options);
+    // Angles that the scan holds as floats, which a scale of 1 says, may stay floats.
+    ImportOptions checked = options;
+    if (options.verticalScale == kFloats || options.horizontalScale == kFloats) {
+        const ImportOptions own = OptionsOf(scanPath);
+        if (own.verticalScale == kFloats) checked.verticalScale = ImportOptions().verticalScale;
+        if (own.horizontalScale == kFloats) checked.horizontalScale = ImportOptions().horizontalScale;
+    }
+    CheckOptions(checked);
     return Recoding(scanPath, options, progress).Run(outPath);
 }
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <functional>
 
+#include "SmallExport.h"
 #include "SourceFacts.h"
 #include "TestTools.h"
 #include "kxcodecs/JPEG.h"
@@ -393,6 +394,27 @@ TEST(RecodeScan, ACoarserScaleIsSaidAndKept) {
         ASSERT_NEAR(after[i].Range(), before[i].Range(), 0.005 + 1e-6);
         ASSERT_EQ(after[i].intensity, before[i].intensity);
     }
+}
+
+TEST(RecodeScan, AnglesStoredAsFloatsStayAsTheyAre) {
+    const TempFolder folder;
+    OneScan scan;
+    scan.vertical = {0.1F, 0.2F, 1.5707964F, 1.5707965F, 3.1415927F, 3.1415925F};
+    scan.Write(folder / "a.qsn");
+    const ImportOptions options = OptionsOf(folder / "a.qsn");
+    EXPECT_EQ(options.verticalScale, 1);
+    const ImportReport report = RecodeScan(folder / "a.qsn", folder / "b.qsn", options);
+    EXPECT_FALSE(report.losses.AnyLost() || report.losses.AnyConverted());
+    const kxio::QSNScanReader before((folder / "a.qsn").wstring()), after((folder / "b.qsn").wstring());
+    for (const auto component : {kxbase::Range, kxbase::VerticalAngle, kxbase::HorizontalAngle}) {
+        std::vector<unsigned char> one(24), other(24);
+        kxio::ScanAccess(before).ReadRectBytes(component, {0, 0, 3, 2}, 4, one);
+        kxio::ScanAccess(after).ReadRectBytes(component, {0, 0, 3, 2}, 4, other);
+        EXPECT_EQ(one, other) << kxbase::ComponentToString(component);
+    }
+    // Coarse on purpose is another matter.
+    ImportScan(*SourceOf(PtxText(MakeSweep({}), 12, 9)), 0, folder / "c.qsn");
+    EXPECT_THROW(RecodeScan(folder / "c.qsn", folder / "d.qsn", options), kxbase::KXBadInputException);
 }
 
 TEST(RecodeScan, AFileWithHashesBecomesOneWithHashes) {
