@@ -224,7 +224,8 @@ TEST_F(Edit, AFileThatMayNotBeWrittenIsRefused) {
     const std::filesystem::path path = m_folder.Path() / "scan.qsn";
     std::filesystem::permissions(path, std::filesystem::perms::owner_read);
     if (std::ofstream(path, std::ios::in).is_open()) GTEST_SKIP() << "this user may write any file";
-    ExpectFailure({"edit", "--dry-run", "--message", "fine", "scan.qsn"}, 7, "opened for writing");
+    ExpectFailure({"edit", "--dry-run", "--message", "fine", "scan.qsn"}, 7,
+                  "scan.qsn: it cannot be opened for writing");
 }
 
 TEST_F(Edit, NamesInEveryScriptWork) {

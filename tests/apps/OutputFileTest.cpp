@@ -97,6 +97,23 @@ TEST(OutputFile, FoldersAndMissingFoldersAreRefused) {
     EXPECT_THROW(OutputFile("", true, {}), Failure);
 }
 
+TEST(OutputFile, AFileThatCannotGetItsNameIsNamed) {
+    const TemporaryFolder folder;
+    const std::string path = folder.File("out.png");
+    OutputFile output(path, false, {});
+    output.Write(std::vector<unsigned char>(3));
+    std::filesystem::remove(ToPath(output.PartialPath()));  // somebody tidied up
+    try {
+        output.Commit();
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Code(), ExitWriteFailed);
+        EXPECT_TRUE(std::string(failure.what()).starts_with(path + ": cannot be given its name: "))
+            << failure.what();
+    }
+    EXPECT_TRUE(folder.Names().empty());
+}
+
 TEST(OutputFile, NamesBeyondAsciiAndLongOnesWork) {
     const TemporaryFolder folder;
     const std::string umlauts = "R\xc3\xa4ume \xe7\x82\xb9\xe7\xbe\xa4 \xf0\x9f\x93\xa1.png";

@@ -10,6 +10,7 @@
 #include "e57/E57VectorWriter.h"
 #include "kxbase/InMemoryStream.h"
 #include "kxexchange/Errors.h"
+#include "support/Thrown.h"
 
 namespace {
 
@@ -363,6 +364,20 @@ TEST(E57Packets, RecordsOfNothingAreBelievedToALimitOnly) {
     EXPECT_EQ(ReadAll(made.File(), made.node, fields, 0), std::vector<int64_t>(1000, 3));
     made.node.count = uint64_t{1} << 40;
     EXPECT_THROW(ReadAll(made.File(), made.node, fields, 0), SourceFormatException);
+}
+
+TEST(E57Packets, RecordsThatFillAPacketAreWrittenAndWiderOnesRefused) {
+    // 64 records of 127 doubles and the lengths of 127 streams fit 64 KiB; 64 of 128 do not.
+    std::vector<E57Field> fields(127, E57Field::Real("x", false));
+    const auto write = [&] {
+        kxbase::InMemoryStream stream;
+        E57PageWriter pages(stream);
+        E57VectorWriter(pages, fields).Finish();
+    };
+    EXPECT_NO_THROW(write());
+    fields.push_back(E57Field::Real("x", false));
+    const auto context = kxtest::ContextOf<kxbase::KXBadInputException>("Scan cannot be written", write);
+    EXPECT_EQ(context.detail, "the fields of a record need 8192 bits");
 }
 
 TEST(E57Packets, LongSectionsHaveAnIndexThatPointsAtTheirPackets) {

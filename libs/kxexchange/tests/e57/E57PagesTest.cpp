@@ -9,6 +9,7 @@
 #include "e57/E57PageWriter.h"
 #include "kxbase/InMemoryStream.h"
 #include "kxexchange/Errors.h"
+#include "support/Thrown.h"
 
 namespace {
 
@@ -140,7 +141,9 @@ TEST(E57Pages, ReservedPlacesAreFilledBeforeAndAfterTheirPagesAreWritten) {
     fill(second, 8);
     writer.Append(all.subspan(static_cast<size_t>(second) + 8));
     fill(second, 8);
-    EXPECT_THROW(fill(second, 9), kxbase::KXWrongDataSizeofException);
+    const auto context =
+        kxtest::ContextOf<kxbase::KXWrongDataSizeofException>("Wrong data size", [&] { fill(second, 9); });
+    EXPECT_EQ(context.detail, "no reserved place at content byte " + std::to_string(second));
     writer.Finish();
     EXPECT_EQ(plain::PlainContent(stream.GetBytes()), content);
 }
