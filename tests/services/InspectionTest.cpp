@@ -4,10 +4,8 @@
 
 #include <cmath>
 
-#include "../reader/SampleScans.h"
+#include "InspectedScan.h"
 #include "RecoveryScan.h"
-#include "kxio/DiffScans.h"
-#include "kxio/DumpRecords.h"
 #include "kxio/ScanStatistics.h"
 #include "services/ValueCounts.h"
 #include "support/TinyScan.h"
@@ -16,6 +14,8 @@ namespace {
 
 using namespace kxio;
 using kxtest::Bytes;
+using kxtest::Diff;
+using kxtest::Dump;
 using kxtest::MemoryScan;
 
 Bytes Scan(uint32_t patchWidth, uint32_t patchHeight, float add = 0) {
@@ -24,12 +24,6 @@ Bytes Scan(uint32_t patchWidth, uint32_t patchHeight, float add = 0) {
     kxtest::AddLayer<kxio::Rgb8>(file, 6, kxtest::ColorAt);
     file.Preview(1, kxtest::SnappyChunk(std::vector<float>{1}, 1, 1));
     return file.Build();
-}
-
-DiffReport Diff(const Bytes& a, const Bytes& b, const DiffOptions& options = {}) {
-    const MemoryScan first(a);
-    const MemoryScan second(b);
-    return DiffScans(first.reader, second.reader, options);
 }
 
 TEST(DiffScans, OtherPatchSizesAreStorageOnly) {
@@ -104,14 +98,6 @@ TEST(DiffScans, NoNumberEqualsNoNumberAndNothingElse) {
     const DiffReport report = Diff(scan(std::nanf("1")), scan(7));
     EXPECT_EQ(report.components.at(0).different, 1U);
     EXPECT_TRUE(std::isinf(*report.components.at(0).largest));
-}
-
-std::vector<DumpedRecord> Dump(const Bytes& bytes, const DumpOptions& options = {}) {
-    kxbase::InMemoryStream stream(bytes);
-    std::vector<DumpedRecord> records;
-    DumpRecords(
-        stream, [&](const DumpedRecord& record) { records.push_back(record); }, options);
-    return records;
 }
 
 TEST(DumpRecords, EveryByteOfEveryCutFileIsToldOnce) {
