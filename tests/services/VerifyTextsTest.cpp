@@ -3,14 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
 #include <functional>
 #include <limits>
 #include <string>
 #include <vector>
 
-#include "kxbase/InMemoryStream.h"
-#include "kxio/VerifyScan.h"
+#include "VerifyTold.h"
 #include "support/TinyScan.h"
 
 namespace verify_texts {
@@ -22,35 +20,6 @@ using kxtest::Bytes;
 using kxtest::MainField;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-/// All findings, one per line: severity, record, field, text.
-std::string Told(const Bytes& bytes) {
-    kxbase::InMemoryStream stream(bytes);
-    VerifyOptions options;
-    options.level = VerifyLevel::Deep;
-    std::string all;
-    for (const VerifyFinding& f : VerifyScan(stream, options).findings) {
-        all += f.severity == FindingSeverity::Error     ? "error "
-               : f.severity == FindingSeverity::Warning ? "warning "
-                                                        : "note ";
-        all += f.record + (f.field.empty() ? "" : " " + f.field) + ": " + f.text + "\n";
-    }
-    return all;
-}
-
-size_t RecordAt(const Bytes& bytes, size_t mainField) {
-    return static_cast<size_t>(kxtest::GetMainField(bytes, mainField));
-}
-/// The payload of the record that a field of the main header points to.
-size_t PayloadAt(const Bytes& bytes, size_t mainField) {
-    return RecordAt(bytes, mainField) + 16;
-}
-void PutF64(Bytes& bytes, size_t at, double value) {
-    kxtest::PutU64(bytes, at, std::bit_cast<uint64_t>(value));
-}
-void PutF32(Bytes& bytes, size_t at, float value) {
-    kxtest::PutU32(bytes, at, std::bit_cast<uint32_t>(value));
-}
 
 struct Row {
     const char* told;
