@@ -21,6 +21,8 @@ namespace {
 thread_local std::size_t g_largest = 0;
 thread_local long long g_inUse = 0;
 thread_local long long g_peak = 0;
+thread_local std::size_t g_untilRefused = 0;  // requests; 0: none is refused
+thread_local bool g_refused = false;
 
 void Note(std::size_t bytes) {
     g_largest = std::max(g_largest, bytes);
@@ -50,6 +52,24 @@ std::size_t AllocationWatch::Peak() const {
     return static_cast<std::size_t>(g_peak);
 }
 
+AllocationRefusal::AllocationRefusal(std::size_t request) {
+    g_untilRefused = request;
+    g_refused = false;
+}
+AllocationRefusal::~AllocationRefusal() {
+    g_untilRefused = 0;
+}
+bool AllocationRefusal::Happened() const {
+    return g_refused;
+}
+bool AllocationRefusal::IsPossible() {
+#ifdef KXTEST_SANITIZER_HOOK
+    return false;
+#else
+    return true;
+#endif
+}
+
 }  // namespace kxtest
 
 #ifdef KXTEST_SANITIZER_HOOK
@@ -76,6 +96,10 @@ constexpr std::size_t kFront = alignof(std::max_align_t);
 
 void* AllocateOrNull(std::size_t bytes) {
     Note(bytes);
+    if (g_untilRefused > 0 && --g_untilRefused == 0) {
+        g_refused = true;
+        return nullptr;
+    }
     auto* block =
         bytes > SIZE_MAX - kFront ? nullptr : static_cast<unsigned char*>(std::malloc(bytes + kFront));
     if (block == nullptr) return nullptr;

@@ -16,4 +16,18 @@ public:
     std::size_t Peak() const;
 };
 
+/// Refuses one request of this thread, from construction to destruction: the `request`-th one, counted
+/// from 1.
+class AllocationRefusal {
+public:
+    explicit AllocationRefusal(std::size_t request);
+    ~AllocationRefusal();
+    AllocationRefusal(const AllocationRefusal&) = delete;
+    AllocationRefusal& operator=(const AllocationRefusal&) = delete;
+    /// Whether there was a request of that number.
+    bool Happened() const;
+    /// False where operators belong to a sanitizer and nothing can be refused.
+    static bool IsPossible();
+};
+
 }  // namespace kxtest

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 
 #include "ByteFilter.h"
 #include "ColorPlanes.h"
@@ -283,8 +282,6 @@ bool ColorChunkCodec::DecodePayload(std::span<const unsigned char> payload, cons
             return UnpackFiltered(payload.subspan(1), layout.width, layout.height, out);
         if (out.empty() || layout.ElementBytes() != kColorBytes) return false;
         return UnpackColors(payload, layout, out);
-    } catch (const std::bad_alloc&) {
-        return false;
     } catch (const kxbase::ByteRangeException&) {
         return false;
     }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "kxcodecs/GridChunkCodec.h"
 
-#include <new>
-
 #include "ByteFilter.h"
 #include "ZstdFrame.h"
 #include "grid/GridDecode.h"
@@ -90,8 +88,6 @@ bool GridChunkCodec::DecodePayload(std::span<const unsigned char> payload, const
             return UnpackFiltered(payload.subspan(1), layout.width, layout.height, out);
         if (!HasIntegers(layout.ElementBytes())) return false;
         return grid::DecodeGrid(payload, layout, out);
-    } catch (const std::bad_alloc&) {
-        return false;
     } catch (const kxbase::ByteRangeException&) {
         return false;
     }

@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <new>
 
 #include "kxbase/Exceptions.h"
@@ -162,14 +163,14 @@ unsigned char* QKXChunkCodec::Decode(const unsigned char* payload, uint64_t size
     decodedBytes = 0;
     if (!CanDecode(payload, size)) return nullptr;
     const uint64_t bytes = m_layout.uncompressedBytes;
-    auto* buffer = new (std::nothrow) unsigned char[bytes];
-    if (buffer == nullptr) return nullptr;
-    if (!DecodeElements({payload, size}, {buffer, bytes})) {
-        delete[] buffer;
+    std::unique_ptr<unsigned char[]> buffer(new (std::nothrow) unsigned char[bytes]);
+    try {
+        if (!buffer || !DecodeElements({payload, size}, {buffer.get(), bytes})) return nullptr;
+    } catch (const std::bad_alloc&) {
         return nullptr;
     }
     decodedBytes = bytes;
-    return buffer;
+    return buffer.release();
 }
 
 void QKXChunkCodec::Free(unsigned char* decoded) {

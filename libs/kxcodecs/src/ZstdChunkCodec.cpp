@@ -2,7 +2,6 @@
 #include "kxcodecs/ZstdChunkCodec.h"
 
 #include <algorithm>
-#include <new>
 
 #include "ByteFilter.h"
 #include "ZstdFrame.h"
@@ -27,11 +26,7 @@ bool ZstdChunkCodec::CanHold(std::span<const unsigned char> payload, const Chunk
 
 bool ZstdChunkCodec::DecodePayload(std::span<const unsigned char> payload, const ChunkHeaderInfo& layout,
                                    std::span<unsigned char> out) const {
-    try {
-        return UnpackFiltered(payload, layout.width, layout.height, out);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
+    return UnpackFiltered(payload, layout.width, layout.height, out);
 }
 
 }  // namespace kxcodecs

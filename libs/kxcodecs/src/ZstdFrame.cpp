@@ -56,9 +56,9 @@ void AppendZstdFrame(std::span<const unsigned char> bytes, const ZstdEffort& eff
     out.resize(start + packed);
 }
 
-bool UnpackZstdFrame(std::span<const unsigned char> frame, std::span<unsigned char> out) noexcept {
+bool UnpackZstdFrame(std::span<const unsigned char> frame, std::span<unsigned char> out) {
     ZSTD_DCtx* const context = UnpackingContext();
-    if (context == nullptr) return false;
+    if (context == nullptr) throw std::bad_alloc();
     ZSTD_DCtx_reset(context, ZSTD_reset_session_and_parameters);
     const std::size_t filled =
         ZSTD_decompressDCtx(context, out.data(), out.size(), frame.data(), frame.size());

@@ -20,8 +20,9 @@ void AppendZstdFrame(std::span<const unsigned char> bytes, const ZstdEffort& eff
                      std::vector<unsigned char>& out);
 
 /// Unpacks frames into exactly `out`; false when they are damaged, of another size, or something follows.
-/// Needs no memory that depends on the input.
-bool UnpackZstdFrame(std::span<const unsigned char> frame, std::span<unsigned char> out) noexcept;
+/// Needs no memory that depends on the input, but a thread's first call asks for some.
+/// \throws std::bad_alloc
+bool UnpackZstdFrame(std::span<const unsigned char> frame, std::span<unsigned char> out);
 
 /// No frame unpacks to more: a block of 4 bytes repeats one byte 128 KiB long.
 constexpr uint64_t kMostZstdExpansion = 32768;

@@ -30,7 +30,7 @@ Bytes Photo(uint32_t width, uint32_t height, uint32_t blackEvery, uint32_t noise
     return image;
 }
 
-uint8_t FormOf(const Bytes& chunk) {
+uint8_t ColorFormOf(const Bytes& chunk) {
     return chunk.at(QKXChunkCodec::HeaderSize);
 }
 
@@ -40,7 +40,7 @@ TEST(ColorChunkCodec, PhotosAreSmallerThanThroughZstd) {
         const Bytes mine = EncodeWith(ColorChunkCodec(), image, 120, 90);
         const Bytes general = EncodeWith(ZstdChunkCodec(), image, 120, 90);
         EXPECT_LT(mine.size(), general.size());
-        EXPECT_LT(FormOf(mine), 4) << "its own form";
+        EXPECT_LT(ColorFormOf(mine), 4) << "its own form";
         Bytes out;
         ASSERT_EQ(Decode(mine, out), DecodeStatus::Decoded);
         EXPECT_EQ(out, image);
@@ -50,7 +50,7 @@ TEST(ColorChunkCodec, PhotosAreSmallerThanThroughZstd) {
 TEST(ColorChunkCodec, WhatItDoesNotHelpIsStoredAsZstdStoresIt) {
     const Bytes noise = Noise(40 * 30 * 4, 3);
     const Bytes mine = EncodeWith(ColorChunkCodec(), noise, 40, 30);
-    EXPECT_EQ(FormOf(mine), 0x80);
+    EXPECT_EQ(ColorFormOf(mine), 0x80);
     EXPECT_EQ(mine.size(), EncodeWith(ZstdChunkCodec(), noise, 40, 30).size() + 1);
 }
 
@@ -125,7 +125,7 @@ protected:
 };
 
 TEST_F(DamagedColors, NoFlippedBitOfThePayloadGoesUnnoticed) {
-    ASSERT_LT(FormOf(chunk), 4);
+    ASSERT_LT(ColorFormOf(chunk), 4);
     for (std::size_t at = QKXChunkCodec::HeaderSize; at < chunk.size(); ++at) {
         Bytes damaged = chunk;
         damaged[at] = static_cast<unsigned char>(damaged[at] ^ (1U << (at % 8)));

@@ -124,7 +124,8 @@ public:
     /// nothing of the claimed size; true is no promise that the payload is undamaged.
     bool CanDecode(const unsigned char* payload, uint64_t size) const;
 
-    /// Unpacks a payload into a buffer of the codec's, to be given back with `Free`; null on any failure.
+    /// Unpacks a payload into a buffer of the codec's, to be given back with `Free`; null on any failure, also
+    /// where memory is refused.
     /// Values that were quantised come back as integers (`Dequantise`).
     /// \param decodedBytes  bytes in the buffer: the layout's uncompressed size; 0 on failure
     virtual unsigned char* Decode(const unsigned char* payload, uint64_t size, uint64_t& decodedBytes);
@@ -134,6 +135,7 @@ public:
     /// Unpacks a payload straight into the caller's memory. False when the payload does not unpack to
     /// exactly `out.size()` bytes or the layout claims another size; the contents of `out` are then
     /// undefined. Allocate after `CanDecode`, and only what the layout says.
+    /// \throws std::bad_alloc  memory for the work was refused; the payload may well be sound
     bool DecodeInto(const unsigned char* payload, uint64_t size, std::span<unsigned char> out) const;
 
     /// Decodes a whole chunk with a codec of its own: header, limits, payload, in one call.
@@ -161,7 +163,7 @@ protected:
     /// without allocating. The base refuses.
     virtual bool CanHold(std::span<const unsigned char> payload, const ChunkHeaderInfo& layout) const;
     /// Hook: unpacks `payload`, for which `CanHold` was true, into exactly `out`; false when it is damaged.
-    /// Must not throw. The base refuses.
+    /// Throws `std::bad_alloc` alone, when memory is refused. The base refuses.
     virtual bool DecodePayload(std::span<const unsigned char> payload, const ChunkHeaderInfo& layout,
                                std::span<unsigned char> out) const;
 
