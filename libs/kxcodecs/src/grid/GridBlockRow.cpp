@@ -50,7 +50,26 @@ struct Line {
     uint32_t* now;
     const uint16_t* mask;
     const uint32_t** residuals;  ///< the next ones of each group
+    uint32_t* sums;              ///< over the line before the last one, for predictors that want them
 };
+
+// Sums that are worth being kept from one line to the next.
+template <class Prediction>
+constexpr bool kKeepsSums = Prediction::kTwoLines && (Prediction::kTaps > 1);
+
+// A prediction of cells at `at`. What is now the line before is for the next line the one before that.
+template <class Prediction>
+HWY_INLINE V Predicted(const Line& line, std::size_t at) {
+    const U32 d;
+    if constexpr (kKeepsSums<Prediction>) {
+        const V sum = Sum<Prediction::kTaps>(line.before + at);
+        const V predicted = Prediction::Of(sum, hn::Load(d, line.sums + at));
+        hn::Store(sum, d, line.sums + at);
+        return predicted;
+    } else {
+        return Prediction::Predict(line.before + at, line.beforeThat + at);
+    }
+}
 
 // Some groups of a line that have the same predictor; `Full`: all their cells are stored.
 template <class Prediction, bool Full>
@@ -58,42 +77,71 @@ void DecodeGroups(const Line& line, const uint32_t* groups, std::size_t count) {
     const U32 d;
     const std::size_t n = hn::Lanes(d);
     for (std::size_t k = 0; k < count; ++k) {
-        const std::size_t group = groups[k], at = group * kBlock;
+        const std::size_t group = groups[k], first = group * kBlock;
         const uint32_t* residuals = line.residuals[group];
-        const uint32_t* const before = line.before + at;
-        const uint32_t* const beforeThat = line.beforeThat + at;
-        uint32_t* const now = line.now + at;
-        if (Full || (!KXGRID_WIDE && line.mask[group] == 0xFFFF)) {
+        const uint32_t word = line.mask[group];
+        if (Full || (!KXGRID_WIDE && word == 0xFFFF)) {
             for (std::size_t i = 0; i < kBlock; i += n)
-                hn::StoreU(
-                    hn::Add(Prediction::Predict(before + i, beforeThat + i), hn::LoadU(d, residuals + i)), d,
-                    now + i);
+                hn::Store(hn::Add(Predicted<Prediction>(line, first + i), hn::LoadU(d, residuals + i)), d,
+                          line.now + first + i);
             line.residuals[group] = residuals + kBlock;
             continue;
         }
         for (std::size_t i = 0; i < kBlock; i += n) {
-            const uint32_t bits = LaneBits(line.mask[group], i);
-            const V stored =
-                hn::Add(Prediction::Predict(before + i, beforeThat + i), Spread(residuals, bits));
-            hn::StoreU(hn::IfThenElse(LanesOf(bits), stored, hn::LoadU(d, before + i)), d, now + i);
+            const uint32_t bits = LaneBits(word, i);
+            const std::size_t at = first + i;
+            const V stored = hn::Add(Predicted<Prediction>(line, at), Spread(residuals, bits));
+            hn::Store(hn::IfThenElse(LanesOf(bits), stored, hn::Load(d, line.before + at)), d, line.now + at);
             residuals += CountBits(bits);
         }
         line.residuals[group] = residuals;
     }
 }
 
+// Groups of which nothing is stored go on as the line before.
+template <bool>
+void CopyGroups(const Line& line, const uint32_t* groups, std::size_t count) {
+    const U32 d;
+    for (std::size_t k = 0; k < count; ++k) {
+        const std::size_t first = std::size_t{groups[k]} * kBlock;
+        for (std::size_t i = first; i < first + kBlock; i += hn::Lanes(d))
+            hn::Store(hn::Load(d, line.before + i), d, line.now + i);
+    }
+}
+
+// The sums over the line before the last one, for a block's first line.
+template <class Prediction>
+void FirstSums(const uint32_t* beforeThat, uint32_t* sums) {
+    if constexpr (kKeepsSums<Prediction>) {
+        const U32 d;
+        for (std::size_t i = 0; i < kBlock; i += hn::Lanes(d))
+            hn::Store(Sum<Prediction::kTaps>(beforeThat + i), d, sums + i);
+    }
+}
+
 using GroupsDecoder = void (*)(const Line&, const uint32_t*, std::size_t);
-#define KXGRID_DECODERS(...) \
-    { &DecodeGroups<Weights<__VA_ARGS__>, false>, &DecodeGroups<Weights<__VA_ARGS__>, true> }
-// In the order of Predictor.
-constexpr GroupsDecoder kDecoders[kPredictors][2] = {
-    KXGRID_DECODERS(1, 1, 0, 0),   KXGRID_DECODERS(3, 1, 0, 0),  KXGRID_DECODERS(5, 1, 0, 0),
-    KXGRID_DECODERS(7, 1, 0, 0),   KXGRID_DECODERS(15, 1, 0, 0), KXGRID_DECODERS(1, 1, 1, 1),
-    KXGRID_DECODERS(3, 1, 1, 1),   KXGRID_DECODERS(7, 1, 1, 1),  KXGRID_DECODERS(15, 1, 1, 1),
-    KXGRID_DECODERS(1, 3, -1, 1),  KXGRID_DECODERS(3, 3, -1, 1), KXGRID_DECODERS(7, 3, -1, 1),
-    KXGRID_DECODERS(15, 3, -1, 1), KXGRID_DECODERS(3, 2, -1, 0), KXGRID_DECODERS(7, 2, -1, 0),
-    KXGRID_DECODERS(15, 2, -1, 0), KXGRID_DECODERS(0, 0, 0, 0)};
-#undef KXGRID_DECODERS
+struct Kind {
+    GroupsDecoder decode[2];  ///< where cells are missing, and where none are
+    void (*firstSums)(const uint32_t*, uint32_t*);
+};
+#define KXGRID_KIND(...)                                                                         \
+    {                                                                                            \
+        {&DecodeGroups<Weights<__VA_ARGS__>, false>, &DecodeGroups<Weights<__VA_ARGS__>, true>}, \
+            &FirstSums<Weights<__VA_ARGS__>>                                                     \
+    }
+// In the order of Predictor; then the one of blocks of which nothing is stored.
+constexpr uint32_t kNothing = kPredictors, kKinds = kPredictors + 1;
+constexpr Kind kKindsOfBlocks[kKinds] = {
+    KXGRID_KIND(1, 1, 0, 0),   KXGRID_KIND(3, 1, 0, 0),
+    KXGRID_KIND(5, 1, 0, 0),   KXGRID_KIND(7, 1, 0, 0),
+    KXGRID_KIND(15, 1, 0, 0),  KXGRID_KIND(1, 1, 1, 1),
+    KXGRID_KIND(3, 1, 1, 1),   KXGRID_KIND(7, 1, 1, 1),
+    KXGRID_KIND(15, 1, 1, 1),  KXGRID_KIND(1, 3, -1, 1),
+    KXGRID_KIND(3, 3, -1, 1),  KXGRID_KIND(7, 3, -1, 1),
+    KXGRID_KIND(15, 3, -1, 1), KXGRID_KIND(3, 2, -1, 0),
+    KXGRID_KIND(7, 2, -1, 0),  KXGRID_KIND(15, 2, -1, 0),
+    KXGRID_KIND(0, 0, 0, 0),   {{&CopyGroups<false>, &CopyGroups<true>}, &FirstSums<Weights<0, 0, 0, 0>>}};
+#undef KXGRID_KIND
 
 bool AllStored(const uint16_t* mask, std::size_t words) {
     uint16_t all = 0xFFFF;
@@ -102,15 +150,22 @@ bool AllStored(const uint16_t* mask, std::size_t words) {
     return all == 0xFFFF;
 }
 
+uint32_t KindOf(const BlockInput& block) {
+    return block.stored == 0 ? kNothing : block.predictor;
+}
+
 void DecodeRow(const BlockRow& row) {
     const U32 d;
     const std::size_t n = hn::Lanes(d);
     const uint32_t groups = row.groups;
     const std::size_t padded = std::size_t{groups} * kBlock;
-    // Groups that have the same predictor are decoded together: no cell of a line depends on another one.
-    uint32_t starts[kPredictors + 1] = {};
+    // Groups of one kind are decoded together: no cell of a line depends on another one.
+    uint32_t starts[kKinds + 1] = {};
     for (uint32_t group = 0; group < groups; ++group) {
         const BlockInput& block = row.blocks[group];
+        const uint32_t kind = KindOf(block);
+        ++starts[kind + 1];
+        if (kind == kNothing) continue;
         uint32_t* const residuals = row.residuals + std::size_t{group} * kBlockCells;
         if (block.tokens != nullptr) {
             Assemble<true>(block, residuals);
@@ -118,41 +173,63 @@ void DecodeRow(const BlockRow& row) {
             Assemble<false>(block, residuals);
         }
         row.next[group] = residuals;
-        ++starts[block.predictor + 1U];
+        const std::size_t at = std::size_t{group} * kBlock;
+        kKindsOfBlocks[kind].firstSums(row.line + at - 2 * row.stride, row.sums + at);
     }
-    for (uint32_t p = 0; p < kPredictors; ++p)
-        starts[p + 1] += starts[p];
-    uint32_t ends[kPredictors];
-    std::copy_n(starts, kPredictors, ends);
+    for (uint32_t kind = 0; kind < kKinds; ++kind)
+        starts[kind + 1] += starts[kind];
+    uint32_t ends[kKinds];
+    std::copy_n(starts, kKinds, ends);
     for (uint32_t group = 0; group < groups; ++group)
-        row.order[ends[row.blocks[group].predictor]++] = group;
-    uint32_t used[kPredictors], usedCount = 0;
-    for (uint32_t p = 0; p < kPredictors; ++p) {
-        if (ends[p] > starts[p]) used[usedCount++] = p;
+        row.order[ends[KindOf(row.blocks[group])]++] = group;
+    uint32_t used[kKinds], usedCount = 0;
+    for (uint32_t kind = 0; kind < kKinds; ++kind) {
+        if (ends[kind] > starts[kind]) used[usedCount++] = kind;
     }
     const bool full = AllStored(row.mask, std::size_t{row.lines} * groups);
     for (uint32_t line = 0; line < row.lines; ++line) {
         uint32_t* const now = row.line + line * row.stride;
         const uint32_t* const before = now - row.stride;
-        const Line part{before, before - row.stride, now, row.mask + std::size_t{line} * groups, row.next};
+        const Line part{before,  before - row.stride, now, row.mask + std::size_t{line} * groups, row.next,
+                        row.sums};
         for (uint32_t k = 0; k < usedCount; ++k) {
-            const uint32_t p = used[k];
-            kDecoders[p][full](part, row.order + starts[p], ends[p] - starts[p]);
+            const uint32_t kind = used[k];
+            kKindsOfBlocks[kind].decode[full](part, row.order + starts[kind], ends[kind] - starts[kind]);
         }
         const V first = hn::Set(d, now[0]), last = hn::Set(d, now[padded - 1]);
         for (std::size_t i = 0; i < kApron; i += n) {
-            hn::StoreU(first, d, now - kApron + i);
-            hn::StoreU(last, d, now + padded + i);
+            hn::Store(first, d, now - kApron + i);
+            hn::Store(last, d, now + padded + i);
         }
+        row.sink->Put(now, part.mask, row.firstLine + line);
     }
 }
 
-void CountRow(const uint16_t* mask, std::size_t groups, uint32_t lines, BlockInput* blocks) {
-    for (std::size_t group = 0; group < groups; ++group) {
+// Bits that are set in each byte.
+template <class Words>
+HWY_INLINE Words BitsOfBytes(Words words) {
+    const hn::DFromV<Words> d;
+    words = hn::Sub(words, hn::And(hn::ShiftRight<1>(words), hn::Set(d, 0x5555)));
+    words =
+        hn::Add(hn::And(words, hn::Set(d, 0x3333)), hn::And(hn::ShiftRight<2>(words), hn::Set(d, 0x3333)));
+    return hn::And(hn::Add(words, hn::ShiftRight<4>(words)), hn::Set(d, 0x0F0F));
+}
+
+void CountRow(const uint16_t* mask, std::size_t groups, uint32_t lines, uint16_t* counts) {
+    const hn::CappedTag<uint16_t, 16> d;
+    const std::size_t n = hn::Lanes(d);
+    std::size_t group = 0;
+    for (; group + n <= groups; group += n) {
+        auto sum = hn::Zero(d);  // of a byte, 16 lines have 128 bits at most
+        for (uint32_t line = 0; line < lines; ++line)
+            sum = hn::Add(sum, BitsOfBytes(hn::LoadU(d, mask + line * groups + group)));
+        hn::StoreU(hn::Add(hn::And(sum, hn::Set(d, 0xFF)), hn::ShiftRight<8>(sum)), d, counts + group);
+    }
+    for (; group < groups; ++group) {
         uint32_t stored = 0;
         for (uint32_t line = 0; line < lines; ++line)
             stored += CountBits(mask[line * groups + group]);
-        blocks[group].stored = static_cast<uint16_t>(stored);
+        counts[group] = static_cast<uint16_t>(stored);
     }
 }
 
@@ -170,8 +247,8 @@ void DecodeBlockRow(const BlockRow& row) noexcept {
     HWY_DYNAMIC_DISPATCH(DecodeRow)(row);
 }
 
-void CountBlockRow(const uint16_t* mask, std::size_t groups, uint32_t lines, BlockInput* blocks) noexcept {
-    HWY_DYNAMIC_DISPATCH(CountRow)(mask, groups, lines, blocks);
+void CountBlockRow(const uint16_t* mask, std::size_t groups, uint32_t lines, uint16_t* counts) noexcept {
+    HWY_DYNAMIC_DISPATCH(CountRow)(mask, groups, lines, counts);
 }
 
 }  // namespace kxcodecs::grid

@@ -26,11 +26,13 @@ struct Scratch {
     std::vector<uint16_t> mask;
     std::vector<uint8_t> tokens;
     LineVector<uint16_t> low;
+    std::vector<uint16_t> counts;
     std::vector<BlockInput> blocks;
     LineVector<uint32_t> lines;
     LineVector<uint32_t> residuals;
     std::vector<const uint32_t*> next;
     std::vector<uint32_t> order;
+    LineVector<uint32_t> sums;
     LineVector<uint32_t> values;
 };
 
@@ -39,42 +41,28 @@ void Grow(Values& values, std::size_t count) {
     if (values.size() < count) values.resize(count);
 }
 
-// Counts the stored cells of every block behind line 0. `full`: they are all. `all`: of the whole chunk.
-void CountBlocks(const Shape& shape, bool full, Scratch& scratch, std::size_t& all,
-                 std::size_t ofExponent[]) {
+// Counts the stored cells of every block behind line 0. `full`: they are all.
+// \return those of the whole chunk
+std::size_t CountBlocks(const Shape& shape, bool full, Scratch& scratch, std::size_t ofExponent[]) {
     const std::size_t groups = shape.Groups();
-    const Parameters& p = scratch.parameters;
     for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
         const uint32_t first = std::max(1U, blockRow * kBlock);
         const uint32_t end = std::min(shape.Lines(), (blockRow + 1) * kBlock);
-        BlockInput* const blocks = scratch.blocks.data() + blockRow * groups;
+        uint16_t* const counts = scratch.counts.data() + blockRow * groups;
         const uint32_t lines = end > first ? end - first : 0;
         if (full) {
-            for (std::size_t group = 0; group < groups; ++group)
-                blocks[group].stored = static_cast<uint16_t>(lines * kBlock);
+            std::fill_n(counts, groups, static_cast<uint16_t>(lines * kBlock));
         } else {
-            CountBlockRow(scratch.mask.data() + first * groups, groups, lines, blocks);
-        }
-        for (std::size_t group = 0; group < groups; ++group) {
-            const std::size_t stored = blocks[group].stored;
-            all += stored;
-            ofExponent[p.exponents[blockRow * groups + group]] += stored;
+            CountBlockRow(scratch.mask.data() + first * groups, groups, lines, counts);
         }
     }
-}
-
-// Whether the parameters keep to what blocks may have.
-bool BlocksAreSound(const Parameters& p, const std::vector<BlockInput>& blocks, std::size_t count) {
-    std::size_t exceptions = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        if (p.predictors[i] >= kPredictors || p.exceptionCounts[i] > blocks[i].stored) return false;
-        if (exceptions + p.exceptionCounts[i] > p.exceptionPlaces.size()) return false;
-        for (std::size_t k = 0; k < p.exceptionCounts[i]; ++k) {
-            if (p.exceptionPlaces[exceptions + k] >= blocks[i].stored) return false;
-        }
-        exceptions += p.exceptionCounts[i];
+    std::size_t all = 0;
+    const uint8_t* const exponents = scratch.parameters.exponents.data();
+    for (std::size_t block = 0, blocks = shape.Blocks(); block < blocks; ++block) {
+        all += scratch.counts[block];
+        ofExponent[exponents[block]] += scratch.counts[block];
     }
-    return exceptions == p.exceptionPlaces.size();
+    return all;
 }
 
 // Unpacks the low bits of all exponents; false when they are not exactly there.
@@ -96,30 +84,41 @@ bool UnpackLowBits(std::span<const unsigned char> rest, uint64_t leastBytes, con
     std::fill_n(scratch.low.begin(), kBlockCells, uint16_t{0});
     const unsigned char* from = rest.data();
     for (uint32_t bits = 1; bits <= kMostExponent; ++bits) {
+        if (ofExponent[bits] == 0) continue;
         UnpackLow(from, ofExponent[bits], bits, scratch.low.data() + starts[bits]);
         from += PackedBytes(ofExponent[bits], bits);
     }
     return true;
 }
 
-void LinkBlocks(bool tokens, std::size_t starts[], Scratch& scratch, std::size_t count) {
+// Tells each block where its parts are; false when the parameters do not keep to what blocks may have.
+bool LinkBlocks(bool tokens, std::size_t starts[], Scratch& scratch, std::size_t count) {
     const Parameters& p = scratch.parameters;
+    const std::size_t exceptions = p.exceptionPlaces.size();
     std::size_t token = 0, exception = 0;
     for (std::size_t i = 0; i < count; ++i) {
         BlockInput& block = scratch.blocks[i];
         const uint8_t exponent = p.exponents[i];
+        const uint16_t stored = scratch.counts[i], more = p.exceptionCounts[i];
+        if (p.predictors[i] >= kPredictors || more > stored || more > exceptions - exception) return false;
         block.low = scratch.low.data() + starts[exponent];
-        if (exponent > 0) starts[exponent] += block.stored;
+        if (exponent > 0) starts[exponent] += stored;
         block.tokens = tokens ? scratch.tokens.data() + token : nullptr;
-        token += block.stored;
+        token += stored;
         block.offset = p.offsets[i];
+        block.stored = stored;
         block.exponent = exponent;
         block.predictor = p.predictors[i];
-        block.exceptions = p.exceptionCounts[i];
+        block.exceptions = more;
         block.places = p.exceptionPlaces.data() + exception;
         block.more = p.exceptionMore.data() + exception;
-        exception += block.exceptions;
+        exception += more;
+        uint32_t last = 0;
+        for (uint32_t k = 0; k < more; ++k)
+            last = std::max<uint32_t>(last, block.places[k]);
+        if (more > 0 && last >= stored) return false;
     }
+    return exception == exceptions;
 }
 
 bool DecodeLines(const Shape& shape, const PayloadHeader& header, Scratch& scratch,
@@ -130,39 +129,42 @@ bool DecodeLines(const Shape& shape, const PayloadHeader& header, Scratch& scrat
     Grow(scratch.residuals, groups * kBlockCells + kBeyond);
     Grow(scratch.next, groups);
     Grow(scratch.order, groups);
+    Grow(scratch.sums, groups * kBlock);
     const Parameters& p = scratch.parameters;
     uint32_t* const first = scratch.lines.data() + 2 * stride + kApron;
-    const ElementStore store(shape, header, p, scratch.values, out);
-    bool good = true;
+    ElementStore store(shape, header, p, scratch.values, out);
     for (uint32_t blockRow = 0; blockRow < shape.BlockRows(); ++blockRow) {
         const uint32_t firstLine = blockRow * kBlock;
-        const uint32_t lines = std::min(kBlock, shape.Lines() - firstLine);
         BlockRow row{};
         row.blocks = scratch.blocks.data() + blockRow * groups;
         row.groups = static_cast<uint32_t>(groups);
         row.mask = scratch.mask.data() + firstLine * groups;
         row.line = first;
         row.stride = stride;
-        row.lines = lines;
+        row.lines = std::min(kBlock, shape.Lines() - firstLine);
+        row.firstLine = firstLine;
+        row.sink = &store;
         row.residuals = scratch.residuals.data();
         row.next = scratch.next.data();
         row.order = scratch.order.data();
+        row.sums = scratch.sums.data();
         if (blockRow == 0) {
             // Line 0 is given; the line before it is itself.
             std::copy(p.firstLine.begin(), p.firstLine.end(), first);
             std::fill(first + p.firstLine.size(), first + groups * kBlock + kApron, p.firstLine.back());
             std::fill_n(first - kApron, kApron, first[0]);
             std::copy_n(first - kApron, stride, first - kApron - stride);
+            store.Put(first, row.mask, 0);
             row.mask += groups;
             row.line += stride;
             --row.lines;
+            ++row.firstLine;
         } else {
             std::copy_n(first - kApron + (kBlock - 2) * stride, 2 * stride, scratch.lines.data());
         }
         DecodeBlockRow(row);
-        good = store.Put(first, stride, scratch.mask.data() + firstLine * groups, firstLine, lines) && good;
     }
-    return good;
+    return store.Good();
 }
 
 bool DecodeWith(Scratch& scratch, std::span<const unsigned char> payload, const ChunkHeaderInfo& layout,
@@ -177,11 +179,11 @@ bool DecodeWith(Scratch& scratch, std::span<const unsigned char> payload, const 
     const std::size_t blocks = shape.Blocks();
     if (std::any_of(p.exponents.begin(), p.exponents.end(), [](uint8_t e) { return e > kMostExponent; }))
         return false;
+    Grow(scratch.counts, blocks);
     Grow(scratch.blocks, blocks);
-    std::size_t all = 0, ofExponent[kMostExponent + 1] = {}, starts[kMostExponent + 1];
-    CountBlocks(shape, parts.header.voidKind == VoidKind::None && shape.LineCells() % kBlock == 0, scratch,
-                all, ofExponent);
-    if (!BlocksAreSound(p, scratch.blocks, blocks)) return false;
+    std::size_t ofExponent[kMostExponent + 1] = {}, starts[kMostExponent + 1];
+    const bool full = parts.header.voidKind == VoidKind::None && shape.LineCells() % kBlock == 0;
+    const std::size_t all = CountBlocks(shape, full, scratch, ofExponent);
 
     const bool tokens = parts.header.form == Form::Tokens;
     if (tokens) {
@@ -192,8 +194,7 @@ bool DecodeWith(Scratch& scratch, std::span<const unsigned char> payload, const 
     const uint64_t before = payload.size() - parts.rest.size(), least = LeastPayloadBytes(out.size());
     if (!UnpackLowBits(parts.rest, least > before ? least - before : 0, ofExponent, scratch, starts))
         return false;
-    LinkBlocks(tokens, starts, scratch, blocks);
-    return DecodeLines(shape, parts.header, scratch, out);
+    return LinkBlocks(tokens, starts, scratch, blocks) && DecodeLines(shape, parts.header, scratch, out);
 }
 
 }  // namespace

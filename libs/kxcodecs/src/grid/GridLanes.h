@@ -89,12 +89,39 @@ HWY_INLINE V Unzigzagged(V value) {
     return hn::Xor(hn::ShiftRight<1>(value), hn::Sub(hn::Zero(d), hn::And(value, hn::Set(d, 1))));
 }
 
+#if KXGRID_WIDE
+// Lanes from `By` on, continued by those of the next vector.
+template <int By>
+HWY_INLINE V Slid(V lanes, V next) {
+    return V{_mm512_alignr_epi32(next.raw, lanes.raw, By)};
+}
+#endif
+
 // The sum of n cells of a line around the same place, with the weights of the predictors.
 template <int Taps>
 HWY_INLINE V Sum(const uint32_t* a) {
     const U32 d;
     if constexpr (Taps == 1) {
         return hn::LoadU(d, a);
+#if KXGRID_WIDE
+    } else if constexpr (Taps == 3) {
+        // Whole vectors alone are loaded: what two of them hold together may still be on its way to memory.
+        const V left = hn::Load(d, a - kBlock), middle = hn::Load(d, a), right = hn::Load(d, a + kBlock);
+        return hn::Add(hn::Add(Slid<15>(left, middle), Slid<1>(middle, right)), hn::ShiftLeft<1>(middle));
+    } else if constexpr (Taps == 7 || Taps == 15) {
+        const V left = hn::Load(d, a - kBlock), middle = hn::Load(d, a), right = hn::Load(d, a + kBlock);
+        // Sums of 2, of 4, of 8 cells from each one on.
+        const V left2 = hn::Add(left, Slid<1>(left, middle)),
+                middle2 = hn::Add(middle, Slid<1>(middle, right)),
+                right2 = hn::Add(right, Slid<1>(right, right));
+        const V left4 = hn::Add(left2, Slid<2>(left2, middle2)),
+                middle4 = hn::Add(middle2, Slid<2>(middle2, right2));
+        if constexpr (Taps == 7) return hn::Add(Slid<13>(left4, middle4), middle4);
+        const V right4 = hn::Add(right2, Slid<2>(right2, right2));
+        const V left8 = hn::Add(left4, Slid<4>(left4, middle4)),
+                middle8 = hn::Add(middle4, Slid<4>(middle4, right4));
+        return hn::Add(Slid<9>(left8, middle8), middle8);
+#endif
     } else if constexpr (Taps == 3) {
         return hn::Add(hn::Add(hn::LoadU(d, a - 1), hn::LoadU(d, a + 1)), hn::ShiftLeft<1>(hn::LoadU(d, a)));
     } else if constexpr (Taps == 5) {
@@ -117,19 +144,33 @@ HWY_INLINE V Sum(const uint32_t* a) {
 // shifted out beyond those of the taps' weights.
 template <int Taps, int WeightA, int WeightB, int ExtraBits>
 struct Weights {
+    static constexpr int kTaps = Taps;
+    // Whether it asks for the line before the last one.
+    static constexpr bool kTwoLines = WeightB != 0;
+
     // Predictions of as many cells as a vector has lanes.
     static HWY_INLINE V Predict(const uint32_t* before, const uint32_t* beforeThat) {
         const U32 d;
         if constexpr (Taps == 0) {
             return hn::Zero(d);
+        } else if constexpr (kTwoLines) {
+            return Of(Sum<Taps>(before), Sum<Taps>(beforeThat));
+        } else {
+            return Of(Sum<Taps>(before), hn::Zero(d));
+        }
+    }
+    // The same, given the sums over both lines.
+    static HWY_INLINE V Of(V a, V b) {
+        const U32 d;
+        if constexpr (Taps == 0) {
+            return hn::Zero(d);
         } else {
             constexpr int kBits = kWeightBits<Taps> + ExtraBits;
-            const V a = Sum<Taps>(before);
             V sum = a;
             if constexpr (WeightA >= 2) sum = hn::Add(sum, a);
             if constexpr (WeightA == 3) sum = hn::Add(sum, a);
-            if constexpr (WeightB == 1) sum = hn::Add(sum, Sum<Taps>(beforeThat));
-            if constexpr (WeightB == -1) sum = hn::Sub(sum, Sum<Taps>(beforeThat));
+            if constexpr (WeightB == 1) sum = hn::Add(sum, b);
+            if constexpr (WeightB == -1) sum = hn::Sub(sum, b);
             if constexpr (kBits == 0) {
                 return sum;
             } else {

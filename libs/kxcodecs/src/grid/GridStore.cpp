@@ -11,6 +11,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "grid/GridStore.cpp"
+#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
 // Behind foreach_target.
 #include <hwy/highway.h>
@@ -21,18 +22,14 @@
 #define KXGRID_LINES
 namespace kxcodecs::grid {
 
-// What is put, and where.
-struct Lines {
+// What lines are put into.
+struct Image {
     const Shape& shape;
     const PayloadHeader& header;
     const Parameters& p;
     unsigned char* out;
-    const uint32_t* first;
-    std::size_t stride;
-    const uint16_t* mask;
-    uint32_t firstLine;
-    uint32_t lines;
-    uint32_t* scratch;  // room for a line; where lines are columns for all and 16 rows
+    std::size_t elementBytes;
+    uint32_t* kept;  // room for a line; where lines are columns for all, and a whole last block
 
     // Voids along a line differ from cell to cell, or are one for the whole line.
     bool VoidPerCell() const {
@@ -40,9 +37,21 @@ struct Lines {
     }
     std::size_t VoidOfLine(uint32_t line) const {
         const auto perLine = shape.axis == Axis::Columns ? VoidKind::PerColumn : VoidKind::PerRow;
-        return header.voidKind == perLine ? firstLine + line : 0;
+        return header.voidKind == perLine ? line : 0;
     }
 };
+// A line of numbers; `line` is its place.
+struct Line {
+    const uint32_t* numbers;
+    const uint16_t* mask;
+    uint32_t line;
+};
+
+constexpr std::size_t kLineBytes = 64;  // of a cache
+// From one kept line to the next: not a power of two, or they would push each other out of the cache.
+inline std::size_t KeptStride(const Shape& shape) {
+    return (std::size_t{shape.Groups()} + 2) * kBlock;
+}
 
 template <class T>
 void StoreElement(unsigned char* out, T value) {
@@ -55,29 +64,26 @@ void StoreElement(unsigned char* out, T value) {
 }
 
 // Values of 8 bytes are rare; the numbers behind them have 4.
-inline bool PutWide(const Lines& l) {
-    const uint32_t groups = l.shape.Groups(), cells = l.shape.LineCells();
+inline bool PutWide(const Image& image, const Line& line) {
     bool good = true;
-    for (uint32_t line = 0; line < l.lines; ++line) {
-        for (uint32_t cell = 0; cell < cells; ++cell) {
-            const std::size_t word = std::size_t{line} * groups + cell / kBlock;
-            uint64_t value = 0;
-            if ((l.mask[word] >> (cell % kBlock)) & 1) {
-                const uint32_t number = l.first[line * l.stride + cell];
-                if (l.header.map == ValueMap::Ranks) {
-                    good = good && number < l.p.table.size();
-                    value = number < l.p.table.size() ? l.p.base + l.p.table[number] : 0;
-                } else {
-                    value = l.p.base + uint64_t{number} * l.p.step;
-                }
-            } else if (!l.p.voids.empty()) {
-                value = l.p.voids[l.VoidPerCell() ? cell : l.VoidOfLine(line)];
+    const Parameters& p = image.p;
+    for (uint32_t cell = 0; cell < image.shape.LineCells(); ++cell) {
+        uint64_t value = 0;
+        if ((line.mask[cell / kBlock] >> (cell % kBlock)) & 1) {
+            const uint32_t number = line.numbers[cell];
+            if (image.header.map == ValueMap::Ranks) {
+                good = good && number < p.table.size();
+                value = number < p.table.size() ? p.base + p.table[number] : 0;
+            } else {
+                value = p.base + uint64_t{number} * p.step;
             }
-            const std::size_t at = l.shape.axis == Axis::Rows
-                                       ? std::size_t{l.firstLine + line} * l.shape.width + cell
-                                       : std::size_t{cell} * l.shape.width + l.firstLine + line;
-            StoreElement<uint64_t>(l.out + at * sizeof value, value);
+        } else if (!p.voids.empty()) {
+            value = p.voids[image.VoidPerCell() ? cell : image.VoidOfLine(line.line)];
         }
+        const std::size_t at = image.shape.axis == Axis::Rows
+                                   ? std::size_t{line.line} * image.shape.width + cell
+                                   : std::size_t{cell} * image.shape.width + line.line;
+        StoreElement<uint64_t>(image.out + at * sizeof value, value);
     }
     return good;
 }
@@ -157,16 +163,44 @@ bool ValuesOf(Voids voids, const LineOfNumbers& line, T* out) {
 }
 
 template <class T>
-bool MakeValues(const Lines& l, uint32_t line, T* out) {
-    const bool perCell = l.VoidPerCell();
-    const Voids voids = l.p.narrowVoids.empty() ? Voids::None : perCell ? Voids::PerCell : Voids::PerLine;
-    const LineOfNumbers numbers{l.first + line * l.stride, l.mask + std::size_t{line} * l.shape.Groups(),
-                                l.p.narrowVoids.data() + (voids == Voids::PerLine ? l.VoidOfLine(line) : 0),
-                                l.p, l.shape.Groups()};
-    if (l.header.map == ValueMap::Ranks) return ValuesOf<T, Map::Ranks>(voids, numbers, out);
-    if (l.p.step != 1) return ValuesOf<T, Map::Step>(voids, numbers, out);
+bool MakeValues(const Image& image, const Line& line, T* out) {
+    const Parameters& p = image.p;
+    const bool perCell = image.VoidPerCell();
+    const Voids voids = p.narrowVoids.empty() ? Voids::None : perCell ? Voids::PerCell : Voids::PerLine;
+    const LineOfNumbers numbers{
+        line.numbers, line.mask,
+        p.narrowVoids.data() + (voids == Voids::PerLine ? image.VoidOfLine(line.line) : 0), p,
+        image.shape.Groups()};
+    if (image.header.map == ValueMap::Ranks) return ValuesOf<T, Map::Ranks>(voids, numbers, out);
+    if (p.step != 1) return ValuesOf<T, Map::Step>(voids, numbers, out);
     return ValuesOf<T, Map::Base>(voids, numbers, out);
 }
+
+#if HWY_TARGET != HWY_SCALAR
+// As many elements of a line as 16 bytes hold; where vectors have 32, behind them those of the line as many
+// further on. What is woven within 16 bytes then turns two squares at once.
+#if HWY_TARGET <= HWY_AVX2
+template <class T>
+using Square = hn::FixedTag<T, 32 / sizeof(T)>;
+template <class T>
+HWY_INLINE hn::Vec<Square<T>> LoadLines(const T* at, std::size_t stride) {
+    const hn::Half<Square<T>> half;
+    return hn::Combine(Square<T>(), hn::LoadU(half, at + 16 / sizeof(T) * stride), hn::LoadU(half, at));
+}
+#else
+template <class T>
+using Square = hn::FixedTag<T, 16 / sizeof(T)>;
+template <class T>
+HWY_INLINE hn::Vec<Square<T>> LoadLines(const T* at, std::size_t /*stride*/) {
+    return hn::LoadU(Square<T>(), at);
+}
+#endif
+template <class T>
+HWY_INLINE void StoreTurned(hn::Vec<Square<T>> values, unsigned char* out) {
+    const hn::Repartition<uint8_t, Square<T>> bytes;
+    hn::StoreU(hn::BitCast(bytes, values), bytes, out);
+}
+#endif
 
 // Row i of what was column i is written to `out + i * step`; lines of `from` are `stride` apart.
 HWY_INLINE void TurnInto(const uint32_t* from, std::size_t stride, unsigned char* HWY_RESTRICT out,
@@ -177,23 +211,19 @@ HWY_INLINE void TurnInto(const uint32_t* from, std::size_t stride, unsigned char
             std::memcpy(out + x * step + y * 4, from + y * stride + x, 4);
     }
 #else
-    const hn::FixedTag<uint32_t, 4> d;
-    const hn::Repartition<uint8_t, decltype(d)> bytes;
+    const Square<uint32_t> d;
     for (uint32_t x = 0; x < kBlock; x += 4) {
-        unsigned char* const to = out + x * step;
-        for (uint32_t y = 0; y < kBlock; y += 4) {
+        for (uint32_t y = 0; y < kBlock; y += static_cast<uint32_t>(hn::Lanes(d))) {
             const uint32_t* const at = from + y * stride + x;
-            const auto a = hn::LoadU(d, at), b = hn::LoadU(d, at + stride);
-            const auto c = hn::LoadU(d, at + 2 * stride), e = hn::LoadU(d, at + 3 * stride);
+            unsigned char* const to = out + x * step + y * 4;
+            const auto a = LoadLines(at, stride), b = LoadLines(at + stride, stride);
+            const auto c = LoadLines(at + 2 * stride, stride), e = LoadLines(at + 3 * stride, stride);
             const auto ac = hn::InterleaveLower(d, a, c), be = hn::InterleaveLower(d, b, e);
             const auto acUpper = hn::InterleaveUpper(d, a, c), beUpper = hn::InterleaveUpper(d, b, e);
-            const auto put = [&](uint32_t i, auto values) HWY_ATTR {
-                hn::StoreU(hn::BitCast(bytes, values), bytes, to + i * step + y * 4);
-            };
-            put(0, hn::InterleaveLower(d, ac, be));
-            put(1, hn::InterleaveUpper(d, ac, be));
-            put(2, hn::InterleaveLower(d, acUpper, beUpper));
-            put(3, hn::InterleaveUpper(d, acUpper, beUpper));
+            StoreTurned<uint32_t>(hn::InterleaveLower(d, ac, be), to);
+            StoreTurned<uint32_t>(hn::InterleaveUpper(d, ac, be), to + step);
+            StoreTurned<uint32_t>(hn::InterleaveLower(d, acUpper, beUpper), to + 2 * step);
+            StoreTurned<uint32_t>(hn::InterleaveUpper(d, acUpper, beUpper), to + 3 * step);
         }
     }
 #endif
@@ -208,22 +238,20 @@ HWY_INLINE void TurnInto(const uint16_t* from, std::size_t stride, unsigned char
             std::memcpy(out + x * step + y * 2, from + y * stride + x, 2);
     }
 #else
-    const hn::FixedTag<uint16_t, 8> d;
-    const hn::Repartition<uint8_t, decltype(d)> bytes;
-    using Eight = hn::Vec<decltype(d)>;
+    const Square<uint16_t> d;
+    using Lines = hn::Vec<Square<uint16_t>>;
     for (uint32_t x = 0; x < kBlock; x += 8) {
-        for (uint32_t y = 0; y < kBlock; y += 8) {
+        for (uint32_t y = 0; y < kBlock; y += static_cast<uint32_t>(hn::Lanes(d))) {
             const uint16_t* const at = from + y * stride + x;
-            Eight a = hn::LoadU(d, at), b = hn::LoadU(d, at + stride), c = hn::LoadU(d, at + 2 * stride),
-                  e = hn::LoadU(d, at + 3 * stride), f = hn::LoadU(d, at + 4 * stride),
-                  g = hn::LoadU(d, at + 5 * stride), h = hn::LoadU(d, at + 6 * stride),
-                  i = hn::LoadU(d, at + 7 * stride);
+            const auto line = [&](uint32_t i) HWY_ATTR { return LoadLines(at + i * stride, stride); };
+            Lines a = line(0), b = line(1), c = line(2), e = line(3), f = line(4), g = line(5), h = line(6),
+                  i = line(7);
             // Three times the first half of the lines is mixed with the second one.
             for (int round = 0; round < 3; ++round) {
-                const Eight a2 = hn::InterleaveLower(d, a, f), b2 = hn::InterleaveUpper(d, a, f);
-                const Eight c2 = hn::InterleaveLower(d, b, g), e2 = hn::InterleaveUpper(d, b, g);
-                const Eight f2 = hn::InterleaveLower(d, c, h), g2 = hn::InterleaveUpper(d, c, h);
-                const Eight h2 = hn::InterleaveLower(d, e, i), i2 = hn::InterleaveUpper(d, e, i);
+                const Lines a2 = hn::InterleaveLower(d, a, f), b2 = hn::InterleaveUpper(d, a, f);
+                const Lines c2 = hn::InterleaveLower(d, b, g), e2 = hn::InterleaveUpper(d, b, g);
+                const Lines f2 = hn::InterleaveLower(d, c, h), g2 = hn::InterleaveUpper(d, c, h);
+                const Lines h2 = hn::InterleaveLower(d, e, i), i2 = hn::InterleaveUpper(d, e, i);
                 a = a2;
                 b = b2;
                 c = c2;
@@ -234,16 +262,14 @@ HWY_INLINE void TurnInto(const uint16_t* from, std::size_t stride, unsigned char
                 i = i2;
             }
             unsigned char* const to = out + x * step + y * 2;
-            const auto put = [&](uint32_t row, Eight values)
-                                 HWY_ATTR { hn::StoreU(hn::BitCast(bytes, values), bytes, to + row * step); };
-            put(0, a);
-            put(1, b);
-            put(2, c);
-            put(3, e);
-            put(4, f);
-            put(5, g);
-            put(6, h);
-            put(7, i);
+            StoreTurned<uint16_t>(a, to);
+            StoreTurned<uint16_t>(b, to + step);
+            StoreTurned<uint16_t>(c, to + 2 * step);
+            StoreTurned<uint16_t>(e, to + 3 * step);
+            StoreTurned<uint16_t>(f, to + 4 * step);
+            StoreTurned<uint16_t>(g, to + 5 * step);
+            StoreTurned<uint16_t>(h, to + 6 * step);
+            StoreTurned<uint16_t>(i, to + 7 * step);
         }
     }
 #endif
@@ -256,80 +282,82 @@ HWY_INLINE void StoreElements(const Kept* values, uint32_t count, unsigned char*
         StoreElement<T>(out + i * sizeof(T), static_cast<T>(values[i]));
 }
 
+// Rows that are fetched ahead, where rows are lines: writes to memory that is far away wait for each other.
+constexpr uint32_t kRowsAhead = 2;
+
 template <class T>
-bool PutRows(const Lines& l) {
-    const std::size_t cells = l.shape.width, rowBytes = cells * sizeof(T);
-    unsigned char* out = l.out + l.firstLine * rowBytes;
-    bool good = true;
-    T* const values = reinterpret_cast<T*>(l.scratch);
+bool PutRow(const Image& image, const Line& line) {
+    const std::size_t cells = image.shape.width, rowBytes = cells * sizeof(T);
+    unsigned char* const out = image.out + line.line * rowBytes;
+    if (image.shape.height - line.line > kRowsAhead) {
+        for (std::size_t i = 0; i < rowBytes; i += kLineBytes)
+            hwy::Prefetch(out + kRowsAhead * rowBytes + i);
+    }
     // The caller's memory may begin anywhere.
     const bool aligned = reinterpret_cast<uintptr_t>(out) % alignof(T) == 0;
-    for (uint32_t line = 0; line < l.lines; ++line, out += rowBytes) {
-        if (aligned && cells % kBlock == 0 && std::endian::native == std::endian::little) {
-            good = MakeValues(l, line, reinterpret_cast<T*>(out)) && good;
-            continue;
-        }
-        good = MakeValues(l, line, values) && good;
-        if constexpr (std::endian::native == std::endian::little) {
-            std::memcpy(out, values, rowBytes);
-        } else {
-            for (std::size_t i = 0; i < cells; ++i)
-                StoreElement<T>(out + i * sizeof(T), values[i]);
-        }
+    if (aligned && cells % kBlock == 0 && std::endian::native == std::endian::little)
+        return MakeValues(image, line, reinterpret_cast<T*>(out));
+    T* const values = reinterpret_cast<T*>(image.kept);
+    const bool good = MakeValues(image, line, values);
+    if constexpr (std::endian::native == std::endian::little) {
+        std::memcpy(out, values, rowBytes);
+    } else {
+        for (std::size_t i = 0; i < cells; ++i)
+            StoreElement<T>(out + i * sizeof(T), values[i]);
     }
     return good;
 }
 
 // The values of whole columns are kept, and turned when the last one is there: so the rows of the image are
-// filled from left to right. They go through a band of 16 rows that stays in the cache, because memory wants
-// to be written in one go. Elements of a byte are kept as 4.
+// filled from left to right, 16 at a time. Elements of a byte are kept as 4.
 template <class T>
-bool PutColumns(const Lines& l) {
+bool PutColumn(const Image& image, const Line& line) {
     using Kept = std::conditional_t<sizeof(T) == 1, uint32_t, T>;
-    const std::size_t rowBytes = std::size_t{l.shape.width} * sizeof(T);
-    const std::size_t padded = std::size_t{l.shape.Groups()} * kBlock;
-    Kept* const kept = reinterpret_cast<Kept*>(l.scratch);
-    bool good = true;
-    for (uint32_t line = 0; line < l.lines; ++line)
-        good = MakeValues(l, line, kept + (l.firstLine + line) * padded) && good;
-    if (l.firstLine + l.lines < l.shape.Lines() || !good) return good;
-    unsigned char* const band =
-        reinterpret_cast<unsigned char*>(l.scratch + std::size_t{l.shape.BlockRows()} * kBlock * padded);
-    for (uint32_t group = 0; group < l.shape.Groups(); ++group) {
-        const uint32_t cells = std::min(kBlock, l.shape.LineCells() - group * kBlock);
-        for (uint32_t first = 0; first < l.shape.Lines(); first += kBlock) {
-            const uint32_t lines = std::min(kBlock, l.shape.Lines() - first);
-            unsigned char* out = band + first * sizeof(T);
-            const Kept* const values = kept + first * padded + std::size_t{group} * kBlock;
-            if (sizeof(T) > 1 && lines == kBlock && std::endian::native == std::endian::little) {
-                TurnInto(values, padded, out, rowBytes);
+    const std::size_t rowBytes = std::size_t{image.shape.width} * sizeof(T), stride = KeptStride(image.shape);
+    const uint32_t cells = image.shape.LineCells(), lines = image.shape.Lines();
+    Kept* const kept = reinterpret_cast<Kept*>(image.kept);
+    const bool good = MakeValues(image, line, kept + line.line * stride);
+    if (!good || line.line + 1 < lines) return good;
+    for (uint32_t cell = 0; cell < cells; cell += kBlock) {
+        const uint32_t rows = std::min(kBlock, cells - cell);
+        unsigned char* const left = image.out + cell * rowBytes;
+        for (uint32_t first = 0; first < lines; first += kBlock) {
+            const uint32_t columns = std::min(kBlock, lines - first);
+            unsigned char* out = left + first * sizeof(T);
+            const Kept* const values = kept + first * stride + cell;
+            if (cells - cell >= 2 * kBlock) {
+                for (uint32_t i = 0; i < kBlock; ++i)
+                    hwy::Prefetch(out + (kBlock + i) * rowBytes);
+            }
+            if (sizeof(T) > 1 && columns == kBlock && rows == kBlock &&
+                std::endian::native == std::endian::little) {
+                TurnInto(values, stride, out, rowBytes);
                 continue;
             }
             HWY_ALIGN Kept turned[kBlock][kBlock];
-            TurnInto(values, padded, reinterpret_cast<unsigned char*>(turned), sizeof turned[0]);
-            for (uint32_t i = 0; i < cells; ++i, out += rowBytes)
-                StoreElements<T>(turned[i], lines, out);
+            TurnInto(values, stride, reinterpret_cast<unsigned char*>(turned), sizeof turned[0]);
+            for (uint32_t i = 0; i < rows; ++i, out += rowBytes)
+                StoreElements<T>(turned[i], columns, out);
         }
-        std::memcpy(l.out + std::size_t{group} * kBlock * rowBytes, band, cells * rowBytes);
     }
     return good;
 }
 
 template <class T>
-bool PutLines(const Lines& l) {
-    return l.shape.axis == Axis::Rows ? PutRows<T>(l) : PutColumns<T>(l);
+bool PutEither(const Image& image, const Line& line) {
+    return image.shape.axis == Axis::Rows ? PutRow<T>(image, line) : PutColumn<T>(image, line);
 }
 
-bool Put(std::size_t elementBytes, const Lines& lines) {
-    switch (elementBytes) {
+bool Put(const Image& image, const Line& line) {
+    switch (image.elementBytes) {
         case 1:
-            return PutLines<uint8_t>(lines);
+            return PutEither<uint8_t>(image, line);
         case 2:
-            return PutLines<uint16_t>(lines);
+            return PutEither<uint16_t>(image, line);
         case 4:
-            return PutLines<uint32_t>(lines);
+            return PutEither<uint32_t>(image, line);
         case 8:
-            return PutWide(lines);
+            return PutWide(image, line);
         default:
             return false;
     }
@@ -346,18 +374,20 @@ HWY_EXPORT(Put);
 
 ElementStore::ElementStore(const Shape& shape, const PayloadHeader& header, const Parameters& parameters,
                            LineVector<uint32_t>& scratch, std::span<unsigned char> out)
-    : m_shape(shape), m_header(header), m_parameters(parameters), m_scratch(scratch), m_out(out) {
-    const std::size_t padded = std::size_t{shape.Groups()} * kBlock;
-    const std::size_t paddedLines = std::size_t{shape.BlockRows()} * kBlock;
-    const std::size_t room = shape.axis == Axis::Rows ? padded : (padded + kBlock) * paddedLines;
+    : m_shape(shape),
+      m_header(header),
+      m_parameters(parameters),
+      m_scratch(scratch),
+      m_out(out),
+      m_elementBytes(out.size() / shape.Cells()) {
+    const std::size_t lines = std::size_t{shape.BlockRows()} * kBlock;
+    const std::size_t room = KeptStride(shape) * (shape.axis == Axis::Rows ? 1 : lines);
     if (scratch.size() < room) scratch.resize(room);
 }
 
-bool ElementStore::Put(const uint32_t* first, std::size_t stride, const uint16_t* mask, uint32_t firstLine,
-                       uint32_t lines) const noexcept {
-    return HWY_DYNAMIC_DISPATCH(Put)(m_out.size() / m_shape.Cells(),
-                                     Lines{m_shape, m_header, m_parameters, m_out.data(), first, stride, mask,
-                                           firstLine, lines, m_scratch.data()});
+void ElementStore::Put(const uint32_t* numbers, const uint16_t* mask, uint32_t line) noexcept {
+    const Image image{m_shape, m_header, m_parameters, m_out.data(), m_elementBytes, m_scratch.data()};
+    m_good = HWY_DYNAMIC_DISPATCH(Put)(image, {numbers, mask, line}) && m_good;
 }
 
 }  // namespace kxcodecs::grid

@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include "grid/GridBlockRow.h"
 #include "grid/GridPayload.h"
 #include "grid/GridTypes.h"
 
@@ -12,16 +13,16 @@ namespace kxcodecs::grid {
 
 /// Puts decoded lines where their elements belong in the image: numbers become values, voids come back,
 /// columns are turned.
-class ElementStore {
+class ElementStore final : public LineSink {
 public:
     /// Everything is borrowed. `scratch` becomes as large as it must.
     ElementStore(const Shape& shape, const PayloadHeader& header, const Parameters& parameters,
                  LineVector<uint32_t>& scratch, std::span<unsigned char> out);
 
-    /// Line `firstLine` and up to 15 more, in turn. Where lines are columns nothing is put before the last
-    /// one is there. False when a number has no value.
-    bool Put(const uint32_t* first, std::size_t stride, const uint16_t* mask, uint32_t firstLine,
-             uint32_t lines) const noexcept;
+    /// All lines in turn. Where lines are columns nothing is put before the last one is there.
+    void Put(const uint32_t* numbers, const uint16_t* mask, uint32_t line) noexcept override;
+    /// False when a number had no value.
+    bool Good() const { return m_good; }
 
 private:
     const Shape& m_shape;
@@ -29,6 +30,8 @@ private:
     const Parameters& m_parameters;
     LineVector<uint32_t>& m_scratch;
     std::span<unsigned char> m_out;
+    std::size_t m_elementBytes;
+    bool m_good = true;
 };
 
 }  // namespace kxcodecs::grid
