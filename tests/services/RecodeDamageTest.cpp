@@ -152,7 +152,7 @@ TEST_F(RecodeDamage, ChunksWithoutElementsOrOfOtherSizesAreKeptAsTheyAre) {
     const kxio::RecodeReport report = kxio::RecodeFile(Path("in.qsn"), Path("out.qsn"), options);
     ASSERT_EQ(report.components.size(), 3U);
     EXPECT_EQ(report.components[0].recoded, 1U);
-    for (const size_t i : {1, 2}) {
+    for (const size_t i : {size_t{1}, size_t{2}}) {
         EXPECT_EQ(report.components[i].kept, 1U);
         EXPECT_EQ(report.components[i].bytesAfter, report.components[i].bytesBefore);
     }

@@ -181,7 +181,7 @@ TEST(RecoverOddScans, ChunksOfTwoShapesLeaveTheGridAtWholePatches) {
     // The last column has values up to its second cell, but one of its chunks is of another shape.
     ScanFileBuilder file(6, 4, 4, 4);
     std::vector<uint8_t> part(16, 0);
-    for (const size_t i : {0, 1, 4, 5})
+    for (const size_t i : {0U, 1U, 4U, 5U})
         part[i] = 3;
     for (const bool odd : {false, true}) {
         ScanFileBuilder scan = file;
