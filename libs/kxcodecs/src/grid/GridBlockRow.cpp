@@ -20,27 +20,34 @@ namespace kxcodecs::grid::HWY_NAMESPACE {
 namespace {
 
 // Parts of the residuals of a block become the residuals, offset included.
+// \return the greatest place of an exception; any place is one in the block's room
 template <bool Tokens>
-HWY_INLINE void Assemble(const BlockInput& block, uint32_t* HWY_RESTRICT residuals) {
+HWY_INLINE uint32_t Assemble(const BlockInput& block, uint32_t* HWY_RESTRICT residuals) {
     const U32 d;
     const hn::Rebind<uint16_t, U32> d16;
     const hn::Rebind<uint8_t, U32> d8;
     const std::size_t n = hn::Lanes(d);
     const V offset = hn::Set(d, block.offset);
+    // Copies: what vectors are stored into might be the block, for all the compiler knows.
     const int exponent = block.exponent;
-    for (std::size_t i = 0; i < block.stored; i += n) {
-        V value = hn::PromoteTo(d, hn::LoadU(d16, block.low + i));
+    const uint16_t* const low = block.low;
+    const uint8_t* const tokens = block.tokens;
+    const std::size_t stored = block.stored;
+    for (std::size_t i = 0; i < stored; i += n) {
+        V value = hn::PromoteTo(d, hn::LoadU(d16, low + i));
         if constexpr (Tokens)
-            value =
-                hn::Or(value, hn::ShiftLeftSame(hn::PromoteTo(d, hn::LoadU(d8, block.tokens + i)), exponent));
-        hn::StoreU(hn::Add(Unzigzagged(value), offset), d, residuals + i);
+            value = hn::Or(value, hn::ShiftLeftSame(hn::PromoteTo(d, hn::LoadU(d8, tokens + i)), exponent));
+        hn::Store(hn::Add(Unzigzagged(value), offset), d, residuals + i);
     }
+    uint32_t last = 0;
     for (uint32_t i = 0; i < block.exceptions; ++i) {
         const uint32_t at = block.places[i];
+        last = std::max(last, at);
         const uint32_t token = Tokens ? block.tokens[at] : 0U;
         residuals[at] =
             UndoZigzag(((token + block.more[i]) << block.exponent) | block.low[at]) + block.offset;
     }
+    return last;
 }
 
 // One line of a row of blocks.
@@ -73,7 +80,8 @@ HWY_INLINE V Predicted(const Line& line, std::size_t at) {
 
 // Some groups of a line that have the same predictor; `Full`: all their cells are stored.
 template <class Prediction, bool Full>
-void DecodeGroups(const Line& line, const uint32_t* groups, std::size_t count) {
+void DecodeGroups(const Line& given, const uint32_t* groups, std::size_t count) {
+    const Line line = given;  // a copy: no store can be into it
     const U32 d;
     const std::size_t n = hn::Lanes(d);
     for (std::size_t k = 0; k < count; ++k) {
@@ -100,7 +108,8 @@ void DecodeGroups(const Line& line, const uint32_t* groups, std::size_t count) {
 
 // Groups of which nothing is stored go on as the line before.
 template <bool>
-void CopyGroups(const Line& line, const uint32_t* groups, std::size_t count) {
+void CopyGroups(const Line& given, const uint32_t* groups, std::size_t count) {
+    const Line line = given;
     const U32 d;
     for (std::size_t k = 0; k < count; ++k) {
         const std::size_t first = std::size_t{groups[k]} * kBlock;
@@ -154,8 +163,9 @@ uint32_t KindOf(const BlockInput& block) {
     return block.stored == 0 ? kNothing : block.predictor;
 }
 
-void DecodeRow(const BlockRow& row) {
+bool DecodeRow(const BlockRow& row) {
     const U32 d;
+    bool good = true;
     const std::size_t n = hn::Lanes(d);
     const uint32_t groups = row.groups;
     const std::size_t padded = std::size_t{groups} * kBlock;
@@ -167,11 +177,9 @@ void DecodeRow(const BlockRow& row) {
         ++starts[kind + 1];
         if (kind == kNothing) continue;
         uint32_t* const residuals = row.residuals + std::size_t{group} * kBlockCells;
-        if (block.tokens != nullptr) {
-            Assemble<true>(block, residuals);
-        } else {
-            Assemble<false>(block, residuals);
-        }
+        const uint32_t last =
+            block.tokens != nullptr ? Assemble<true>(block, residuals) : Assemble<false>(block, residuals);
+        good = good && last < block.stored;
         row.next[group] = residuals;
         const std::size_t at = std::size_t{group} * kBlock;
         kKindsOfBlocks[kind].firstSums(row.line + at - 2 * row.stride, row.sums + at);
@@ -203,6 +211,7 @@ void DecodeRow(const BlockRow& row) {
         }
         row.sink->Put(now, part.mask, row.firstLine + line);
     }
+    return good;
 }
 
 // Bits that are set in each byte.
@@ -243,8 +252,8 @@ namespace kxcodecs::grid {
 HWY_EXPORT(DecodeRow);
 HWY_EXPORT(CountRow);
 
-void DecodeBlockRow(const BlockRow& row) noexcept {
-    HWY_DYNAMIC_DISPATCH(DecodeRow)(row);
+bool DecodeBlockRow(const BlockRow& row) noexcept {
+    return HWY_DYNAMIC_DISPATCH(DecodeRow)(row);
 }
 
 void CountBlockRow(const uint16_t* mask, std::size_t groups, uint32_t lines, uint16_t* counts) noexcept {

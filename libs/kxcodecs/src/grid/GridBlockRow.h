@@ -49,7 +49,8 @@ struct BlockRow {
 /// Counts the stored cells of each block of a row, given the masks of its lines, at most 16.
 void CountBlockRow(const uint16_t* mask, std::size_t groups, uint32_t lines, uint16_t* counts) noexcept;
 
-/// Fills the lines of a block row, aprons included. `low` and `tokens` are readable 16 elements beyond.
-void DecodeBlockRow(const BlockRow& row) noexcept;
+/// Fills the lines of a block row, aprons included, and hands them over. `low` and `tokens` of each block are
+/// readable for 256 cells. False when an exception is none of a stored cell.
+bool DecodeBlockRow(const BlockRow& row) noexcept;
 
 }  // namespace kxcodecs::grid

@@ -113,10 +113,6 @@ bool LinkBlocks(bool tokens, std::size_t starts[], Scratch& scratch, std::size_t
         block.places = p.exceptionPlaces.data() + exception;
         block.more = p.exceptionMore.data() + exception;
         exception += more;
-        uint32_t last = 0;
-        for (uint32_t k = 0; k < more; ++k)
-            last = std::max<uint32_t>(last, block.places[k]);
-        if (more > 0 && last >= stored) return false;
     }
     return exception == exceptions;
 }
@@ -162,7 +158,7 @@ bool DecodeLines(const Shape& shape, const PayloadHeader& header, Scratch& scrat
         } else {
             std::copy_n(first - kApron + (kBlock - 2) * stride, 2 * stride, scratch.lines.data());
         }
-        DecodeBlockRow(row);
+        if (!DecodeBlockRow(row)) return false;
     }
     return store.Good();
 }

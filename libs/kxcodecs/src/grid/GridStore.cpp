@@ -41,7 +41,7 @@ struct Image {
     }
 };
 // A line of numbers; `line` is its place.
-struct Line {
+struct NumberLine {
     const uint32_t* numbers;
     const uint16_t* mask;
     uint32_t line;
@@ -64,7 +64,7 @@ void StoreElement(unsigned char* out, T value) {
 }
 
 // Values of 8 bytes are rare; the numbers behind them have 4.
-inline bool PutWide(const Image& image, const Line& line) {
+inline bool PutWide(const Image& image, const NumberLine& line) {
     bool good = true;
     const Parameters& p = image.p;
     for (uint32_t cell = 0; cell < image.shape.LineCells(); ++cell) {
@@ -118,7 +118,8 @@ HWY_INLINE void StoreLanes(V values, T* out) {
 
 // Values of all groups of a line, whole ones; false when a number has no value.
 template <class T, Map kMap, Voids kVoids>
-bool ValuesOfLine(const LineOfNumbers& line, T* HWY_RESTRICT out) {
+bool ValuesOfLine(const LineOfNumbers& given, T* HWY_RESTRICT out) {
+    const LineOfNumbers line = given;  // a copy: no store can be into it
     const U32 d;
     const I32 di;
     const std::size_t n = hn::Lanes(d);
@@ -163,7 +164,7 @@ bool ValuesOf(Voids voids, const LineOfNumbers& line, T* out) {
 }
 
 template <class T>
-bool MakeValues(const Image& image, const Line& line, T* out) {
+bool MakeValues(const Image& image, const NumberLine& line, T* out) {
     const Parameters& p = image.p;
     const bool perCell = image.VoidPerCell();
     const Voids voids = p.narrowVoids.empty() ? Voids::None : perCell ? Voids::PerCell : Voids::PerLine;
@@ -286,7 +287,7 @@ HWY_INLINE void StoreElements(const Kept* values, uint32_t count, unsigned char*
 constexpr uint32_t kRowsAhead = 2;
 
 template <class T>
-bool PutRow(const Image& image, const Line& line) {
+bool PutRow(const Image& image, const NumberLine& line) {
     const std::size_t cells = image.shape.width, rowBytes = cells * sizeof(T);
     unsigned char* const out = image.out + line.line * rowBytes;
     if (image.shape.height - line.line > kRowsAhead) {
@@ -311,7 +312,7 @@ bool PutRow(const Image& image, const Line& line) {
 // The values of whole columns are kept, and turned when the last one is there: so the rows of the image are
 // filled from left to right, 16 at a time. Elements of a byte are kept as 4.
 template <class T>
-bool PutColumn(const Image& image, const Line& line) {
+bool PutColumn(const Image& image, const NumberLine& line) {
     using Kept = std::conditional_t<sizeof(T) == 1, uint32_t, T>;
     const std::size_t rowBytes = std::size_t{image.shape.width} * sizeof(T), stride = KeptStride(image.shape);
     const uint32_t cells = image.shape.LineCells(), lines = image.shape.Lines();
@@ -344,11 +345,11 @@ bool PutColumn(const Image& image, const Line& line) {
 }
 
 template <class T>
-bool PutEither(const Image& image, const Line& line) {
+bool PutEither(const Image& image, const NumberLine& line) {
     return image.shape.axis == Axis::Rows ? PutRow<T>(image, line) : PutColumn<T>(image, line);
 }
 
-bool Put(const Image& image, const Line& line) {
+bool Put(const Image& image, const NumberLine& line) {
     switch (image.elementBytes) {
         case 1:
             return PutEither<uint8_t>(image, line);
@@ -379,7 +380,8 @@ ElementStore::ElementStore(const Shape& shape, const PayloadHeader& header, cons
       m_parameters(parameters),
       m_scratch(scratch),
       m_out(out),
-      m_elementBytes(out.size() / shape.Cells()) {
+      m_elementBytes(out.size() / shape.Cells()),
+      m_put(&HWY_DYNAMIC_DISPATCH(Put)) {
     const std::size_t lines = std::size_t{shape.BlockRows()} * kBlock;
     const std::size_t room = KeptStride(shape) * (shape.axis == Axis::Rows ? 1 : lines);
     if (scratch.size() < room) scratch.resize(room);
@@ -387,7 +389,7 @@ ElementStore::ElementStore(const Shape& shape, const PayloadHeader& header, cons
 
 void ElementStore::Put(const uint32_t* numbers, const uint16_t* mask, uint32_t line) noexcept {
     const Image image{m_shape, m_header, m_parameters, m_out.data(), m_elementBytes, m_scratch.data()};
-    m_good = HWY_DYNAMIC_DISPATCH(Put)(image, {numbers, mask, line}) && m_good;
+    m_good = m_put(image, {numbers, mask, line}) && m_good;
 }
 
 }  // namespace kxcodecs::grid

@@ -11,6 +11,9 @@
 
 namespace kxcodecs::grid {
 
+struct Image;
+struct NumberLine;
+
 /// Puts decoded lines where their elements belong in the image: numbers become values, voids come back,
 /// columns are turned.
 class ElementStore final : public LineSink {
@@ -31,6 +34,7 @@ private:
     LineVector<uint32_t>& m_scratch;
     std::span<unsigned char> m_out;
     std::size_t m_elementBytes;
+    bool (*m_put)(const Image&, const NumberLine&);  // for the vectors of this machine
     bool m_good = true;
 };
 
