@@ -375,6 +375,35 @@ TEST(Projection, DirectionsHalfACellOutsideTheFirstColumnBelongToIt) {
     EXPECT_GT(project(g.columnStart, g.rowStart - 0.6f * g.step).row, 150);
 }
 
+TEST(Projection, VerticalAnglesAreTakenByHalfTurns) {
+    const GridSpec g;
+    const float half = 3.1415927f;
+    for (const float angle : {Vertical(g, 3) + half, Vertical(g, 3) - half, Vertical(g, 3) + 5 * half})
+        EXPECT_EQ(kxio::ProjectOntoGrid(Topology(g), {Horizontal(g, 7), angle}), (ImageCoordinates{3, 7}))
+            << angle;
+}
+
+TEST(Projection, AGridWithoutExtentOrWithAnglesBeyondMeasureHasNoPlaces) {
+    using Grid = kxbase::GridTopology;
+    const Grid whole = Topology({});
+    const Angles direction{Horizontal({}, 7), Vertical({}, 3)};
+    ASSERT_TRUE(kxio::ProjectOntoGrid(whole, direction));
+    for (uint32_t Grid::*const side : {&Grid::columns, &Grid::rows, &Grid::patchWidth, &Grid::patchHeight}) {
+        Grid grid = whole;
+        grid.*side = 0;
+        EXPECT_FALSE(kxio::ProjectOntoGrid(grid, direction));
+    }
+    const float inf = std::numeric_limits<float>::infinity();
+    for (float Grid::*const angle :
+         {&Grid::columnStartAngle, &Grid::rowStartAngle, &Grid::columnHalfStep, &Grid::rowHalfStep}) {
+        for (const float value : {inf, -inf, std::numeric_limits<float>::quiet_NaN(), 1e4f}) {
+            Grid grid = whole;
+            grid.*angle = value;
+            EXPECT_FALSE(kxio::ProjectOntoGrid(grid, direction)) << value;
+        }
+    }
+}
+
 TEST(SamePoint, HorizontalAnglesCompareAroundTheCircleAndVerticalOnesDoNot) {
     kxbase::InMemoryStream stream(FullScan({}).Build());
     const Converter converter(&stream);
@@ -388,6 +417,9 @@ TEST(SamePoint, HorizontalAnglesCompareAroundTheCircleAndVerticalOnesDoNot) {
     EXPECT_FALSE(converter.IsSamePoint({10, 1, 1}, {10, 1, 1.000003f}));
     const float inf = std::numeric_limits<float>::infinity();
     EXPECT_FALSE(converter.IsSamePoint({10, inf, 1}, {10, inf, 1}));
+    EXPECT_FALSE(converter.IsSamePoint({10, 1, 1}, {10, inf, 1}));
+    EXPECT_FALSE(converter.IsSamePoint({10, 1, inf}, {10, 1, 1}));
+    EXPECT_FALSE(converter.IsSamePoint({10, 1, 1}, {10, 1, inf}));
     EXPECT_FALSE(converter.IsSamePoint({10, 1e30f, 1}, {10, 1, 1}));
 }
 
