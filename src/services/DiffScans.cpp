@@ -116,7 +116,14 @@ void CellComparison::Patch(uint64_t index, PatchDifference& result) {
     std::vector<unsigned char> a;
     std::vector<unsigned char> b;
     const char* which = "first";
+    const uint64_t stored =
+        std::max(m_first.StoredBytes(m_component, rect), m_second.StoredBytes(m_component, rect));
+    if (stored == 0 && !m_first.WithoutGrid()) {
+        result.cells = rect.CellCount();  // nothing is there, which is the same in both
+        return;
+    }
     try {
+        m_driver->RequireBacked(rect, m_elementBytes, stored);
         m_first.Read(m_component, rect, m_elementBytes, a);
         which = "second";
         m_second.Read(m_component, rect, m_elementBytes, b);

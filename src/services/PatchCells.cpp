@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "services/PatchCells.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "kxbase/Exceptions.h"
@@ -23,6 +24,36 @@ PatchRect PatchCells::RectOf(uint64_t patch) const {
 bool PatchCells::IsStored(kxbase::ComponentType component, uint64_t patch) const {
     const auto entries = m_access.PatchEntries(component);
     return patch < entries.size() && entries[patch].position != 0 && entries[patch].byteCount != 0;
+}
+
+uint64_t PatchCells::StoredBytes(kxbase::ComponentType component, const PatchRect& rect) const {
+    const auto entries = m_access.PatchEntries(component);
+    const kxbase::GridTopology& grid = m_access.Grid();
+    if (rect.rows == 0 || rect.columns == 0 || grid.patchWidth == 0 || grid.patchHeight == 0) return 0;
+    uint64_t bytes = 0;
+    const uint64_t lastRow = (uint64_t{rect.firstRow} + rect.rows - 1) / grid.patchHeight;
+    const uint64_t lastColumn = (uint64_t{rect.firstColumn} + rect.columns - 1) / grid.patchWidth;
+    for (uint64_t row = rect.firstRow / grid.patchHeight; row <= lastRow; ++row) {
+        for (uint64_t column = rect.firstColumn / grid.patchWidth; column <= lastColumn; ++column) {
+            const uint64_t index = row * grid.PatchesPerRow() + column;
+            if (index >= entries.size()) return bytes;
+            if (entries[index].position != 0) bytes += entries[index].byteCount;
+        }
+    }
+    return bytes;
+}
+
+void PatchCells::RequireBacked(const PatchRect& rect, uint32_t elementBytes, uint64_t storedBytes) const {
+    if (WithoutGrid()) return;  // such a patch has as many values as its chunk
+    const uint64_t bytes = kxbase::SizeProduct(rect.CellCount(), elementBytes);
+    if (bytes <= kxbase::SizeProduct(storedBytes, m_expansionRatio)) return;
+    throw kxbase::KXUnreadablePatchException(
+        "Patch cannot be decoded",
+        {{},
+         {},
+         {},
+         {},
+         kxbase::OverLimit("expansionRatio", bytes / std::max<uint64_t>(1, storedBytes), m_expansionRatio)});
 }
 
 void PatchCells::Read(kxbase::ComponentType component, const PatchRect& rect, uint32_t elementBytes,

@@ -73,6 +73,8 @@ bool ComponentMeasurement::ForEachPatch(Take take, const std::function<void(uint
                 return;
             }
             try {
+                m_cells.RequireBacked(rect, m_result.elementBytes,
+                                      m_cells.StoredBytes(m_result.component, rect));
                 m_cells.Read(m_result.component, rect, m_result.elementBytes, batch[i].bytes);
             } catch (const kxbase::KXUnreadablePatchException& e) {
                 batch[i].bytes.clear();

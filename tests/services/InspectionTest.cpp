@@ -179,6 +179,22 @@ TEST(MeasureScan, NumbersAreThoseOfAPlainCount) {
     EXPECT_EQ(all[1].noReturnShare, std::nullopt);
 }
 
+TEST(MeasureScan, APatchThatItsChunkCannotStandForIsNotRead) {
+    // Twelve patches of 640 MiB by the word of the scan header, with a chunk of twelve values in each.
+    kxtest::ScanFileBuilder file(12U * 167798132U - 5, 1, 167798132U, 1);
+    for (uint32_t column = 0; column < 12; ++column)
+        file.Chunk(1, 0, column, kxtest::SnappyChunk(std::vector<float>(12, 1.0F), 12, 1));
+    const MemoryScan scan(file.Build());
+    const std::vector<ComponentStatistics> all = MeasureScan(scan.reader);
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_EQ(all[0].cells, 0U);
+    EXPECT_EQ(all[0].notRead, 12U * 167798132ULL - 5);
+    EXPECT_NE(all[0].problem.find("expansionRatio"), std::string::npos) << all[0].problem;
+    const DiffReport diff = DiffScans(scan.reader, scan.reader);
+    EXPECT_EQ(diff.components.at(0).cells, 0U);
+    EXPECT_NE(diff.components.at(0).problem.find("expansionRatio"), std::string::npos);
+}
+
 TEST(MeasureScan, MoreValuesThanFitAreCountedInSeveralPasses) {
     const uint32_t side = 64;
     kxtest::ScanFileBuilder file(side, side, 16, 16);
