@@ -187,8 +187,10 @@ GridDecision DecideGrid(const std::optional<kxbase::GridTopology>& header, const
     const uint64_t chunkCells = uint64_t{chunks.width} * chunks.height;
     // One chunk is enough: damage does not hit upon the sides of any.
     const bool sidesAgree = chunks.sides.contains({grid.patchWidth, grid.patchHeight});
-    // Patches whose values were handed over as one row have as many cells.
-    const bool cellsAgree = chunks.height == 1 && patchCells == chunkCells;
+    // Patches whose values were handed over as one row have as many cells, or fewer where not all were.
+    const bool countsAgree = table.PatchCount() != 0 && table.PatchCount() == grid.PatchCount64();
+    const bool cellsAgree =
+        chunks.height == 1 && (patchCells == chunkCells || (chunkCells < patchCells && countsAgree));
     if (header && chunkCells != 0 && !sidesAgree && !cellsAgree) {
         decision.notes.push_back("patch size " + Size(grid.patchWidth, grid.patchHeight) +
                                  " of the scan header does not fit the chunks of " +

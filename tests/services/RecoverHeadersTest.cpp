@@ -146,4 +146,26 @@ TEST(RecoverToFile, DamagedFieldsOfTheScanHeaderArePutRight) {
     }
 }
 
+TEST(RecoverToFile, APatchOfWhichOnlyARowWasHandedOverFitsTheGrid) {
+    // The writer stores its six values as one row: a patch of 4 x 3 cells, not one of 6 x 1.
+    InMemoryStream stream;
+    kxio::QSNScanWriter writer;
+    kxbase::GridTopology grid = SampleScan().Grid();
+    grid.columns = grid.patchWidth = 4;
+    grid.rows = grid.patchHeight = 3;
+    writer.CreateNew(&stream, grid);
+    kxcodecs::SnappyChunkCodec codec;
+    std::vector<float> values(6, 5000.0F);
+    kxio::FlatPatchDescriptor patch(kxbase::Range, 4, kxio::RowMajor, 1.0, &codec);
+    patch.data = reinterpret_cast<unsigned char*>(values.data());
+    patch.size = values.size();
+    writer.AddPatch({&patch}, 0, 0);
+    writer.EndCreation();
+    const Recovered recovered(stream.GetBytes());
+    EXPECT_EQ(recovered.report.pointsSaved, 6U);
+    EXPECT_EQ(recovered.report.gridSource, kxio::RecoveredGrid::ScanHeader);
+    EXPECT_EQ(recovered.reader.GetScanInformation().grid.patchWidth, 4U);
+    EXPECT_EQ(recovered.reader.GetScanInformation().grid.patchHeight, 3U);
+}
+
 }  // namespace
