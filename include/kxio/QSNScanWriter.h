@@ -190,6 +190,7 @@ public:
     std::map<std::string, uint64_t> EndCreation();
 
 private:
+    friend class ScanRebuild;
     std::shared_ptr<QSNScanWriterImpl> m_impl;
 };
 

@@ -64,6 +64,7 @@ RecoveryReport ScanRebuild::Run() {
     }
     Gather();
     Create();
+    FindWholeComponents();
     WritePatches();
     KeepWidthWithoutGrid();
     SetAngles();
@@ -79,6 +80,7 @@ void ScanRebuild::Gather() {
     m_survey = SurveyRecords(m_file, [&](uint64_t bytes) { Progress(bytes); });
     m_table = std::make_unique<TableEvidence>(m_file, m_survey);
     m_salvaged = SalvageProperties(m_file, m_survey, *m_table);
+    if (m_salvaged.hashes && m_options.limits.checkHashes) m_hashes = HashEvidence(m_file, m_survey);
     std::optional<kxbase::GridTopology> header;
     if (m_salvaged.hasScanHeader) header = m_salvaged.properties.grid;
 

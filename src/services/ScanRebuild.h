@@ -11,6 +11,7 @@
 #include "services/AngleFit.h"
 #include "services/FileWindow.h"
 #include "services/GridDecision.h"
+#include "services/HashEvidence.h"
 #include "services/RecordSurvey.h"
 #include "services/SalvagedProperties.h"
 #include "services/SettledInput.h"
@@ -43,6 +44,9 @@ private:
     void SetPreviewSize(kxbase::GridTopology& grid) const;
     void WritePatches();
     bool WritePatch(const FoundChunk& chunk);
+    void FindWholeComponents();
+    void KeepWhole(kxbase::ComponentType component, uint64_t codecId);
+    bool CopyChunk(const FoundChunk& chunk);
     bool MayBePreviewed(kxbase::ComponentType component, uint64_t elementBytes);
     void NoteAngles(const FoundChunk& chunk, const kxcodecs::ChunkHeaderInfo& header);
     void KeepWidthWithoutGrid();
@@ -64,6 +68,7 @@ private:
     SalvagedProperties m_salvaged;
     std::vector<FoundChunk> m_candidates;  // best first within each patch and component
     GridDecision m_decision;
+    HashEvidence m_hashes;
 
     QSNScanWriter m_writer;
     std::map<kxbase::ComponentType, RecoveredComponent> m_components;

@@ -14,6 +14,7 @@
 #include "services/ScanRebuild.h"
 #include "writer/PatchLimits.h"
 #include "writer/PatchPlace.h"
+#include "writer/QSNScanWriterImpl.h"
 
 namespace kxio {
 
@@ -122,7 +123,8 @@ bool ScanRebuild::MayBePreviewed(ComponentType component, uint64_t elementBytes)
     return true;
 }
 
-/// Reads and decodes a chunk into `m_chunk` and `m_values`. False when it is not whole.
+/// Reads and decodes a chunk into `m_chunk` and `m_values`. False when it is not whole, or other values than
+/// were written came out.
 bool ScanRebuild::ReadValues(const FoundChunk& chunk, ChunkHeaderInfo& header) {
     if (chunk.byteCount > m_readBudget) return false;
     const auto claim = PlausibleCodecHeader(m_file, chunk.dataPosition, chunk.byteCount, UINT64_MAX);
@@ -133,12 +135,64 @@ bool ScanRebuild::ReadValues(const FoundChunk& chunk, ChunkHeaderInfo& header) {
     const uint64_t patchBytes = kxbase::SizeProduct(grid.patchWidth, grid.patchHeight, kMostCellBytes);
     const bool small = m_decision.withoutGrid || patchBytes < (1 << 20);
     const uint64_t most = small ? m_options.limits.decodedBytes : patchBytes;
-    return m_chunk.size() == chunk.byteCount &&
+    return m_chunk.size() == chunk.byteCount && !m_hashes.IsChanged(chunk.dataPosition, m_chunk) &&
            QKXChunkCodec::DecodeChunk(m_chunk, header, m_values, most) == DecodeStatus::Decoded;
+}
+
+/// Where anything but chunks was hit, or the grid is put together from what is left, everything is decoded.
+void ScanRebuild::FindWholeComponents() {
+    if (m_salvaged.thumbnail.empty() || m_in.HiddenFrom() || !m_decision.sizeFromHeader ||
+        !m_decision.anglesFromHeader || m_decision.withoutGrid) {
+        return;
+    }
+    m_hashes.FindWhole(m_file, m_survey, m_candidates, m_decision.grid.PatchesPerRow(),
+                       [this](uint64_t /*bytes*/) { Progress(m_report.fileBytes); });
+}
+
+/// What the file tells of the patches of a component is told of them in the new one.
+void ScanRebuild::KeepWhole(ComponentType component, uint64_t codecId) {
+    const HashEvidence::Component& parts = m_hashes.Whole().at(component);
+    std::unique_ptr<StoredChunkCodec>& codec = m_codecs[component];
+    codec = std::make_unique<StoredChunkCodec>(codecId);
+    std::vector<unsigned char> preview;
+    m_file.Read(parts.preview.position, parts.preview.byteCount, preview);
+    m_writer.m_impl->KeepPreview(component, codec.get(), std::move(preview));
+    if (parts.histogram != 0) {
+        m_writer.m_impl->KeepHistogram([this, position = parts.histogram] {
+            auto record = std::make_unique<ExtendedHeader>();
+            if (!m_in.Seek(position) || record->Read(&m_in) == 0) record.reset();
+            return record;
+        });
+    }
+    if (component == kxbase::Range) m_report.pointsSaved = m_salvaged.properties.validPointCount;
+}
+
+/// Copies a chunk of a component of which all are as they were written.
+bool ScanRebuild::CopyChunk(const FoundChunk& chunk) {
+    const auto header = PlausibleCodecHeader(m_file, chunk.dataPosition, chunk.byteCount, UINT64_MAX);
+    if (!header || !ExceededLimit(*header, chunk.byteCount, m_options.limits).empty()) return false;
+    m_file.Read(chunk.dataPosition, chunk.byteCount, m_chunk);
+    if (m_hashes.IsChanged(chunk.dataPosition, m_chunk)) return false;
+    if (!m_codecs.contains(chunk.component)) KeepWhole(chunk.component, header->codecId);
+    EncodedPatchDescriptor patch(chunk.component, header->ElementBytes());
+    patch.data = m_chunk.data();
+    patch.size = m_chunk.size();
+    if (chunk.component == kxbase::Range) {
+        const MinMaxPair limits =
+            m_hashes.LimitsOf(uint64_t{m_decision.grid.PatchesPerRow()} * chunk.row + chunk.column);
+        patch.min = limits.minimum;
+        patch.max = limits.maximum;
+    }
+    m_writer.AddPatch({&patch}, chunk.row, chunk.column);
+    RecoveredComponent& counts = m_components[chunk.component];
+    ++counts.recovered;
+    counts.storedBytes += chunk.byteCount;
+    return true;
 }
 
 /// Copies one chunk when it is whole.
 bool ScanRebuild::WritePatch(const FoundChunk& chunk) {
+    if (m_hashes.Whole().contains(chunk.component)) return CopyChunk(chunk);
     const GridTopology& grid = m_decision.grid;
     const uint64_t patchCells = uint64_t{grid.patchWidth} * grid.patchHeight;
     ChunkHeaderInfo header;
@@ -294,11 +348,16 @@ void ScanRebuild::CompleteReport() {
 
     if (!m_decision.sizeFromHeader) r.rebuilt.push_back("size of the grid");
     if (r.anglesFitted) r.rebuilt.push_back("angles of the grid");
-    if (m_components.contains(kxbase::Range)) r.rebuilt.push_back("point count and limits");
-    if (!m_decision.withoutGrid && !m_codecs.empty()) r.rebuilt.push_back("previews");
-    const bool counted = std::any_of(r.components.begin(), r.components.end(), [](const auto& c) {
-        return c.recovered != 0 && (c.component == kxbase::Luminance8 || c.component == kxbase::Luminance16 ||
-                                    c.component == kxbase::Class || c.component == kxbase::Segment);
+    const auto isMadeAnew = [this](ComponentType component) { return !m_hashes.Whole().contains(component); };
+    if (m_components.contains(kxbase::Range) && isMadeAnew(kxbase::Range))
+        r.rebuilt.push_back("point count and limits");
+    const bool previews = std::any_of(m_codecs.begin(), m_codecs.end(),
+                                      [&](const auto& made) { return isMadeAnew(made.first); });
+    if (!m_decision.withoutGrid && previews) r.rebuilt.push_back("previews");
+    const bool counted = std::any_of(r.components.begin(), r.components.end(), [&](const auto& c) {
+        return c.recovered != 0 && isMadeAnew(c.component) &&
+               (c.component == kxbase::Luminance8 || c.component == kxbase::Luminance16 ||
+                c.component == kxbase::Class || c.component == kxbase::Segment);
     });
     if (counted && MakesHistograms()) r.rebuilt.push_back("histograms");
     if (!r.thumbnailKept) r.rebuilt.push_back("thumbnail");

@@ -9,6 +9,7 @@ list(APPEND kxio_sources
   services/FileSets.cpp
   services/FileWindow.cpp
   services/GridDecision.cpp
+  services/HashEvidence.cpp
   services/IntegrityEdit.cpp
   services/PartialFile.cpp
   services/PatchCells.cpp

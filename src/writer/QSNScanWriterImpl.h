@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -68,6 +69,15 @@ public:
     void EnableHistograms(bool enable) { m_histogramsEnabled = enable; }
     void SetIntegrity(bool wanted);
 
+    /// For a component whose patches come encoded, from a file that is known to be right: the codec of its
+    /// empty patches, borrowed, and the chunk of its preview.
+    void KeepPreview(kxbase::ComponentType component, kxcodecs::QKXChunkCodec* codec,
+                     std::vector<unsigned char> chunk);
+    /// The same for a histogram; asked for when the record is written. Null: there is none.
+    void KeepHistogram(std::function<std::unique_ptr<ExtendedHeader>()> record) {
+        m_keptHistograms.push_back(std::move(record));
+    }
+
     void AddPatch(const std::vector<PatchDescriptor*>& descriptors, uint32_t row, uint32_t column);
     void AddPatch(const std::vector<PatchDescriptor*>& descriptors, uint32_t index);
     std::map<std::string, uint64_t> EndCreation();
@@ -85,6 +95,7 @@ private:
         uint32_t orientation = 0;
         uint64_t pixelLength = 0;  // of the last descriptor that told one; 0 = unknown
         std::shared_ptr<std::vector<unsigned char>> image;
+        std::vector<unsigned char> kept;  // a chunk to be written instead of the image
     };
 
     // Creation and release.
@@ -166,6 +177,7 @@ private:
     std::list<std::wstring> m_messages;
     std::list<std::wstring> m_warnings;
     PatchHistograms m_histograms;
+    std::vector<std::function<std::unique_ptr<ExtendedHeader>()>> m_keptHistograms;
     bool m_integrityWanted = false;
     std::vector<IntegritySpan> m_headerSpans;  // of records, where integrity is wanted
     std::vector<IntegritySpan> m_chunkSpans;   // of chunks, previews, thumbnail and histograms

@@ -125,6 +125,16 @@ void QSNScanWriterImpl::SetCompressedPreview(std::span<const unsigned char> chun
     WritePreview(chunk, component);
 }
 
+void QSNScanWriterImpl::KeepPreview(kxbase::ComponentType component, kxcodecs::QKXChunkCodec* codec,
+                                    std::vector<unsigned char> chunk) {
+    {
+        const std::lock_guard lock(CodecLock());
+        m_codecs[component] = codec;
+    }
+    const std::lock_guard lock(PreviewLock());
+    m_previewInfo[component].kept = std::move(chunk);
+}
+
 void QSNScanWriterImpl::WritePreview(std::span<const unsigned char> chunk, kxbase::ComponentType component) {
     RequireCountable(chunk.size(), "preview");
     const std::lock_guard lock(StreamLock());

@@ -103,10 +103,15 @@ void QSNScanWriterImpl::WritePreviewsAndLimits() {
     };
     std::vector<Preview> previews;
     for (const auto& [component, info] : m_previewInfo) {
+        if (!info.kept.empty()) {
+            previews.push_back({component, nullptr, info.kept, nullptr});
+            continue;
+        }
         if (info.image == nullptr || info.image->empty()) continue;
         previews.push_back({component, info.image.get(), {}, nullptr});
     }
     const auto encode = [this](Preview& preview) noexcept {
+        if (preview.image == nullptr) return;
         const auto codec = m_codecs.find(preview.component);
         try {
             EncodeOrSnappy(codec == m_codecs.end() ? nullptr : codec->second, *preview.image, m_previewWidth,
@@ -159,6 +164,9 @@ std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHead
         records.push_back(std::make_unique<HDRExtendedHeader>(link));
     for (std::unique_ptr<ExtendedHeader>& record : histograms.records)
         records.push_back(std::move(record));
+    for (const auto& load : m_keptHistograms) {
+        if (auto record = load()) records.push_back(std::move(record));
+    }
     return records;
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What saving and hostile input cost, as figures: nothing here is a test, for a busy machine must fail none.
 //
-//   kxio_costs make FILE COLUMNS ROWS   a scan with seven components
+//   kxio_costs make FILE COLUMNS ROWS [hashed]   a scan with seven components
 //   kxio_costs recover FILE OUT         time and memory of a recovery
 //   kxio_costs hostile                  the dearest of the cases of the byte sweep, and of changes of the
 //                                       headers and tables of a file of some megabytes
@@ -46,8 +46,9 @@ double MostMemory() {
     return 0;
 }
 
-int Make(const std::string& path, const std::string& columns, const std::string& rows) {
+int Make(const std::string& path, const std::string& columns, const std::string& rows, bool hashes) {
     recovery_test::SampleScan scan;
+    scan.hashes = hashes;
     scan.columns = static_cast<uint32_t>(std::stoul(columns));
     scan.rows = static_cast<uint32_t>(std::stoul(rows));
     scan.patchWidth = scan.patchHeight = 64;
@@ -192,9 +193,11 @@ int HostileLarge() {
 
 int main(int argc, char** argv) {
     const std::string what = argc > 1 ? argv[1] : "";
-    if (what == "make" && argc == 5) return Make(argv[2], argv[3], argv[4]);
+    if (what == "make" && argc == 5) return Make(argv[2], argv[3], argv[4], false);
+    if (what == "make" && argc == 6 && argv[5] == std::string("hashed"))
+        return Make(argv[2], argv[3], argv[4], true);
     if (what == "recover" && argc == 4) return Recover(argv[2], argv[3]);
     if (what == "hostile" && argc == 2) return Hostile() + HostileLarge();
-    std::fprintf(stderr, "usage: kxio_costs make FILE COLUMNS ROWS | recover FILE OUT | hostile\n");
+    std::fprintf(stderr, "usage: kxio_costs make FILE COLUMNS ROWS [hashed] | recover FILE OUT | hostile\n");
     return 2;
 }

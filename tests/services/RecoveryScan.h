@@ -33,6 +33,7 @@ struct SampleScan {
     uint32_t patchWidth = 16;
     uint32_t patchHeight = 16;
     bool histograms = true;
+    bool hashes = false;
     /// Patches (row, column) that are never handed over.
     std::vector<std::pair<uint32_t, uint32_t>> absent;
 
@@ -62,6 +63,7 @@ struct SampleScan {
         const kxbase::GridTopology grid = Grid();
         writer.CreateNew(&stream, grid);
         writer.DisableHistogramComputation(!histograms);
+        writer.SetIntegrity(hashes);
         kxio::ScanProperties& p = writer.GetScanProperties();
         p.scannerModel = L"Ostrak RM7";
         p.descriptions = {L"one", L"two", L"three"};

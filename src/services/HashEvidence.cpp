@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: MIT
+#include "services/HashEvidence.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "format/Hash64.h"
+#include "kxbase/Exceptions.h"
+#include "kxbase/IInFileStream.h"
+#include "kxio/HistogramHeader.h"
+#include "services/IntegrityEdit.h"
+
+namespace kxio {
+
+namespace {
+
+using kxbase::ComponentType;
+
+LookupTable ReadTable(FileWindow& file, uint64_t position) {
+    LookupTable table;
+    LookupTableHeader record(&table);
+    if (position != 0 && file.Stream().Seek(position)) record.Read(&file.Stream());
+    return table;
+}
+
+}  // namespace
+
+HashEvidence::HashEvidence(FileWindow& file, const Survey& survey) {
+    try {
+        m_integrity = LoadIntegrity(file.Stream(), survey.mainHeader.value_or(MainFileHeader()));
+    } catch (const kxbase::KXException&) {
+        m_integrity = {};
+    }
+    for (const IntegritySpan& span : m_integrity.OtherSpans())
+        m_hashes.insert(span.hash);
+}
+
+bool HashEvidence::IsChanged(uint64_t position, std::span<const unsigned char> chunk) const {
+    return m_integrity.Check(position, chunk) == IntegrityTable::Verdict::Wrong &&
+           !m_hashes.contains(Hash64(chunk));
+}
+
+void HashEvidence::FindWhole(FileWindow& file, const Survey& survey,
+                             const std::vector<FoundChunk>& candidates, uint32_t patchesPerRow,
+                             const SurveyProgress& progress) {
+    if (!survey.mainHeader || !m_integrity.Present() || !m_integrity.Damaged().empty() ||
+        !CheckPieces(file, candidates, progress)) {
+        return;
+    }
+    const MainFileHeader& main = *survey.mainHeader;
+    for (const uint64_t position :
+         {uint64_t{0}, main.scanHeaderPosition, main.lookupTablePosition, main.previewLookupTablePosition,
+          main.boundingInformationPosition, main.firstExtendedHeaderPosition}) {
+        if (!IsRightFrom(position)) return;
+    }
+    try {
+        const LookupTable table = ReadTable(file, main.lookupTablePosition);
+        const LookupTable previews = ReadTable(file, main.previewLookupTablePosition);
+        const auto histograms = Histograms(file, main.firstExtendedHeaderPosition);
+        MinMaxHeader limits(&m_limits);
+        if (!file.Stream().Seek(main.boundingInformationPosition) || limits.Read(&file.Stream()) == 0) return;
+        for (const auto& [component, entries] : table) {
+            const auto preview = previews.find(component);
+            if (preview == previews.end() || preview->second.empty()) continue;
+            const LookupEntry& entry = preview->second.front();
+            if (!IsRight({entry.position, entry.byteCount}) ||
+                (component == ComponentType::Range && m_limits.size() != entries.size()) ||
+                !HasItsChunks(component, entries, survey, candidates, patchesPerRow)) {
+                continue;
+            }
+            const auto histogram = histograms.find(component);
+            m_whole[component] = {entry, histogram == histograms.end() ? 0 : histogram->second};
+        }
+    } catch (const kxbase::KXException&) {
+        m_whole.clear();  // the device does not answer
+    }
+}
+
+// False when a piece does not match its hash and is no chunk of a patch.
+bool HashEvidence::CheckPieces(FileWindow& file, const std::vector<FoundChunk>& candidates,
+                               const SurveyProgress& progress) {
+    std::unordered_map<uint64_t, uint64_t> chunks;
+    for (const FoundChunk& chunk : candidates)
+        chunks.emplace(chunk.dataPosition, chunk.byteCount);
+    // Pieces hardly overlap; a list that claims more must not cost more.
+    uint64_t left = 2 * file.Size();
+    std::vector<unsigned char> bytes;
+    for (const auto* const spans : {&m_integrity.HeaderSpans(), &m_integrity.OtherSpans()}) {
+        for (const IntegritySpan& span : *spans) {
+            if (span.byteCount > left || span.position > file.Size() ||
+                span.byteCount > file.Size() - span.position) {
+                return false;
+            }
+            left -= span.byteCount;
+            file.Read(span.position, span.byteCount, bytes);
+            const auto chunk = chunks.find(span.position);
+            if (m_integrity.Check(span.position, bytes) == IntegrityTable::Verdict::Right) {
+                m_right.emplace_back(span.position, span.byteCount);
+            } else if (chunk == chunks.end() || chunk->second != span.byteCount) {
+                return false;
+            }
+            if (progress) progress(span.position);
+        }
+    }
+    std::sort(m_right.begin(), m_right.end());
+    return file.UnreadableBytes() == 0;
+}
+
+bool HashEvidence::IsRight(const Piece& piece) const {
+    return std::binary_search(m_right.begin(), m_right.end(), piece);
+}
+
+bool HashEvidence::IsRightFrom(uint64_t position) const {
+    const auto piece = std::lower_bound(m_right.begin(), m_right.end(), Piece(position, 0));
+    return piece != m_right.end() && piece->first == position;
+}
+
+std::map<ComponentType, uint64_t> HashEvidence::Histograms(FileWindow& file, uint64_t firstRecord) const {
+    std::map<ComponentType, uint64_t> histograms;
+    uint64_t position = firstRecord;
+    ExtendedHeader record;
+    if (!file.Stream().Seek(position)) return histograms;
+    for (; record.Read(&file.Stream()) != 0; position = file.Stream().Tell()) {
+        const auto component = HistogramComponent(record.GetType());
+        if (component && IsRightFrom(position)) histograms[*component] = position;
+    }
+    return histograms;
+}
+
+// Whether the patches of the table have one candidate each, with bytes that are right, and there are no
+// others.
+bool HashEvidence::HasItsChunks(ComponentType component, const std::vector<LookupEntry>& entries,
+                                const Survey& survey, const std::vector<FoundChunk>& candidates,
+                                uint32_t patchesPerRow) const {
+    std::unordered_set<uint64_t> empty;
+    for (const FoundChunk& chunk : survey.sharedEmpty)
+        empty.insert(chunk.dataPosition);
+    std::unordered_map<uint64_t, Piece> wanted;
+    for (const LookupEntry& entry : entries) {
+        if (entry.position == 0 || entry.byteCount == 0 || empty.contains(entry.position)) continue;
+        const Piece piece(entry.position, entry.byteCount);
+        if (!IsRight(piece)) return false;
+        wanted[entry.index] = piece;
+    }
+    for (const FoundChunk& chunk : candidates) {
+        if (chunk.component != component) continue;
+        const auto found = wanted.find(uint64_t{chunk.row} * patchesPerRow + chunk.column);
+        if (found == wanted.end() || found->second != Piece(chunk.dataPosition, chunk.byteCount))
+            return false;
+        wanted.erase(found);
+    }
+    return wanted.empty();
+}
+
+}  // namespace kxio
