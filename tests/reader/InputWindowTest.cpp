@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "format/PendingEdit.h"
+#include "kxbase/InMemoryStream.h"
 #include "reader/PositionedInput.h"
 #include "support/StreamMoves.h"
-#include "support/TempFolder.h"
 
 namespace {
 
