@@ -37,7 +37,9 @@ public:
     ByteList& F32(float value) { return U32(std::bit_cast<uint32_t>(value)); }
     ByteList& F64(double value) { return U64(std::bit_cast<uint64_t>(value)); }
     ByteList& Text(std::string_view text) {
-        m_bytes.insert(m_bytes.end(), text.begin(), text.end());
+        // One by one: g++ 12 takes the insertion of a range here for an overflow.
+        for (const char c : text)
+            m_bytes.push_back(static_cast<unsigned char>(c));
         return U8(0);
     }
     ByteList& Raw(const Bytes& bytes) {
