@@ -97,9 +97,11 @@ struct RecoveryOptions {
 ///     copied when they survived;
 ///   - a warning, the first in the list, says what was lost.
 /// Damage that leaves a record or chunk readable, in the bytes of a text or of a Snappy or JPEG chunk for
-/// instance, cannot be told from what was written and is copied.
+/// instance, cannot be told from what was written and is copied, unless the file carries hashes: a chunk that
+/// does not match its own is lost (`Limits::checkHashes` switches that off). Components of such a file of
+/// which nothing was hit are copied with preview, limits and histogram, without decoding them.
 ///
-/// Time: two passes over the file. Memory: a few patches, the previews and histograms that the writer keeps,
+/// Time: two passes over the file, three where it has hashes. Memory: a few patches, the previews and histograms that the writer keeps,
 /// about 150 bytes per chunk, whatever the file holds. The new file appears under its name when it is
 /// complete; until then it is written beside it, and a failure leaves nothing behind.
 /// Several recoveries may run at once, on different outputs.
