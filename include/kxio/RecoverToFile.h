@@ -101,10 +101,10 @@ struct RecoveryOptions {
 /// does not match its own is lost (`Limits::checkHashes` switches that off). Components of such a file of
 /// which nothing was hit are copied with preview, limits and histogram, without decoding them.
 ///
-/// Time: two passes over the file, three where it has hashes. Memory: a few patches, the previews and histograms that the writer keeps,
-/// about 150 bytes per chunk, whatever the file holds. The new file appears under its name when it is
-/// complete; until then it is written beside it, and a failure leaves nothing behind.
-/// Several recoveries may run at once, on different outputs.
+/// Time: two passes over the file, three where it has hashes. Memory: a few patches, the previews and
+/// histograms that the writer keeps, about 150 bytes per chunk, whatever the file holds. The new file appears
+/// under its name when it is complete; until then it is written beside it, and a failure leaves nothing
+/// behind. Several recoveries may run at once, on different outputs.
 ///
 /// \throws KXHeaderReadingException   "Cannot open file": `damaged` cannot be opened
 /// \throws KXBadInputException        "Output is the damaged file"
