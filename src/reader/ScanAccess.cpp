@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include "format/IntegrityTable.h"
 #include "kxbase/Sizes.h"
 
 #include "kxcodecs/QKXChunkCodec.h"
@@ -81,9 +82,17 @@ ScanAccess::ScanAccess(const QSNScanReader& reader) : m_reader(&reader) {}
 
 uint32_t ScanAccess::ElementBytes(ComponentType component) const {
     if (const uint32_t fixed = kxbase::ComponentElementBytes(component); fixed != 0) return fixed;
+    // A changed chunk would speak for the others, too. A list of nothing else must not cost more.
+    constexpr int kMostChanged = 16;
+    int changed = 0;
     for (const LookupEntry& entry : PatchEntries(component)) {
         if (entry.position == 0 || entry.byteCount < kxcodecs::QKXChunkCodec::HeaderSize) continue;
         try {
+            if (m_reader->HasIntegrity() &&
+                m_reader->Judge(entry.position, entry.byteCount) == IntegrityVerdict::Wrong) {
+                if (++changed == kMostChanged) return 0;
+                continue;
+            }
             std::vector<unsigned char> bytes;
             m_reader->ReadBytes(entry.position, kxcodecs::QKXChunkCodec::HeaderSize, bytes);
             return static_cast<uint32_t>(kxcodecs::DecodeChunkHeader(bytes).ElementBytes());

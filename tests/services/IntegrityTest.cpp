@@ -176,6 +176,42 @@ TEST(Integrity, NoChangedByteGivesAWrongValueUnmarked) {
     EXPECT_GT(refused, 0U);
 }
 
+TEST(Integrity, AChangedChunkDoesNotSpeakForTheElementSizeOfOthers) {
+    // The size of an element of component 10 is told by its chunks alone.
+    kxbase::GridTopology grid;
+    grid.columnAngularStep = grid.rowAngularStep = 0.01F;
+    grid.columns = grid.rows = 4;
+    grid.patchWidth = grid.patchHeight = 3;
+    constexpr auto kComponent = static_cast<kxbase::ComponentType>(10);
+    kxbase::InMemoryStream stream;
+    kxcodecs::SnappyChunkCodec codec;
+    QSNScanWriter writer;
+    writer.CreateNew(&stream, grid);
+    writer.SetIntegrity(true);
+    Bytes values(36, 7);
+    for (unsigned index = 0; index < 2; ++index) {
+        FlatPatchDescriptor patch(kComponent, 4, RowMajor, 1.0, &codec);
+        patch.data = values.data();
+        patch.size = 9;
+        writer.AddPatch({&patch}, index);
+    }
+    writer.EndCreation();
+    Bytes bytes = stream.GetBytes();
+    {
+        const QSNScanReader reader(&stream);
+        const ScanAccess access(reader);
+        EXPECT_EQ(access.ElementBytes(kComponent), 4U);
+        // The width: six elements of six bytes instead of nine of four.
+        bytes[access.PatchEntries(kComponent)[0].position + 8] = 2;
+    }
+    kxbase::InMemoryStream damaged(bytes);
+    const QSNScanReader reader(&damaged);
+    const ScanAccess access(reader);
+    EXPECT_EQ(access.ElementBytes(kComponent), 4U);
+    const auto empty = access.ReadStoredPatchBytes(kComponent, 1, 0, 4).values;
+    EXPECT_EQ(empty, Bytes(36, 0));
+}
+
 TEST(Integrity, WithoutChecksADamagedChunkIsGivenOut) {
     Bytes file = SmallScan(true);
     kxbase::InMemoryStream whole(file);
