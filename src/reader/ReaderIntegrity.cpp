@@ -126,9 +126,14 @@ void QSNScanReader::JudgeHeader(const IntegritySpan& span) {
     const uint64_t intoScanHeader = span.position - main.scanHeaderPosition;
     if (span.position >= main.scanHeaderPosition && intoScanHeader < m_scanHeader.HeaderSize()) {
         context.record = m_scanHeader.GetRecordName();
-        if (intoScanHeader == RegistrationPiece(m_scanHeader).offset) {
+        // Old versions have no such pieces, and which version it is may be what is damaged.
+        const auto is = [&](const HeaderPiece& piece) {
+            return piece.byteCount != 0 && intoScanHeader == piece.offset &&
+                   span.byteCount == piece.byteCount;
+        };
+        if (is(RegistrationPiece(m_scanHeader))) {
             context.field = "registration";
-        } else if (intoScanHeader == SpecklePiece(m_scanHeader).offset) {
+        } else if (is(SpecklePiece(m_scanHeader))) {
             context.field = "speckle correction needed";
         } else {
             throw kxbase::KXHeaderReadingException("Invalid scan headers", context);

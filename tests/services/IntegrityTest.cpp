@@ -20,9 +20,12 @@
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
 #include "kxio/ScanAccess.h"
+#include "kxio/ScanHeader.h"
 #include "kxio/ThumbnailEdit.h"
 #include "kxio/VerifyScan.h"
 #include "support/GivenByReader.h"
+#include "support/ScanFileBuilder.h"
+#include "support/StoredFile.h"
 #include "support/TempFolder.h"
 #include "support/Thrown.h"
 
@@ -174,6 +177,28 @@ TEST(Integrity, NoChangedByteGivesAWrongValueUnmarked) {
     }
     EXPECT_EQ(unmarked, 0U);
     EXPECT_GT(refused, 0U);
+}
+
+TEST(Integrity, AnOldScanHeaderOfAnotherVersionThanWasWrittenIsRefused) {
+    const TempFolder folder;
+    const std::wstring path = Wide(folder / "old.qsn");
+    kxtest::ScanFileBuilder file(7, 3, 4, 3);
+    for (uint32_t index = 0; index < 2; ++index)
+        file.Chunk(1, 0, index, kxtest::SnappyChunk(std::vector<float>(12, 5.0F), 4, 3));
+    ScanHeader header;
+    header.properties = file.properties;
+    file.scanHeader = kxtest::WithVersion(kxtest::Written(header), 200);  // has no registration
+    Bytes bytes = file.Build();
+    const uint64_t version = kxtest::GetMainField(bytes, kxtest::MainField::ScanHeader) + 8;
+    kxtest::StoreFile(path, bytes);
+    ASSERT_TRUE(ProtectFile(path));
+    bytes = kxtest::LoadFile(folder / "old.qsn");
+    for (const unsigned bit : {1U, 2U, 4U, 8U, 16U, 32U, 64U, 128U}) {
+        Bytes damaged = bytes;
+        damaged[version] = static_cast<unsigned char>(damaged[version] ^ bit);
+        kxbase::InMemoryStream stream(damaged);
+        EXPECT_THROW(QSNScanReader reader(&stream), kxbase::KXException) << bit;
+    }
 }
 
 TEST(Integrity, AChangedChunkDoesNotSpeakForTheElementSizeOfOthers) {
