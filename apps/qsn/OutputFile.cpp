@@ -129,7 +129,10 @@ void OutputFile::CommitAs(const std::string& path) {
     // A name may reach the medium before the bytes that it stands for.
     Guard([&] {
         kxbase::kxOutFile written(kxbase::Decode_UTF8(m_partialPath), kxbase::kxOutFile::KeepContent);
-        if (!written.IsOpen()) throw Failure(m_path + ": cannot be written", ExitWriteFailed);
+        if (!written.IsOpen()) {
+            throw Failure(fmt::format("{}: cannot be given its name: what was written is gone", path),
+                          ExitWriteFailed);
+        }
         written.Sync();
         written.Close();
     });
