@@ -385,6 +385,7 @@ private:
     void ReadPreviewChunk(std::vector<unsigned char>& out, kxbase::ComponentType component,
                           uint64_t maxBytes) const;
     bool ReadFirstChunkHeader(kxbase::ComponentType component, std::vector<unsigned char>& out);
+    void NoteElementBytes();
     void UseStream(std::unique_ptr<kxbase::kxInFile> owned, kxbase::IInFileStream* stream);
     PositionedInput Input() const;
     InputWindow RecordInput(uint64_t windowBytes) const;
@@ -411,6 +412,7 @@ private:
     std::map<kxbase::ComponentType, kxcodecs::ChunkCodecFactory::CodecPtr> m_codecs;
     std::map<kxbase::ComponentType, double> m_componentValues;
     std::map<kxbase::ComponentType, std::string> m_firstChunkCodecs;  // names
+    std::map<kxbase::ComponentType, uint64_t> m_firstChunkElementBytes;
     ScanHeader m_scanHeader;
     ScanProperties m_scanProperties;
     std::wstring m_fileName;

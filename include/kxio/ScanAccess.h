@@ -121,8 +121,8 @@ public:
     std::vector<kxbase::ComponentType> Components() const { return m_reader->GetAvailableComponents(); }
     /// Whether the file holds the component.
     bool Has(kxbase::ComponentType component) const { return m_reader->IsComponentAvailable(component); }
-    /// Bytes of a decoded element: fixed for most components, otherwise those of the first stored chunk
-    /// (which is then read); 0 when nothing tells.
+    /// Bytes of a decoded element: fixed for most components, otherwise those of the first chunk of which the
+    /// bytes are right; 0 when nothing tells.
     uint32_t ElementBytes(kxbase::ComponentType component) const;
     /// The grid cells of a patch.
     PatchRect GetPatchRect(uint32_t patchRow, uint32_t patchColumn) const;

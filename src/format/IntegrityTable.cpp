@@ -36,6 +36,20 @@ std::span<const IntegritySpan> PiecesAt(const std::vector<IntegritySpan>& spans,
 
 }  // namespace
 
+bool ForEachPiece(std::span<const IntegritySpan> pieces, uint64_t& bytesLeft,
+                  const std::function<bool(const IntegritySpan&)>& visit) {
+    const IntegritySpan* before = nullptr;
+    for (const IntegritySpan& piece : pieces) {
+        if (before != nullptr && before->position == piece.position && before->byteCount == piece.byteCount)
+            continue;
+        before = &piece;
+        if (piece.byteCount > bytesLeft) return false;
+        bytesLeft -= piece.byteCount;
+        if (!visit(piece)) return false;
+    }
+    return true;
+}
+
 void IntegrityTable::Add(IntegrityExtendedHeader&& record, uint64_t position) {
     if (m_records.contains(position)) return;
     if (!record.IsIntact() || record.GetDataSize() > m_bytesLeft) {

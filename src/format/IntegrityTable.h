@@ -23,6 +23,12 @@ enum class IntegrityVerdict {
     Unlisted,  ///< no piece that begins there and is as long is listed
 };
 
+/// Calls `visit` for each piece of a list, which is in the order of positions, once, however often edits have
+/// listed it again. False when `visit` says so, or when the pieces are together longer than `bytesLeft`,
+/// which is counted down: what is listed hardly overlaps, and a list that says otherwise must not cost more.
+bool ForEachPiece(std::span<const IntegritySpan> pieces, uint64_t& bytesLeft,
+                  const std::function<bool(const IntegritySpan&)>& visit);
+
 /// What the integrity records of a file say, all together.
 class IntegrityTable {
 public:

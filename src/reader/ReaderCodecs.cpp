@@ -55,6 +55,7 @@ bool QSNScanReader::ReadFirstChunkHeader(kxbase::ComponentType component, std::v
 
 void QSNScanReader::AnalyseCodecs() {
     m_firstChunkCodecs.clear();
+    m_firstChunkElementBytes.clear();
     std::vector<unsigned char> chunk;
     for (const auto& [component, entries] : m_patchTable) {
         if (!ReadFirstChunkHeader(component, chunk)) continue;
@@ -67,8 +68,25 @@ void QSNScanReader::AnalyseCodecs() {
         }
         m_firstChunkCodecs[component] = kxcodecs::QKXChunkCodec::GetName(chunk);
         kxcodecs::ChunkHeaderInfo header;
-        if (component >= 1 && component <= 3 && kxcodecs::QKXChunkCodec::ReadHeader(chunk, header)) {
+        if (!kxcodecs::QKXChunkCodec::ReadHeader(chunk, header)) continue;
+        m_firstChunkElementBytes[component] = header.ElementBytes();
+        if (component >= 1 && component <= 3) {
             m_scanProperties.componentValue[component - 1] = 1.0 / static_cast<double>(header.step);
+        }
+    }
+}
+
+// Of components that were found after the file was opened.
+void QSNScanReader::NoteElementBytes() {
+    std::vector<unsigned char> chunk;
+    kxcodecs::ChunkHeaderInfo header;
+    for (const auto& [component, entries] : m_patchTable) {
+        if (m_firstChunkElementBytes.contains(component)) continue;
+        try {
+            if (ReadFirstChunkHeader(component, chunk) && kxcodecs::QKXChunkCodec::ReadHeader(chunk, header))
+                m_firstChunkElementBytes[component] = header.ElementBytes();
+        } catch (const kxbase::KXUnreadablePatchException&) {
+            continue;  // it ends behind the file, and tells nothing
         }
     }
 }

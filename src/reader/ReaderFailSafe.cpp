@@ -36,12 +36,14 @@ void QSNScanReader::FailSafeInit() {
     };
     uint64_t position = MainFileHeader::RecordSize;
     DataChunkHeader chunk;
-    for (;;) {
+    const auto next = [&] {
         try {
-            if (!ReadRecordAt(m_stream, position, chunk)) return;
+            return ReadRecordAt(m_stream, position, chunk);
         } catch (const kxbase::KXHeaderReadingException&) {
-            return;  // a record of another time: the walk ends here, what was found stays
+            return false;  // a record of another time: the walk ends here, what was found stays
         }
+    };
+    while (next()) {
         const uint64_t dataPosition = position + chunk.HeaderSize();
         position = dataPosition + chunk.byteCount;
         // The chunk that empty patches share has a position outside every grid.
@@ -65,6 +67,7 @@ void QSNScanReader::FailSafeInit() {
         const uint64_t index = perRow * chunk.patchRow + chunk.patchColumn;
         entries[index] = {dataPosition, chunk.byteCount, static_cast<uint32_t>(index)};
     }
+    NoteElementBytes();
 }
 
 }  // namespace kxio

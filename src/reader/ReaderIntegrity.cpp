@@ -80,24 +80,17 @@ void QSNScanReader::CheckHeaders() {
         context.detail = kMismatch;
         m_integrityProblems.push_back(context);
     }
-    const IntegritySpan* before = nullptr;
-    for (const IntegritySpan& span : m_integrity->HeaderSpans()) {
-        if (before != nullptr && before->position == span.position && before->byteCount == span.byteCount)
-            continue;
-        before = &span;
-        // Headers do not overlap, so together they are no longer than the file; a list that says otherwise
-        // must not cost more.
-        if (span.byteCount > left) {
-            kxbase::ErrorContext context = FileContext();
-            context.record = "IntegrityExtendedHeader";
-            context.offset = m_integrity->Newest();
-            context.detail = "the headers that are listed are longer than the file";
-            m_integrityProblems.push_back(context);
-            return;
-        }
-        left -= span.byteCount;
+    // Headers do not overlap.
+    const bool fits = ForEachPiece(m_integrity->HeaderSpans(), left, [this](const IntegritySpan& span) {
         JudgeHeader(span);
-    }
+        return true;
+    });
+    if (fits) return;
+    kxbase::ErrorContext context = FileContext();
+    context.record = "IntegrityExtendedHeader";
+    context.offset = m_integrity->Newest();
+    context.detail = "the headers that are listed are longer than the file";
+    m_integrityProblems.push_back(context);
 }
 
 void QSNScanReader::JudgeHeader(const IntegritySpan& span) {

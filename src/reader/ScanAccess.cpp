@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include "format/IntegrityTable.h"
 #include "kxbase/Sizes.h"
 
 #include "kxcodecs/QKXChunkCodec.h"
@@ -82,25 +81,8 @@ ScanAccess::ScanAccess(const QSNScanReader& reader) : m_reader(&reader) {}
 
 uint32_t ScanAccess::ElementBytes(ComponentType component) const {
     if (const uint32_t fixed = kxbase::ComponentElementBytes(component); fixed != 0) return fixed;
-    // A changed chunk would speak for the others, too. A list of nothing else must not cost more.
-    constexpr int kMostChanged = 16;
-    int changed = 0;
-    for (const LookupEntry& entry : PatchEntries(component)) {
-        if (entry.position == 0 || entry.byteCount < kxcodecs::QKXChunkCodec::HeaderSize) continue;
-        try {
-            if (m_reader->HasIntegrity() &&
-                m_reader->Judge(entry.position, entry.byteCount) == IntegrityVerdict::Wrong) {
-                if (++changed == kMostChanged) return 0;
-                continue;
-            }
-            std::vector<unsigned char> bytes;
-            m_reader->ReadBytes(entry.position, kxcodecs::QKXChunkCodec::HeaderSize, bytes);
-            return static_cast<uint32_t>(kxcodecs::DecodeChunkHeader(bytes).ElementBytes());
-        } catch (const kxbase::KXUnreadablePatchException&) {
-            return 0;
-        }
-    }
-    return 0;
+    const auto found = m_reader->m_firstChunkElementBytes.find(component);
+    return found == m_reader->m_firstChunkElementBytes.end() ? 0 : static_cast<uint32_t>(found->second);
 }
 
 PatchRect ScanAccess::GetPatchRect(uint32_t patchRow, uint32_t patchColumn) const {

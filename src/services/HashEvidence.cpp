@@ -59,13 +59,17 @@ void HashEvidence::FindWhole(FileWindow& file, const Survey& survey,
         const auto histograms = Histograms(file, main.firstExtendedHeaderPosition);
         MinMaxHeader limits(&m_limits);
         if (!file.Stream().Seek(main.boundingInformationPosition) || limits.Read(&file.Stream()) == 0) return;
+        std::unordered_set<uint64_t> empty;
+        for (const FoundChunk& chunk : survey.sharedEmpty)
+            empty.insert(chunk.dataPosition);
         for (const auto& [component, entries] : table) {
+            const auto own = std::ranges::equal_range(candidates, component, {}, &FoundChunk::component);
             const auto preview = previews.find(component);
             if (preview == previews.end() || preview->second.empty()) continue;
             const LookupEntry& entry = preview->second.front();
             if (!IsRight({entry.position, entry.byteCount}) ||
                 (component == ComponentType::Range && m_limits.size() != entries.size()) ||
-                !HasItsChunks(component, entries, survey, candidates, patchesPerRow)) {
+                !HasItsChunks(entries, empty, own, patchesPerRow)) {
                 continue;
             }
             const auto histogram = histograms.find(component);
@@ -82,25 +86,22 @@ bool HashEvidence::CheckPieces(FileWindow& file, const std::vector<FoundChunk>& 
     std::unordered_map<uint64_t, uint64_t> chunks;
     for (const FoundChunk& chunk : candidates)
         chunks.emplace(chunk.dataPosition, chunk.byteCount);
-    // Pieces hardly overlap; a list that claims more must not cost more.
     uint64_t left = 2 * file.Size();
     std::vector<unsigned char> bytes;
-    for (const auto* const spans : {&m_integrity.HeaderSpans(), &m_integrity.OtherSpans()}) {
-        for (const IntegritySpan& span : *spans) {
-            if (span.byteCount > left || span.position > file.Size() ||
-                span.byteCount > file.Size() - span.position) {
-                return false;
-            }
-            left -= span.byteCount;
-            file.Read(span.position, span.byteCount, bytes);
-            const auto chunk = chunks.find(span.position);
-            if (m_integrity.Check(span.position, bytes) == IntegrityTable::Verdict::Right) {
-                m_right.emplace_back(span.position, span.byteCount);
-            } else if (chunk == chunks.end() || chunk->second != span.byteCount) {
-                return false;
-            }
-            if (progress) progress(span.position);
+    const auto check = [&](const IntegritySpan& span) {
+        if (span.position > file.Size() || span.byteCount > file.Size() - span.position) return false;
+        file.Read(span.position, span.byteCount, bytes);
+        if (progress) progress(span.position);
+        if (m_integrity.Check(span.position, bytes) == IntegrityTable::Verdict::Right) {
+            m_right.emplace_back(span.position, span.byteCount);
+            return true;
         }
+        const auto chunk = chunks.find(span.position);
+        return chunk != chunks.end() && chunk->second == span.byteCount;
+    };
+    if (!ForEachPiece(m_integrity.HeaderSpans(), left, check) ||
+        !ForEachPiece(m_integrity.OtherSpans(), left, check)) {
+        return false;
     }
     std::sort(m_right.begin(), m_right.end());
     return file.UnreadableBytes() == 0;
@@ -129,12 +130,9 @@ std::map<ComponentType, uint64_t> HashEvidence::Histograms(FileWindow& file, uin
 
 // Whether the patches of the table have one candidate each, with bytes that are right, and there are no
 // others.
-bool HashEvidence::HasItsChunks(ComponentType component, const std::vector<LookupEntry>& entries,
-                                const Survey& survey, const std::vector<FoundChunk>& candidates,
-                                uint32_t patchesPerRow) const {
-    std::unordered_set<uint64_t> empty;
-    for (const FoundChunk& chunk : survey.sharedEmpty)
-        empty.insert(chunk.dataPosition);
+bool HashEvidence::HasItsChunks(const std::vector<LookupEntry>& entries,
+                                const std::unordered_set<uint64_t>& empty,
+                                std::span<const FoundChunk> candidates, uint32_t patchesPerRow) const {
     std::unordered_map<uint64_t, Piece> wanted;
     for (const LookupEntry& entry : entries) {
         if (entry.position == 0 || entry.byteCount == 0 || empty.contains(entry.position)) continue;
@@ -143,7 +141,6 @@ bool HashEvidence::HasItsChunks(ComponentType component, const std::vector<Looku
         wanted[entry.index] = piece;
     }
     for (const FoundChunk& chunk : candidates) {
-        if (chunk.component != component) continue;
         const auto found = wanted.find(uint64_t{chunk.row} * patchesPerRow + chunk.column);
         if (found == wanted.end() || found->second != Piece(chunk.dataPosition, chunk.byteCount))
             return false;

@@ -38,7 +38,7 @@ public:
     /// them, with their preview, limits and histogram as the file has them. There are none unless everything
     /// that is no chunk of a patch matches its hash, too: whatever leads to the chunks, and is told about
     /// them, is then right. Reads each piece that has a hash once.
-    /// \param candidates     the chunks of patches, at their places in the grid
+    /// \param candidates     the chunks of patches, at their places in the grid, by component
     /// \param patchesPerRow  of the grid
     void FindWhole(FileWindow& file, const Survey& survey, const std::vector<FoundChunk>& candidates,
                    uint32_t patchesPerRow, const SurveyProgress& progress);
@@ -55,9 +55,8 @@ private:
     bool IsRight(const Piece& piece) const;
     bool IsRightFrom(uint64_t position) const;
     std::map<kxbase::ComponentType, uint64_t> Histograms(FileWindow& file, uint64_t firstRecord) const;
-    bool HasItsChunks(kxbase::ComponentType component, const std::vector<LookupEntry>& entries,
-                      const Survey& survey, const std::vector<FoundChunk>& candidates,
-                      uint32_t patchesPerRow) const;
+    bool HasItsChunks(const std::vector<LookupEntry>& entries, const std::unordered_set<uint64_t>& empty,
+                      std::span<const FoundChunk> candidates, uint32_t patchesPerRow) const;
 
     IntegrityTable m_integrity;
     std::unordered_set<uint64_t> m_hashes;  // of all pieces but headers

@@ -137,13 +137,17 @@ RecodedComponent& Recoder::Of(ComponentType component) {
 void Recoder::CheckHashes() {
     const IntegrityTable integrity = LoadIntegrity(m_in, m_main);
     m_report.hashesMadeAnew = integrity.Present();
+    uint64_t left = 2 * m_in.GetSize();
     Bytes bytes;
-    for (const auto* const spans : {&integrity.HeaderSpans(), &integrity.OtherSpans()}) {
-        for (const IntegritySpan& span : *spans) {
-            m_file.Read(span.position, span.byteCount, bytes);
-            if (integrity.Check(span.position, bytes) != IntegrityTable::Verdict::Right)
-                Damaged(span.position, "the bytes do not match their hash");
-        }
+    const auto check = [&](const IntegritySpan& span) {
+        m_file.Read(span.position, span.byteCount, bytes);
+        if (integrity.Check(span.position, bytes) != IntegrityTable::Verdict::Right)
+            Damaged(span.position, "the bytes do not match their hash");
+        return true;
+    };
+    if (!ForEachPiece(integrity.HeaderSpans(), left, check) ||
+        !ForEachPiece(integrity.OtherSpans(), left, check)) {
+        Damaged(integrity.Newest(), "the hashes list more bytes than the file has");
     }
 }
 

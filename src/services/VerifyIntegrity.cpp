@@ -16,21 +16,11 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
     for (const uint64_t position : integrity.Damaged())
         findings.Add(
             Error("integrity").At(position).Says("the record is damaged or not where it is said to be"));
-    // What is listed does not overlap but for the starts of previews and histograms, and pieces listed again
-    // by edits; a list that claims more must not cost more.
+    // Starts of previews and histograms are listed beside the whole.
     uint64_t left = 2 * file.Size();
     uint64_t done = 0;
     std::vector<unsigned char> bytes;
-    IntegritySpan before;
     const auto check = [&](const IntegritySpan& span) {
-        if (before.position == span.position && before.byteCount == span.byteCount) return true;
-        before = span;
-        if (span.byteCount > left) {
-            findings.Add(
-                Error("integrity").At(integrity.Newest()).Says("it lists more bytes than the file has"));
-            return false;
-        }
-        left -= span.byteCount;
         const uint64_t available = span.position < file.Size() ? file.Size() - span.position : 0;
         if (span.byteCount > available) {
             findings.Add(Error("bytes")
@@ -47,10 +37,11 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
         if (progress) progress(done += span.byteCount);
         return true;
     };
-    for (const auto* spans : {&integrity.HeaderSpans(), &integrity.OtherSpans()}) {
-        if (spans == &integrity.OtherSpans() && !everything) return;
-        if (!std::all_of(spans->begin(), spans->end(), check)) return;
+    if (ForEachPiece(integrity.HeaderSpans(), left, check) &&
+        (!everything || ForEachPiece(integrity.OtherSpans(), left, check))) {
+        return;
     }
+    findings.Add(Error("integrity").At(integrity.Newest()).Says("it lists more bytes than the file has"));
 }
 
 }  // namespace kxio
