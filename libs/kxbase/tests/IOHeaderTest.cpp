@@ -9,6 +9,7 @@
 
 #include "kxbase/ByteWriter.h"
 #include "kxbase/InMemoryStream.h"
+#include "support/StreamStub.h"
 
 namespace kxbase {
 namespace {
@@ -299,21 +300,14 @@ TEST(IOHeader, SizeThatChangesDuringWritingIsReported) {
 }
 
 /// Counts the writes; the n-th fails.
-class CountingStream : public IOutFileStream {
+class CountingStream : public kxtest::StreamStub {
 public:
     explicit CountingStream(int failAt = 0) : m_failAt(failAt) {}
     int writes = 0;
-    bool IsOpen() const override { return true; }
-    bool Seek(uint64_t) override { return true; }
-    bool SeekForward(uint64_t) override { return true; }
-    bool SeekBackward(uint64_t) override { return true; }
-    bool SeekEnd(uint64_t) override { return true; }
-    uint64_t Tell() const override { return 0; }
     uint64_t Write(const void*, uint64_t bytes) override {
         if (++writes == m_failAt) throw KXWritingException("Cannot write file");
         return bytes;
     }
-    void Close() override {}
 
 private:
     int m_failAt;

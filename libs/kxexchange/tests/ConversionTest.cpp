@@ -6,6 +6,7 @@
 #include <cmath>
 #include <functional>
 
+#include "MemoryScan.h"
 #include "SmallExport.h"
 #include "SourceFacts.h"
 #include "TestTools.h"
@@ -16,37 +17,6 @@
 
 namespace kxexchange::testing {
 namespace {
-
-// A source of cells in memory.
-class CellSource final : public ScanSource {
-public:
-    CellSource(ScanDescription description, std::vector<Cell> cells)
-        : m_description(std::move(description)), m_cells(std::move(cells)) {}
-
-    std::string FormatName() const override { return "TEST"; }
-    std::string Name() const override { return "cells.test"; }
-    uint64_t ScanCount() override { return 1; }
-    ScanDescription OpenScan(uint64_t index) override {
-        if (index != 0) throw kxbase::KXIndexOutOfBoundsException("No such scan in the file");
-        m_next = 0;
-        return m_description;
-    }
-    uint64_t ReadColumns(uint64_t maxColumns, std::vector<Cell>& cells) override {
-        const uint64_t columns = std::min(maxColumns, m_description.columns - m_next);
-        const auto first = m_cells.begin() + static_cast<std::ptrdiff_t>(m_next * m_description.rows);
-        cells.assign(first, first + static_cast<std::ptrdiff_t>(columns * m_description.rows));
-        m_next += columns;
-        return columns;
-    }
-    std::vector<std::string> Warnings() const override { return {"two records for one place"}; }
-    uint64_t BytesRead() const override { return 0; }
-    uint64_t FileBytes() const override { return 1; }
-
-private:
-    ScanDescription m_description;
-    std::vector<Cell> m_cells;
-    uint64_t m_next = 0;
-};
 
 constexpr uint64_t kColumns = 12, kRows = 9;
 
@@ -102,7 +72,8 @@ ScanDescription SomeDescription() {
 
 ScanDescription Imported(const TempFolder& folder, ScanDescription description, std::vector<Cell> cells,
                          ImportReport* report = nullptr, const ImportOptions& options = {}) {
-    CellSource source(std::move(description), std::move(cells));
+    MemoryScan source(std::move(description), std::move(cells));
+    source.warnings = {"two records for one place"};
     const ImportReport made = ImportScan(source, 0, folder / "a.qsn", options);
     if (report) *report = made;
     return OpenScanSource(folder / "a.qsn")->OpenScan(0);
@@ -275,12 +246,12 @@ TEST(StrictImport, WritesNothingWhenSomethingWouldBeLost) {
     Imported(folder, description, SomeCells(), nullptr, options);  // nothing is lost here
     std::filesystem::remove(folder / "a.qsn");
     description.unheld.push_back({"timeStamp", "of every point"});
-    CellSource source(description, SomeCells());
+    MemoryScan source(description, SomeCells());
     try {
         ImportScan(source, 0, folder / "a.qsn", options);
         FAIL();
     } catch (const LossException& error) {
-        EXPECT_EQ(error.Context().file, "cells.test");
+        EXPECT_EQ(error.Context().file, "memory.test");
         EXPECT_EQ(error.Context().detail, "timeStamp (of every point)");
     }
     EXPECT_TRUE(Entries(folder).empty());
@@ -288,7 +259,7 @@ TEST(StrictImport, WritesNothingWhenSomethingWouldBeLost) {
 
 TEST(StrictExport, WritesNothingWhenSomethingWouldBeLost) {
     const TempFolder folder;
-    CellSource source(SomeDescription(), SomeCells());
+    MemoryScan source(SomeDescription(), SomeCells());
     ExportOptions options;
     options.strict = true;
     {
@@ -300,7 +271,7 @@ TEST(StrictExport, WritesNothingWhenSomethingWouldBeLost) {
 
 TEST(ScanFileExport, SeveralScansOfSeveralSourcesBecomeOneFile) {
     const TempFolder folder;
-    CellSource one(SomeDescription(), SomeCells());
+    MemoryScan one(SomeDescription(), SomeCells());
     const auto two = SourceOf(PtxHeader(1, 2) + "1 2 3 0.5\n0 0 0 0.5\n" + PtxHeader(1, 1) + "7 8 9 1\n");
     ScanFileExport file(folder / "all.ptx", *FindSinkFormat("PTX"));
     EXPECT_EQ(file.Add(one, 0).cells, kColumns * kRows);
@@ -317,7 +288,7 @@ TEST(ScanFileExport, SeveralScansOfSeveralSourcesBecomeOneFile) {
 
 TEST(ScanFileExport, AFormatOfOneScanRefusesASecond) {
     const TempFolder folder;
-    CellSource source(SomeDescription(), SomeCells());
+    MemoryScan source(SomeDescription(), SomeCells());
     {
         ScanFileExport file(folder / "a.ply", *FindSinkFormat("PLY"));
         file.Add(source, 0);
@@ -329,7 +300,7 @@ TEST(ScanFileExport, AFormatOfOneScanRefusesASecond) {
 TEST(ScanFileExport, TextOfDoublesComesBackBitByBit) {
     const TempFolder folder;
     const std::vector<Cell> cells = SomeCells();
-    CellSource source(SomeDescription(), cells);
+    MemoryScan source(SomeDescription(), cells);
     ScanFileExport file(folder / "a.ptx", *FindSinkFormat("PTX"));
     file.Add(source, 0);
     file.Commit();
@@ -459,7 +430,7 @@ TEST(PendingFile, ATargetWhoseNameIsAsLongAsNamesMayBeIsWritten) {
         name += u8"\u4e03";
     name = name.substr(0, 249) + u8"aa.xyz";
     ASSERT_EQ(name.size(), 255U);
-    CellSource source(SomeDescription(), SomeCells());
+    MemoryScan source(SomeDescription(), SomeCells());
     const std::filesystem::path path = folder.Path() / std::filesystem::path(name);
     ScanFileExport file(path, *FindSinkFormat("XYZ"));
     file.Add(source, 0);

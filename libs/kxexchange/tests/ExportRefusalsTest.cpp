@@ -9,6 +9,7 @@
 #include "SinkScan.h"
 #include "SmallExport.h"
 #include "TemporaryFile.h"
+#include "support/StreamStub.h"
 #include "support/Thrown.h"
 
 namespace kxexchange::testing {
@@ -141,17 +142,9 @@ TEST(SinkRefusals, PicturesHaveAGreatestSide) {
 }
 
 // A caller's own stream that fails in its own way.
-class OwnStream final : public kxbase::IOutFileStream {
+class OwnStream final : public kxtest::StreamStub {
 public:
-    bool IsOpen() const override { return true; }
-    bool Seek(uint64_t) override { return true; }
-    bool SeekForward(uint64_t) override { return true; }
-    bool SeekBackward(uint64_t) override { return true; }
-    bool SeekEnd(uint64_t) override { return true; }
-    uint64_t Tell() const override { return 0; }
     uint64_t Write(const void*, uint64_t) override { throw std::runtime_error("the tape is torn"); }
-    void Close() override {}
-    std::wstring GetName() const override { return {}; }
 };
 
 TEST(SinkRefusals, AFailureThatIsNoneOfOursBecomesOneOfWriting) {

@@ -13,6 +13,7 @@
 #include "kxio/QSNScanReader.h"
 #include "kxio/QSNScanWriter.h"
 #include "support/AllocationWatch.h"
+#include "support/StreamStub.h"
 
 namespace kxexchange::testing {
 namespace {
@@ -236,21 +237,14 @@ TEST(ExportScan, FilesThatCannotBeOpenedSaySo) {
 }
 
 // A stream that takes so many bytes and then fails, as a full disk does.
-class FullDisk final : public kxbase::IOutFileStream {
+class FullDisk final : public kxtest::StreamStub {
 public:
     explicit FullDisk(uint64_t room) : m_room(room) {}
-    bool IsOpen() const override { return true; }
-    bool Seek(uint64_t) override { return true; }
-    bool SeekForward(uint64_t) override { return false; }
-    bool SeekBackward(uint64_t) override { return false; }
-    bool SeekEnd(uint64_t) override { return false; }
-    uint64_t Tell() const override { return 0; }
     uint64_t Write(const void*, uint64_t bytes) override {
         if (bytes > m_room) throw kxbase::KXWritingException("Cannot write file");
         m_room -= bytes;
         return bytes;
     }
-    void Close() override {}
 
 private:
     uint64_t m_room;

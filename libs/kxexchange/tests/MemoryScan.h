@@ -21,6 +21,7 @@ public:
         : m_description(std::move(description)), m_cells(std::move(cells)) {}
 
     std::function<void(int opening, ScanDescription&)> adjust;
+    std::vector<std::string> warnings;
 
     std::string FormatName() const override { return "TEST"; }
     std::string Name() const override { return "memory.test"; }
@@ -38,6 +39,7 @@ public:
         m_next += columns;
         return columns;
     }
+    std::vector<std::string> Warnings() const override { return warnings; }
     uint64_t BytesRead() const override { return 0; }
     uint64_t FileBytes() const override { return 1; }
 
