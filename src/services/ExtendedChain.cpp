@@ -5,6 +5,7 @@
 #include <array>
 #include <set>
 #include <span>
+#include <vector>
 
 #include "format/Hash64.h"
 #include "kxbase/ByteReader.h"
@@ -85,34 +86,89 @@ bool ReadExtended(kxbase::IInFileStream& in, uint64_t position, ExtendedHeader& 
     }
 }
 
-/// Whether from `end` on a record lies that an edit of the chain from `first` to there cannot have left.
-/// Damage in the middle of the chain looks like the start of a record, too.
-bool HoldsForeignRecord(kxbase::IInFileStream& in, uint64_t first, uint64_t end) {
-    std::set<ExtendedContent> chain;
-    ExtendedHeader record;
-    for (uint64_t position = first; position < end && ReadExtended(in, position, record);
-         position += kFrameBytes + record.GetDataSize())
-        chain.insert(ContentOf(record));
-    FileWindow file(in);
-    const TagSearch tags({ExtendedHeader::Magic, DataChunkHeader::Magic, LookupTableHeader::Magic});
-    for (uint64_t position = end; position < file.Size();) {
-        const std::span<const unsigned char> block = file.Block(position);
-        if (block.size() < kTagBytes) return false;
-        const uint64_t found = tags.FindNext(block, 0);
-        if (found == TagSearch::kNotFound) {
-            position += block.size() - (kTagBytes - 1);
-            continue;
+/// What lies behind an extended chain: whether an edit of the chain can have left it.
+class TailJudge {
+public:
+    TailJudge(kxbase::IInFileStream& in, uint64_t first, uint64_t end)
+        : m_file(in), m_end(end), m_sectorsLeft(kFreeSectors + 4 * (in.GetSize() / kSector)) {
+        ExtendedHeader record;
+        for (uint64_t position = first; position < end && ReadExtended(in, position, record);
+             position += m_chain.back().bytes) {
+            m_chain.push_back({position, kFrameBytes + record.GetDataSize()});
+            m_contents.insert(ContentOf(record));
         }
-        position += found;
-        const auto frame = FrameAt(in, position);
-        if (frame && frame->tag != ExtendedHeader::Magic) return true;
-        const bool whole = ReadExtended(in, position, record);
-        if (whole && record.GetType() != IntegrityExtendedHeader::Type && !chain.contains(ContentOf(record)))
-            return true;
-        position += whole ? kFrameBytes + record.GetDataSize() : kTagBytes;
     }
-    return false;
-}
+
+    /// Whether a record lies there that such an edit cannot have left. Damage in the middle of the chain
+    /// looks like the start of a record, too.
+    bool HoldsForeignRecord() {
+        const TagSearch tags({ExtendedHeader::Magic, DataChunkHeader::Magic, LookupTableHeader::Magic});
+        for (uint64_t position = m_end; position < m_file.Size();) {
+            const std::span<const unsigned char> block = m_file.Block(position);
+            if (block.size() < kTagBytes) return false;
+            const uint64_t found = tags.FindNext(block, 0);
+            if (found == TagSearch::kNotFound) {
+                position += block.size() - (kTagBytes - 1);
+                continue;
+            }
+            position += found;
+            const auto frame = FrameAt(m_file.Stream(), position);
+            if (frame && frame->tag != ExtendedHeader::Magic) return true;
+            ExtendedHeader record;
+            const bool whole = ReadExtended(m_file.Stream(), position, record);
+            if (whole && (record.GetType() == IntegrityExtendedHeader::Type ||
+                          m_contents.contains(ContentOf(record)))) {
+                position += kFrameBytes + record.GetDataSize();
+            } else if (whole && !IsTornCopy(position)) {
+                return true;
+            } else {
+                position += kTagBytes;
+            }
+        }
+        return false;
+    }
+
+private:
+    struct Place {
+        uint64_t position, bytes;
+    };
+    // The smallest that a medium writes at once.
+    static constexpr uint64_t kSector = 512;
+    // Comparing all with all must not take for ever.
+    static constexpr uint64_t kFreeSectors = 1 << 16;
+
+    /// Whether the record at `position` is a copy of one in the chain, with sectors that never reached the
+    /// medium.
+    bool IsTornCopy(uint64_t position) {
+        return std::ranges::any_of(m_chain,
+                                   [&](const Place& original) { return IsTornCopyOf(original, position); });
+    }
+
+    bool IsTornCopyOf(const Place& original, uint64_t position) {
+        for (uint64_t done = 0; done < original.bytes;) {
+            if (m_sectorsLeft == 0) return false;
+            --m_sectorsLeft;
+            const uint64_t count = std::min(original.bytes - done, kSector - (position + done) % kSector);
+            m_file.Read(position + done, count, m_copy);
+            m_file.Read(original.position + done, m_copy.size(), m_original);
+            const bool lost = std::ranges::all_of(m_copy, [](unsigned char byte) { return byte == 0; });
+            // Its link leads elsewhere.
+            for (uint64_t i = 0; i < m_copy.size(); ++i) {
+                const bool isLink = done + i >= kFrameBytes && done + i < kFrameBytes + sizeof(uint64_t);
+                if (!lost && !isLink && m_copy[i] != m_original[i]) return false;
+            }
+            done += count;
+        }
+        return true;
+    }
+
+    FileWindow m_file;
+    uint64_t m_end;
+    uint64_t m_sectorsLeft;
+    std::vector<Place> m_chain;
+    std::set<ExtendedContent> m_contents;
+    std::vector<unsigned char> m_copy, m_original;
+};
 
 }  // namespace
 
@@ -142,7 +198,7 @@ std::optional<InterruptedTail> FindInterruptedTail(kxbase::IInFileStream& in,
     const bool interrupted = MayBecome(tail, ExtendedHeader::Magic, ExtendedHeader::CurrentVersion) ||
                              MayBecome(tail, ThumbnailHeader::Magic, ThumbnailHeader::CurrentVersion);
     if (!interrupted || LastNamedPosition(in, mainHeader) >= end) return std::nullopt;
-    if (HoldsForeignRecord(in, first, end)) return std::nullopt;
+    if (TailJudge(in, first, end).HoldsForeignRecord()) return std::nullopt;
     // The tag is written last, but that of a record of hashes, which ends later instead.
     kxbase::ByteReader fields(bytes);
     const bool hasTag = fields.U64("tag") == ExtendedHeader::Magic;

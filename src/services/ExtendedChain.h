@@ -31,7 +31,8 @@ struct InterruptedTail {
 
 /// Behind the last extended record lies the start of a record, with any of its bytes still zero, and nothing
 /// leads to it or behind it. What follows there is nobody else's: each whole extended record is one of hashes
-/// or a copy of one in the chain. Nothing where there are no such bytes. \throws what the stream throws
+/// or a copy of one in the chain, of which sectors may be missing. Nothing where there are no such bytes.
+/// \throws what the stream throws
 std::optional<InterruptedTail> FindInterruptedTail(kxbase::IInFileStream& in,
                                                    const MainFileHeader& mainHeader);
 

@@ -252,6 +252,37 @@ TEST_P(EditOfAFile, ThumbnailIsOldOrNewWhereverTheEditIsCut) {
     }
 }
 
+TEST_P(EditOfAFile, CopiesOfRecordsThatLostSectorsAreNoDamage) {
+    for (wchar_t which = L'a'; which < L'g'; ++which)
+        QSNInfo::AddMessage(m_path, std::wstring(300, which));
+    const Bytes old = Stored();
+    kxio::SetThumbnail(m_path, SmallImage());
+    // All that was appended may be on the medium but the first tag, and any of its sectors not.
+    Bytes appended = Stored();
+    std::copy(old.begin(), old.end(), appended.begin());
+    const auto end = static_cast<std::ptrdiff_t>(old.size());
+    std::fill_n(appended.begin() + end, 8, static_cast<unsigned char>(0));
+    constexpr std::ptrdiff_t kSector = 512;
+    const auto size = static_cast<std::ptrdiff_t>(appended.size());
+    for (std::ptrdiff_t sector = end / kSector; sector * kSector < size; ++sector) {
+        Bytes torn = appended;
+        std::fill(torn.begin() + std::max(end, sector * kSector),
+                  torn.begin() + std::min(size, (sector + 1) * kSector), static_cast<unsigned char>(0));
+        Store(torn);
+        EXPECT_EQ(kxio::VerifyScan(m_path).errors, 0U) << sector;
+        QSNInfo::AddMessage(m_path, L"later");
+        EXPECT_EQ(QSNInfo::GetMessages(m_path).size(), 8U) << sector;
+        ExpectClean(std::to_string(sector));
+    }
+    // Bytes that are neither lost nor those of the chain were there before: somebody else's.
+    Bytes changed = appended;
+    const auto copy = std::search_n(changed.begin() + end, changed.end(), 300, 'd');
+    ASSERT_NE(copy, changed.end());
+    *(copy + 20) = 'x';
+    Store(changed);
+    EXPECT_GT(kxio::VerifyScan(m_path).errors, 0U);
+}
+
 TEST_P(EditOfAFile, DamageBeforeOtherRecordsIsNoInterruptedEdit) {
     for (const wchar_t* text : {L"second", L"third", L"fourth"})
         QSNInfo::AddMessage(m_path, text);
