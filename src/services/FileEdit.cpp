@@ -78,11 +78,12 @@ void FileEdit::Append(uint64_t end, std::span<const unsigned char> records,
                       std::span<const unsigned char> note) {
     try {
         // While the tag is missing there is no record, and while its trailer is missing the note is no whole
-        // one: neither is met before everything in front of it is on the medium.
+        // one: neither is met before everything in front of it is on the medium. A note alone gets its tag
+        // last, too: the start of a record, cut, may be anybody's.
         const uint64_t trailerBytes = std::min<uint64_t>(IntegrityExtendedHeader::TrailerBytes, note.size());
         const auto body = note.first(note.size() - trailerBytes);
-        if (!body.empty()) WriteAt(end + records.size(), body);
-        WriteTagLast(end, records);
+        if (!records.empty() && !body.empty()) WriteAt(end + records.size(), body);
+        WriteTagLast(end, records.empty() ? body : records);
         if (trailerBytes != 0) {
             WriteAt(end + records.size() + body.size(), note.last(trailerBytes));
             m_out.Sync();

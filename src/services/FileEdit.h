@@ -37,7 +37,8 @@ public:
 
     /// Appends whole records at `End()`, and one hash record behind them.
     ///
-    /// \param records  the first one begins to exist last, when all others are on the medium. May be empty
+    /// \param records  the first one begins to exist last, when all others are on the medium. May be empty,
+    ///                 then so does the note
     /// \param note     an `IntegrityExtendedHeader`, which exists when its last bytes do; later than the
     ///                 records. May be empty
     /// When it throws, the file is as long as before, if the system allows it.

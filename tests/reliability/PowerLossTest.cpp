@@ -3,6 +3,7 @@
 // part may have reached the disk, in any order, torn at any sector.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <iostream>
 #include <random>
 
@@ -53,14 +54,27 @@ public:
     /// The files after all calls.
     std::map<std::string, Bytes> Whole() const { return Upto(m_calls.size()); }
     /// The files after the first `count` calls, when all that was written has reached the disk.
-    std::map<std::string, Bytes> Upto(size_t count) const { return Files(count, nullptr); }
+    std::map<std::string, Bytes> Upto(size_t count) const {
+        return Files(count, [](auto& file, const auto& write) { Put(file, write, 0, write.bytes); });
+    }
+    /// The same, but of each write that was not made safe the first sector alone.
+    std::map<std::string, Bytes> FirstSectors(size_t count) const {
+        return Files(count, [](auto& file, const auto& write) {
+            Put(file, write, 0, std::min(write.bytes, kSector - write.position % kSector));
+        });
+    }
     /// The files after the first `count` calls and a loss of power.
     std::map<std::string, Bytes> After(size_t count, std::mt19937_64& random) const {
-        return Files(count, &random);
+        return Files(
+            count, [&](auto& file, const auto& write) { Tear(file, write, random); }, &random);
     }
 
 private:
-    std::map<std::string, Bytes> Files(size_t count, std::mt19937_64* random) const {
+    using Reach = std::function<void(Bytes&, const FileCallRecord&)>;
+
+    // `reach` makes of the writes that were not made safe what reaches the disk, in any order with `random`.
+    std::map<std::string, Bytes> Files(size_t count, const Reach& reach,
+                                       std::mt19937_64* random = nullptr) const {
         std::map<std::string, Bytes> safe;
         for (const auto& [name, bytes] : m_operation.sources)
             safe[name] = bytes;
@@ -103,13 +117,8 @@ private:
         }
         for (auto& [name, writes] : open) {
             if (random != nullptr) std::shuffle(writes.begin(), writes.end(), *random);
-            for (const FileCallRecord* write : writes) {
-                if (random != nullptr) {
-                    Tear(safe[name], *write, *random);
-                } else {
-                    Put(safe[name], *write, 0, write->bytes);
-                }
-            }
+            for (const FileCallRecord* write : writes)
+                reach(safe[name], *write);
         }
         return safe;
     }
@@ -160,12 +169,12 @@ TEST_P(PowerLoss, DuringAnEditLeavesTheOldStateOrTheNewOne) {
     std::mt19937_64 random(1);
     uint64_t oldOnes = 0, newOnes = 0;
     for (size_t count = 0; count <= disk.Calls().size(); ++count) {
-        for (int trial = 0; trial < kxtest::Trials(2, 200); ++trial) {
+        for (int trial = 0; trial < 1 + kxtest::Trials(2, 200); ++trial) {
             if (!kxtest::FullTier() && !disk.ChangesAt(count)) continue;
             SCOPED_TRACE("after call " + std::to_string(count) + ", trial " + std::to_string(trial));
             const TempFolder folder;
-            kxtest::StoreFile(Wide(folder / operation.edited),
-                              disk.After(count, random).at(operation.edited));
+            const auto files = trial == 0 ? disk.FirstSectors(count) : disk.After(count, random);
+            kxtest::StoreFile(Wide(folder / operation.edited), files.at(operation.edited));
             (states.Look(folder.Path()) ? newOnes : oldOnes) += 1;
             if (HasFailure()) return;
         }
