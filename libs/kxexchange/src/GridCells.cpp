@@ -17,8 +17,11 @@ namespace {
 constexpr double kMetresPerMillimetre = 1e-3;
 // Of a cell without a return: one metre in a direction.
 constexpr float kDirectionLength = 1000;
-// Cells whose coordinates are computed at a time.
-constexpr size_t kBatchCells = 256;
+// Cells that are turned from rows to columns at a time. In a block the cells of a column lie far apart, so
+// what is fetched for one serves its neighbours, too.
+constexpr size_t kTileColumns = 16;
+constexpr size_t kTileRows = 64;
+constexpr size_t kTileCells = kTileColumns * kTileRows;
 // Fewer cells are done before other threads have woken up.
 constexpr size_t kWorthThreads = 4096;
 // Cells in memory at a time, but for a single longer column.
@@ -104,28 +107,44 @@ void GridCells::ReadBlock(uint64_t first, uint64_t columns, Block& block) const 
     if (m_classes) read(kxbase::Class, block.classes);
 }
 
-// Cartesian coordinates of `count` cells from `at` on, `step` apart: in millimetres, or a direction of length
-// 1000.
-void GridCells::Convert(const Block& block, size_t at, size_t step, size_t count, double* xyz) const {
-    std::array<float, kBatchCells> range, vertical, horizontal;
-    for (size_t i = 0; i < count; ++i, at += step) {
-        range[i] = block.range[at] > 0 ? block.range[at] : kDirectionLength;
-        vertical[i] = block.vertical[at];
-        horizontal[i] = block.horizontal[at];
-    }
-    kxbase::PolarToCartesian(std::span(range).first(count), std::span(horizontal).first(count),
-                             std::span(vertical).first(count), std::span(xyz, 3 * count));
-}
+/// Values of some cells, column by column, kTileRows apart.
+struct GridCells::Tile {
+    std::array<float, kTileCells> range, vertical, horizontal;
+    std::array<uint16_t, kTileCells> luminance16;
+    std::array<uint8_t, kTileCells> luminance8;
+    std::array<kxio::Rgb8, kTileCells> color;
+    std::array<uint32_t, kTileCells> classes;
 
-// A cell's coordinates; false when the stored values are no numbers. `xyz` is what Convert made of it.
-bool GridCells::Place(const Block& block, size_t at, const double* xyz, Cell& cell) const {
-    const double range = static_cast<double>(block.range[at]) * kMetresPerMillimetre;
+    /// Takes `columns` neighbours from each of `rows` rows of the block, which are `step` apart.
+    void Turn(const Block& block, size_t at, size_t step, size_t rows, size_t columns) {
+        const auto turn = [&](const auto& from, auto& to) {
+            if (from.empty()) return;
+            for (size_t row = 0; row < rows; ++row) {
+                const auto* const values = from.data() + (at + row * step);
+                for (size_t column = 0; column < columns; ++column)
+                    to[column * kTileRows + row] = values[column];
+            }
+        };
+        turn(block.range, range);
+        turn(block.vertical, vertical);
+        turn(block.horizontal, horizontal);
+        turn(block.luminance16, luminance16);
+        turn(block.luminance8, luminance8);
+        turn(block.color, color);
+        turn(block.classes, classes);
+    }
+};
+
+// A cell's coordinates; false when the stored values are no numbers. `xyz`: its cartesian
+// coordinates, in millimetres, or a direction of length 1000.
+bool GridCells::Place(const Tile& tile, size_t at, const double* xyz, Cell& cell) const {
+    const double range = static_cast<double>(tile.range[at]) * kMetresPerMillimetre;
     cell.valid = range > 0;
     cell.direction = !cell.valid && m_directions;
     if (!cell.valid && !cell.direction) return true;
     if (m_kind == CoordinateKind::Spherical) {
-        cell.SetSpherical(cell.valid ? range : 0.0, static_cast<double>(block.horizontal[at]),
-                          std::numbers::pi / 2 - static_cast<double>(block.vertical[at]));
+        cell.SetSpherical(cell.valid ? range : 0.0, static_cast<double>(tile.horizontal[at]),
+                          std::numbers::pi / 2 - static_cast<double>(tile.vertical[at]));
     } else {
         cell.x = xyz[0] * kMetresPerMillimetre;
         cell.y = xyz[1] * kMetresPerMillimetre;
@@ -135,62 +154,85 @@ bool GridCells::Place(const Block& block, size_t at, const double* xyz, Cell& ce
 }
 
 // The other values of a cell with a return; true when its class is too large.
-bool GridCells::Describe(const Block& block, size_t at, Cell& cell) const {
+bool GridCells::Describe(const Tile& tile, size_t at, Cell& cell) const {
     if (m_intensity16) {
-        cell.intensity = m_message.intensity.Restore(block.luminance16[at]);
+        cell.intensity = m_message.intensity.Restore(tile.luminance16[at]);
     } else if (m_intensity8) {
-        cell.intensity = m_message.intensity.Restore(static_cast<uint16_t>(block.luminance8[at] * 257));
+        cell.intensity = m_message.intensity.Restore(static_cast<uint16_t>(tile.luminance8[at] * 257));
     }
     if (m_color) {
-        const kxio::Rgb8 color = block.color[at];
+        const kxio::Rgb8 color = tile.color[at];
         cell.red = color.red;
         cell.green = color.green;
         cell.blue = color.blue;
     }
     if (!m_classes) return false;
     constexpr uint32_t kMostClass = 255;
-    cell.classification = static_cast<uint8_t>(std::min(block.classes[at], kMostClass));
-    return block.classes[at] > kMostClass;
+    cell.classification = static_cast<uint8_t>(std::min(tile.classes[at], kMostClass));
+    return tile.classes[at] > kMostClass;
 }
 
-// The cells of one source column that lie in a block, from its column `inBlock` of `columns`.
-GridCells::Oddities GridCells::ToCells(const Block& block, bool far, size_t inBlock, size_t columns,
-                                       Cell* cells) const {
+// The cells from `first` on of one column of a tile.
+GridCells::Oddities GridCells::ToCells(const Tile& tile, size_t first, size_t count, Cell* cells) const {
+    std::array<float, kTileRows> range;
+    std::array<double, 3 * kTileRows> xyz;
+    if (m_kind == CoordinateKind::Cartesian) {
+        for (size_t i = 0; i < count; ++i)
+            range[i] = tile.range[first + i] > 0 ? tile.range[first + i] : kDirectionLength;
+        kxbase::PolarToCartesian(
+            std::span(range).first(count), std::span(tile.horizontal).subspan(first, count),
+            std::span(tile.vertical).subspan(first, count), std::span(xyz).first(3 * count));
+    }
     Oddities odd;
-    std::array<double, 3 * kBatchCells> xyz;
-    for (const RowSegment& segment : m_message.layout.segments) {
+    for (size_t i = 0; i < count; ++i) {
+        Cell cell;
+        if (!Place(tile, first + i, xyz.data() + 3 * i, cell)) {
+            odd.unusable += cell.valid ? 1 : 0;
+            cell = {};
+        }
+        if (cell.valid) {
+            odd.largeClasses += Describe(tile, first + i, cell) ? 1 : 0;
+        } else {
+            cell.intensity = m_emptyIntensity;
+        }
+        cells[i] = cell;
+    }
+    return odd;
+}
+
+// The cells of `count` source columns that lie in the blocks, from `source` on: their upper or lower part of
+// a folded scan.
+GridCells::Oddities GridCells::ToCells(bool far, uint64_t source, uint64_t count, Cell* cells) const {
+    const GridLayout& layout = m_message.layout;
+    const Block& block = far ? m_far : m_near;
+    const auto width = static_cast<size_t>(m_blockColumns);
+    const uint64_t inBlock = source - (m_nextColumn - (m_blockColumns - m_left));
+    const uint64_t firstColumn = layout.columnsReversed ? m_blockColumns - inBlock - count : inBlock;
+    Oddities odd;
+    Tile tile;
+    for (const RowSegment& segment : layout.segments) {
         if (segment.far != far) continue;
-        Cell* cell = cells + segment.firstRow;
-        size_t at = static_cast<size_t>(segment.gridRow) * columns + inBlock;
-        const size_t step = segment.descending ? ~columns + 1 : columns;
-        for (uint64_t i = 0; i < segment.count; ++i, ++cell, at += step) {
-            const auto inBatch = static_cast<size_t>(i % kBatchCells);
-            if (inBatch == 0 && m_kind == CoordinateKind::Cartesian) {
-                const auto count = static_cast<size_t>(std::min<uint64_t>(kBatchCells, segment.count - i));
-                Convert(block, at, step, count, xyz.data());
+        const size_t step = segment.descending ? ~width + 1 : width;
+        size_t at = static_cast<size_t>(segment.gridRow) * width + static_cast<size_t>(firstColumn);
+        for (uint64_t row = 0; row < segment.count; row += kTileRows) {
+            const auto rows = static_cast<size_t>(std::min<uint64_t>(kTileRows, segment.count - row));
+            tile.Turn(block, at, step, rows, static_cast<size_t>(count));
+            at += rows * step;
+            for (uint64_t i = 0; i < count; ++i) {
+                const uint64_t column = layout.columnsReversed ? count - 1 - i : i;
+                const Oddities more = ToCells(tile, static_cast<size_t>(i) * kTileRows, rows,
+                                              cells + column * layout.rows + segment.firstRow + row);
+                odd.unusable += more.unusable;
+                odd.largeClasses += more.largeClasses;
             }
-            *cell = {};
-            if (!Place(block, at, xyz.data() + 3 * inBatch, *cell)) {
-                odd.unusable += cell->valid ? 1 : 0;
-                *cell = {};
-            }
-            if (!cell->valid) {
-                cell->intensity = m_emptyIntensity;
-                continue;
-            }
-            odd.largeClasses += Describe(block, at, *cell) ? 1 : 0;
         }
     }
     return odd;
 }
 
-uint64_t GridCells::Read(std::vector<Cell>& cells) {
+// Up to the end of the column of patches that the next source column lies in.
+void GridCells::ReadNextBlocks() {
     const GridLayout& layout = m_message.layout;
-    if (m_nextColumn >= layout.columns) {
-        cells.clear();
-        return 0;
-    }
-    // Up to the end of the column of patches that the next source column lies in.
     const uint64_t nearColumn = layout.NearColumn(m_nextColumn);
     const uint64_t patchFirst = nearColumn / m_grid.patchWidth * m_grid.patchWidth;
     const uint64_t patchEnd = std::min<uint64_t>(patchFirst + m_grid.patchWidth, layout.columns);
@@ -200,25 +242,33 @@ uint64_t GridCells::Read(std::vector<Cell>& cells) {
     const uint64_t first = layout.columnsReversed ? nearColumn + 1 - columns : nearColumn;
     ReadBlock(first, columns, m_near);
     if (layout.Folded()) ReadBlock(layout.farColumn + first, columns, m_far);
+    m_blockColumns = m_left = columns;
+}
+
+uint64_t GridCells::Read(uint64_t maxColumns, std::vector<Cell>& cells) {
+    const GridLayout& layout = m_message.layout;
+    if (m_left == 0 && m_nextColumn < layout.columns) ReadNextBlocks();
+    const uint64_t columns = std::min(maxColumns, m_left);
     cells.resize(static_cast<size_t>(columns * layout.rows));
-    const auto count = static_cast<int64_t>(columns);
+    const auto tiles = static_cast<int64_t>((columns + kTileColumns - 1) / kTileColumns);
     const int threads = m_options.threads == 0 ? omp_get_max_threads() : static_cast<int>(m_options.threads);
     uint64_t unusable = 0, largeClasses = 0;
 #pragma omp parallel for schedule(static) num_threads(threads) reduction(+ : unusable, largeClasses) if (cells.size() >= kWorthThreads)
-    for (int64_t i = 0; i < count; ++i) {
-        const auto inBlock = static_cast<size_t>(layout.columnsReversed ? count - 1 - i : i);
-        Cell* const column = cells.data() + static_cast<size_t>(i) * static_cast<size_t>(layout.rows);
-        const Oddities near = ToCells(m_near, false, inBlock, static_cast<size_t>(columns), column);
-        unusable += near.unusable;
-        largeClasses += near.largeClasses;
-        if (!layout.Folded()) continue;
-        const Oddities far = ToCells(m_far, true, inBlock, static_cast<size_t>(columns), column);
-        unusable += far.unusable;
-        largeClasses += far.largeClasses;
+    for (int64_t i = 0; i < tiles; ++i) {
+        const uint64_t first = static_cast<uint64_t>(i) * kTileColumns;
+        const uint64_t count = std::min<uint64_t>(kTileColumns, columns - first);
+        for (const bool far : {false, true}) {
+            if (far && !layout.Folded()) continue;
+            const Oddities odd =
+                ToCells(far, m_nextColumn + first, count, cells.data() + first * layout.rows);
+            unusable += odd.unusable;
+            largeClasses += odd.largeClasses;
+        }
     }
     m_unusable += unusable;
     m_largeClasses += largeClasses;
     m_nextColumn += columns;
+    m_left -= columns;
     return columns;
 }
 

@@ -27,9 +27,9 @@ public:
     bool HasClasses() const { return m_classes; }
     const GridLayout& Layout() const { return m_message.layout; }
 
-    /// Reads the next source columns, as many as lie in one column of patches (fewer of very tall grids),
+    /// Reads the next source columns, at most `maxColumns` and no more than lie in one column of patches,
     /// column after column. \return columns read; 0 at the end
-    uint64_t Read(std::vector<Cell>& cells);
+    uint64_t Read(uint64_t maxColumns, std::vector<Cell>& cells);
     /// Returns so far whose position is no number; they are given as cells without a return.
     uint64_t UnusableReturns() const { return m_unusable; }
     /// Cells so far whose class number is above 255; they are given as 255.
@@ -44,15 +44,17 @@ private:
         std::vector<kxio::Rgb8> color;
         std::vector<uint32_t> classes;
     };
-    void CheckClaims(uint64_t first, uint64_t columns) const;
-    void ReadBlock(uint64_t first, uint64_t columns, Block& block) const;
+    struct Tile;
     struct Oddities {
         uint64_t unusable = 0, largeClasses = 0;
     };
-    Oddities ToCells(const Block& block, bool far, size_t inBlock, size_t columns, Cell* cells) const;
-    void Convert(const Block& block, size_t at, size_t step, size_t count, double* xyz) const;
-    bool Place(const Block& block, size_t at, const double* xyz, Cell& cell) const;
-    bool Describe(const Block& block, size_t at, Cell& cell) const;
+    void CheckClaims(uint64_t first, uint64_t columns) const;
+    void ReadBlock(uint64_t first, uint64_t columns, Block& block) const;
+    void ReadNextBlocks();
+    Oddities ToCells(bool far, uint64_t source, uint64_t count, Cell* cells) const;
+    Oddities ToCells(const Tile& tile, size_t first, size_t count, Cell* cells) const;
+    bool Place(const Tile& tile, size_t at, const double* xyz, Cell& cell) const;
+    bool Describe(const Tile& tile, size_t at, Cell& cell) const;
 
     kxio::ScanAccess m_access;
     kxbase::GridTopology m_grid;
@@ -68,6 +70,8 @@ private:
     uint64_t m_nextColumn = 0;  // of the source
     uint64_t m_unusable = 0;
     uint64_t m_largeClasses = 0;
+    uint64_t m_blockColumns = 0;  // in the blocks
+    uint64_t m_left = 0;          // of these, not given yet
     Block m_near, m_far;
 };
 

@@ -170,8 +170,7 @@ void QsnSource::Describe(LayoutMessage& message, ScanDescription& description) c
 
 ScanDescription QsnSource::OpenScan(uint64_t index) {
     m_bytesBefore = BytesRead();
-    m_columnsRead = m_given = 0;
-    m_waiting.clear();
+    m_columnsRead = 0;
     m_warnings.clear();
     m_grid.reset();
     if (index != 0) {
@@ -185,7 +184,6 @@ ScanDescription QsnSource::OpenScan(uint64_t index) {
     ScanDescription description;
     Describe(message, description);
     m_columns = description.columns;
-    m_rows = description.rows;
     m_intensity = message.intensity;
     m_grid = std::make_unique<GridCells>(
         m_reader, std::move(message), static_cast<unsigned>(m_options.threads), description.coordinateKind);
@@ -200,19 +198,8 @@ uint64_t QsnSource::ReadColumns(uint64_t maxColumns, std::vector<Cell>& cells) {
         cells.clear();
         return 0;
     }
-    if (m_waiting.empty()) {
-        const uint64_t columns = m_grid->Read(cells);
-        m_columnsRead += columns;
-        if (columns <= maxColumns) return columns;
-        m_waiting.swap(cells);
-        m_given = 0;
-    }
-    const auto rows = static_cast<size_t>(m_rows);
-    const uint64_t columns = std::min<uint64_t>(maxColumns, m_waiting.size() / rows - m_given);
-    const auto first = m_waiting.begin() + static_cast<std::ptrdiff_t>(m_given * m_rows);
-    cells.assign(first, first + static_cast<std::ptrdiff_t>(columns * m_rows));
-    m_given += columns;
-    if (m_given * m_rows == m_waiting.size()) m_waiting.clear();
+    const uint64_t columns = m_grid->Read(maxColumns, cells);
+    m_columnsRead += columns;
     return columns;
 }
 

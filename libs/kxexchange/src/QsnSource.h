@@ -52,10 +52,8 @@ private:
     std::vector<std::string> m_warnings;
     IntensityMapping m_intensity;
     std::unique_ptr<GridCells> m_grid;
-    uint64_t m_columns = 0, m_rows = 0, m_columnsRead = 0;
-    uint64_t m_bytesBefore = 0;   // of finished passes
-    std::vector<Cell> m_waiting;  // columns read beyond what was asked for
-    uint64_t m_given = 0;         // of these
+    uint64_t m_columns = 0, m_columnsRead = 0;
+    uint64_t m_bytesBefore = 0;  // of finished passes
 };
 
 }  // namespace kxexchange
