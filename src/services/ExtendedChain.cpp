@@ -90,7 +90,7 @@ bool ReadExtended(kxbase::IInFileStream& in, uint64_t position, ExtendedHeader& 
 class TailJudge {
 public:
     TailJudge(kxbase::IInFileStream& in, uint64_t first, uint64_t end)
-        : m_file(in), m_end(end), m_sectorsLeft(kFreeSectors + 4 * (in.GetSize() / kSector)) {
+        : m_file(in), m_end(end), m_sectorsLeft(kFreeSectors + in.GetSize() / kSector) {
         ExtendedHeader record;
         for (uint64_t position = first; position < end && ReadExtended(in, position, record);
              position += m_chain.back().bytes) {
@@ -135,7 +135,7 @@ private:
     // The smallest that a medium writes at once.
     static constexpr uint64_t kSector = 512;
     // Comparing all with all must not take for ever.
-    static constexpr uint64_t kFreeSectors = 1 << 16;
+    static constexpr uint64_t kFreeSectors = 1 << 12;
 
     /// Whether the record at `position` is a copy of one in the chain, with sectors that never reached the
     /// medium.
