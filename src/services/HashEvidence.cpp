@@ -23,6 +23,15 @@ LookupTable ReadTable(FileWindow& file, uint64_t position) {
     return table;
 }
 
+struct ByComponent {
+    bool operator()(const FoundChunk& chunk, ComponentType component) const {
+        return chunk.component < component;
+    }
+    bool operator()(ComponentType component, const FoundChunk& chunk) const {
+        return component < chunk.component;
+    }
+};
+
 }  // namespace
 
 HashEvidence::HashEvidence(FileWindow& file, const Survey& survey) {
@@ -63,13 +72,14 @@ void HashEvidence::FindWhole(FileWindow& file, const Survey& survey,
         for (const FoundChunk& chunk : survey.sharedEmpty)
             empty.insert(chunk.dataPosition);
         for (const auto& [component, entries] : table) {
-            const auto own = std::ranges::equal_range(candidates, component, {}, &FoundChunk::component);
+            const auto [first, last] =
+                std::equal_range(candidates.begin(), candidates.end(), component, ByComponent());
             const auto preview = previews.find(component);
             if (preview == previews.end() || preview->second.empty()) continue;
             const LookupEntry& entry = preview->second.front();
             if (!IsRight({entry.position, entry.byteCount}) ||
                 (component == ComponentType::Range && m_limits.size() != entries.size()) ||
-                !HasItsChunks(entries, empty, own, patchesPerRow)) {
+                !HasItsChunks(entries, empty, {first, last}, patchesPerRow)) {
                 continue;
             }
             const auto histogram = histograms.find(component);
