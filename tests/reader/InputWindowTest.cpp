@@ -22,7 +22,7 @@ std::vector<unsigned char> Counted(size_t size) {
 TEST(InputWindow, MovesLikeAnyStreamWhateverItReadsAtOnce) {
     const std::vector<unsigned char> bytes = Counted(1000);
     kxbase::InMemoryStream stream(bytes);
-    for (const uint64_t window : {0, 1, 7, 64, 999, 1000, 5000}) {
+    for (const uint64_t window : {0U, 1U, 7U, 64U, 999U, 1000U, 5000U}) {
         const PositionedInput input{nullptr, &stream, nullptr};
         InputWindow in(input, input.Size(), window);
         kxtest::ExpectMovesLikeAStream(in, bytes);
@@ -44,7 +44,7 @@ TEST(InputWindow, AnEditThatWasPromisedIsSeenThroughIt) {
     const PositionedInput input{nullptr, &stream, &edit};
     EXPECT_EQ(input.Size(), 900U);
     EXPECT_EQ(input.StoredSize(), 1000U);
-    for (const uint64_t window : {0, 16, 4096}) {
+    for (const uint64_t window : {0U, 16U, 4096U}) {
         InputWindow in(input, input.Size(), window);
         kxtest::ExpectMovesLikeAStream(in, shown);
     }
