@@ -50,6 +50,12 @@ bool ForEachPiece(std::span<const IntegritySpan> pieces, uint64_t& bytesLeft,
     return true;
 }
 
+bool IntegrityTable::EachPiece(uint64_t fileBytes, bool everything,
+                               const std::function<bool(const IntegritySpan&)>& visit) const {
+    uint64_t left = 2 * fileBytes;
+    return ForEachPiece(m_headers, left, visit) && (!everything || ForEachPiece(m_others, left, visit));
+}
+
 void IntegrityTable::Add(IntegrityExtendedHeader&& record, uint64_t position) {
     if (m_records.contains(position)) return;
     if (!record.IsIntact() || record.GetDataSize() > m_bytesLeft) {

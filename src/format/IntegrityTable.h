@@ -63,6 +63,11 @@ public:
     const std::vector<IntegritySpan>& HeaderSpans() const { return m_headers; }
     /// The other pieces, likewise; what was listed last comes last.
     const std::vector<IntegritySpan>& OtherSpans() const { return m_others; }
+    /// `ForEachPiece` of the headers, and with `everything` of the others behind them, in a file of so many
+    /// bytes. They may be together twice as long: starts of previews and histograms are listed beside the
+    /// whole.
+    bool EachPiece(uint64_t fileBytes, bool everything,
+                   const std::function<bool(const IntegritySpan&)>& visit) const;
 
 private:
     std::set<uint64_t> m_records;

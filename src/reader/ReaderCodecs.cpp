@@ -76,8 +76,9 @@ void QSNScanReader::AnalyseCodecs() {
     }
 }
 
-// Of components that were found after the file was opened.
+// Of components that were found after the file was opened; the problems stay those of the opening.
 void QSNScanReader::NoteElementBytes() {
+    const size_t problems = m_integrityProblems.size();
     std::vector<unsigned char> chunk;
     kxcodecs::ChunkHeaderInfo header;
     for (const auto& [component, entries] : m_patchTable) {
@@ -89,6 +90,7 @@ void QSNScanReader::NoteElementBytes() {
             continue;  // it ends behind the file, and tells nothing
         }
     }
+    m_integrityProblems.resize(problems);
 }
 
 void QSNScanReader::SetupComponentMap() {

@@ -96,7 +96,6 @@ bool HashEvidence::CheckPieces(FileWindow& file, const std::vector<FoundChunk>& 
     std::unordered_map<uint64_t, uint64_t> chunks;
     for (const FoundChunk& chunk : candidates)
         chunks.emplace(chunk.dataPosition, chunk.byteCount);
-    uint64_t left = 2 * file.Size();
     std::vector<unsigned char> bytes;
     const auto check = [&](const IntegritySpan& span) {
         if (span.position > file.Size() || span.byteCount > file.Size() - span.position) return false;
@@ -109,10 +108,7 @@ bool HashEvidence::CheckPieces(FileWindow& file, const std::vector<FoundChunk>& 
         const auto chunk = chunks.find(span.position);
         return chunk != chunks.end() && chunk->second == span.byteCount;
     };
-    if (!ForEachPiece(m_integrity.HeaderSpans(), left, check) ||
-        !ForEachPiece(m_integrity.OtherSpans(), left, check)) {
-        return false;
-    }
+    if (!m_integrity.EachPiece(file.Size(), true, check)) return false;
     std::sort(m_right.begin(), m_right.end());
     return file.UnreadableBytes() == 0;
 }

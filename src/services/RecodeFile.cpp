@@ -137,7 +137,6 @@ RecodedComponent& Recoder::Of(ComponentType component) {
 void Recoder::CheckHashes() {
     const IntegrityTable integrity = LoadIntegrity(m_in, m_main);
     m_report.hashesMadeAnew = integrity.Present();
-    uint64_t left = 2 * m_in.GetSize();
     Bytes bytes;
     const auto check = [&](const IntegritySpan& span) {
         m_file.Read(span.position, span.byteCount, bytes);
@@ -145,10 +144,8 @@ void Recoder::CheckHashes() {
             Damaged(span.position, "the bytes do not match their hash");
         return true;
     };
-    if (!ForEachPiece(integrity.HeaderSpans(), left, check) ||
-        !ForEachPiece(integrity.OtherSpans(), left, check)) {
+    if (!integrity.EachPiece(m_in.GetSize(), true, check))
         Damaged(integrity.Newest(), "the hashes list more bytes than the file has");
-    }
 }
 
 void Recoder::ListPieces(const FileLayout& layout) {

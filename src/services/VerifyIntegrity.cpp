@@ -16,8 +16,6 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
     for (const uint64_t position : integrity.Damaged())
         findings.Add(
             Error("integrity").At(position).Says("the record is damaged or not where it is said to be"));
-    // Starts of previews and histograms are listed beside the whole.
-    uint64_t left = 2 * file.Size();
     uint64_t done = 0;
     std::vector<unsigned char> bytes;
     const auto check = [&](const IntegritySpan& span) {
@@ -37,11 +35,8 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
         if (progress) progress(done += span.byteCount);
         return true;
     };
-    if (ForEachPiece(integrity.HeaderSpans(), left, check) &&
-        (!everything || ForEachPiece(integrity.OtherSpans(), left, check))) {
-        return;
-    }
-    findings.Add(Error("integrity").At(integrity.Newest()).Says("it lists more bytes than the file has"));
+    if (!integrity.EachPiece(file.Size(), everything, check))
+        findings.Add(Error("integrity").At(integrity.Newest()).Says("it lists more bytes than the file has"));
 }
 
 }  // namespace kxio

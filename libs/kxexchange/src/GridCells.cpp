@@ -200,18 +200,16 @@ GridCells::Oddities GridCells::ToCells(const Tile& tile, size_t first, size_t co
     return odd;
 }
 
-// The cells of `count` source columns that lie in the blocks, from `source` on: their upper or lower part of
-// a folded scan.
-GridCells::Oddities GridCells::ToCells(bool far, uint64_t source, uint64_t count, Cell* cells) const {
+// The cells of `count` source columns that lie in the blocks, from `source` on.
+GridCells::Oddities GridCells::ToCells(uint64_t source, uint64_t count, Cell* cells) const {
     const GridLayout& layout = m_message.layout;
-    const Block& block = far ? m_far : m_near;
     const auto width = static_cast<size_t>(m_blockColumns);
-    const uint64_t inBlock = source - (m_nextColumn - (m_blockColumns - m_left));
+    const uint64_t inBlock = source - m_blockFirst;
     const uint64_t firstColumn = layout.columnsReversed ? m_blockColumns - inBlock - count : inBlock;
     Oddities odd;
     Tile tile;
     for (const RowSegment& segment : layout.segments) {
-        if (segment.far != far) continue;
+        const Block& block = segment.far ? m_far : m_near;
         const size_t step = segment.descending ? ~width + 1 : width;
         size_t at = static_cast<size_t>(segment.gridRow) * width + static_cast<size_t>(firstColumn);
         for (uint64_t row = 0; row < segment.count; row += kTileRows) {
@@ -242,13 +240,14 @@ void GridCells::ReadNextBlocks() {
     const uint64_t first = layout.columnsReversed ? nearColumn + 1 - columns : nearColumn;
     ReadBlock(first, columns, m_near);
     if (layout.Folded()) ReadBlock(layout.farColumn + first, columns, m_far);
-    m_blockColumns = m_left = columns;
+    m_blockFirst = m_nextColumn;
+    m_blockColumns = columns;
 }
 
 uint64_t GridCells::Read(uint64_t maxColumns, std::vector<Cell>& cells) {
     const GridLayout& layout = m_message.layout;
-    if (m_left == 0 && m_nextColumn < layout.columns) ReadNextBlocks();
-    const uint64_t columns = std::min(maxColumns, m_left);
+    if (m_nextColumn == m_blockFirst + m_blockColumns && m_nextColumn < layout.columns) ReadNextBlocks();
+    const uint64_t columns = std::min(maxColumns, m_blockFirst + m_blockColumns - m_nextColumn);
     cells.resize(static_cast<size_t>(columns * layout.rows));
     const auto tiles = static_cast<int64_t>((columns + kTileColumns - 1) / kTileColumns);
     const int threads = m_options.threads == 0 ? omp_get_max_threads() : static_cast<int>(m_options.threads);
@@ -257,18 +256,13 @@ uint64_t GridCells::Read(uint64_t maxColumns, std::vector<Cell>& cells) {
     for (int64_t i = 0; i < tiles; ++i) {
         const uint64_t first = static_cast<uint64_t>(i) * kTileColumns;
         const uint64_t count = std::min<uint64_t>(kTileColumns, columns - first);
-        for (const bool far : {false, true}) {
-            if (far && !layout.Folded()) continue;
-            const Oddities odd =
-                ToCells(far, m_nextColumn + first, count, cells.data() + first * layout.rows);
-            unusable += odd.unusable;
-            largeClasses += odd.largeClasses;
-        }
+        const Oddities odd = ToCells(m_nextColumn + first, count, cells.data() + first * layout.rows);
+        unusable += odd.unusable;
+        largeClasses += odd.largeClasses;
     }
     m_unusable += unusable;
     m_largeClasses += largeClasses;
     m_nextColumn += columns;
-    m_left -= columns;
     return columns;
 }
 

@@ -51,7 +51,7 @@ private:
     void CheckClaims(uint64_t first, uint64_t columns) const;
     void ReadBlock(uint64_t first, uint64_t columns, Block& block) const;
     void ReadNextBlocks();
-    Oddities ToCells(bool far, uint64_t source, uint64_t count, Cell* cells) const;
+    Oddities ToCells(uint64_t source, uint64_t count, Cell* cells) const;
     Oddities ToCells(const Tile& tile, size_t first, size_t count, Cell* cells) const;
     bool Place(const Tile& tile, size_t at, const double* xyz, Cell& cell) const;
     bool Describe(const Tile& tile, size_t at, Cell& cell) const;
@@ -70,8 +70,8 @@ private:
     uint64_t m_nextColumn = 0;  // of the source
     uint64_t m_unusable = 0;
     uint64_t m_largeClasses = 0;
-    uint64_t m_blockColumns = 0;  // in the blocks
-    uint64_t m_left = 0;          // of these, not given yet
+    uint64_t m_blockFirst = 0;  // source column that the blocks begin with
+    uint64_t m_blockColumns = 0;
     Block m_near, m_far;
 };
 
