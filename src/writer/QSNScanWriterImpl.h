@@ -62,6 +62,8 @@ public:
 
     ScanProperties& Properties() { return m_properties; }
     void SetPointcount(uint64_t count) { m_pointCount = count; }
+    /// That number, or that of the points in the flat patches so far.
+    uint64_t GetPointcount() const { return m_pointCount; }
     void SetCompressedThumbnail(const std::vector<unsigned char>& jpeg);
     void SetCompressedPreview(std::span<const unsigned char> chunk, kxbase::ComponentType component);
     void AddMessage(const std::wstring& text) { m_messages.push_back(text); }
@@ -70,9 +72,10 @@ public:
     void SetIntegrity(bool wanted);
 
     /// For a component whose patches come encoded, from a file that is known to be right: the codec of its
-    /// empty patches, borrowed, and the chunk of its preview.
+    /// empty patches, borrowed, and the chunk of its preview, which is asked for when it is written and must
+    /// last until the next one is asked for.
     void KeepPreview(kxbase::ComponentType component, kxcodecs::QKXChunkCodec* codec,
-                     std::vector<unsigned char> chunk);
+                     std::function<std::span<const unsigned char>()> chunk);
     /// The same for a histogram; asked for when the record is written. Null: there is none.
     void KeepHistogram(std::function<std::unique_ptr<ExtendedHeader>()> record) {
         m_keptHistograms.push_back(std::move(record));
@@ -95,7 +98,7 @@ private:
         uint32_t orientation = 0;
         uint64_t pixelLength = 0;  // of the last descriptor that told one; 0 = unknown
         std::shared_ptr<std::vector<unsigned char>> image;
-        std::vector<unsigned char> kept;  // a chunk to be written instead of the image
+        std::function<std::span<const unsigned char>()> kept;  // a chunk to be written instead of the image
     };
 
     // Creation and release.
@@ -167,6 +170,7 @@ private:
     MainFileHeader m_mainHeader;
     ScanProperties m_properties;
     std::map<kxbase::ComponentType, PreviewInfo> m_previewInfo;
+    std::vector<unsigned char> m_joined;  // a record and its chunk, with the stream lock held
     LookupTable m_chunkLookup;
     std::map<kxbase::ComponentType, LookupEntry> m_emptyChunks;
     std::vector<MinMaxPair> m_limits;

@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "kxbase/Exceptions.h"
-#include "kxbase/InMemoryStream.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "writer/QSNScanWriterImpl.h"
 #include "writer/WriterLocks.h"
@@ -60,11 +59,11 @@ LookupEntry QSNScanWriterImpl::AppendChunk(DataChunkHeader& header, std::span<co
     LookupEntry entry;
     entry.byteCount = header.byteCount;
     if (bytes.size() <= kJoinedBytes) {
-        kxbase::InMemoryStream joined;
-        const uint64_t recordSize = header.Write(&joined);
-        joined.Write(bytes.data(), bytes.size());
-        entry.position = m_stream->Tell() + recordSize;
-        m_stream->Write(joined.GetBytes().data(), joined.GetBytes().size());
+        const std::vector<unsigned char> record = header.Encode();
+        m_joined.assign(record.begin(), record.end());
+        m_joined.insert(m_joined.end(), bytes.begin(), bytes.end());
+        entry.position = m_stream->Tell() + record.size();
+        m_stream->Write(m_joined.data(), m_joined.size());
     } else {
         header.Write(m_stream);
         entry.position = m_stream->Tell();
@@ -126,7 +125,7 @@ void QSNScanWriterImpl::SetCompressedPreview(std::span<const unsigned char> chun
 }
 
 void QSNScanWriterImpl::KeepPreview(kxbase::ComponentType component, kxcodecs::QKXChunkCodec* codec,
-                                    std::vector<unsigned char> chunk) {
+                                    std::function<std::span<const unsigned char>()> chunk) {
     {
         const std::lock_guard lock(CodecLock());
         m_codecs[component] = codec;

@@ -3,7 +3,6 @@
 #include "format/Hash64.h"
 #include "format/HeaderPieces.h"
 #include "kxbase/Exceptions.h"
-#include "kxbase/InMemoryStream.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/HistogramHeader.h"
 #include "kxio/ScanHeader.h"
@@ -34,9 +33,7 @@ void QSNScanWriterImpl::WriteRecord(kxbase::IOHeader& record) {
         record.Write(m_stream);
         return;
     }
-    kxbase::InMemoryStream encoded;
-    record.Write(&encoded);
-    const std::span<const unsigned char> bytes = encoded.GetBytes();
+    const std::vector<unsigned char> bytes = record.Encode();
     AddHeaderSpans(record, m_stream->Tell(), bytes, m_headerSpans, m_chunkSpans);
     m_stream->Write(bytes.data(), bytes.size());
 }
@@ -44,9 +41,8 @@ void QSNScanWriterImpl::WriteRecord(kxbase::IOHeader& record) {
 // All positions that the main header will hold are known by now.
 void QSNScanWriterImpl::WriteIntegrity() {
     MainFileHeader header = m_mainHeader;
-    kxbase::InMemoryStream encoded;
-    header.Write(&encoded);
-    m_headerSpans.push_back({0, encoded.GetBytes().size(), Hash64(encoded.GetBytes())});
+    const std::vector<unsigned char> encoded = header.Encode();
+    m_headerSpans.push_back({0, encoded.size(), Hash64(encoded)});
     IntegrityExtendedHeader record(m_headerSpans, m_chunkSpans, m_stream->Tell());
     record.Write(m_stream);
     m_statistics[record.GetRecordName()] = record.HeaderSize();

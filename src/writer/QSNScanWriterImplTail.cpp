@@ -97,25 +97,21 @@ void QSNScanWriterImpl::WriteLookupTable(LookupTable& table, uint64_t& position)
 void QSNScanWriterImpl::WritePreviewsAndLimits() {
     struct Preview {
         kxbase::ComponentType component;
-        const std::vector<unsigned char>* image;
+        const PreviewInfo* info;
         std::vector<unsigned char> chunk;
         std::exception_ptr error;
     };
     std::vector<Preview> previews;
     for (const auto& [component, info] : m_previewInfo) {
-        if (!info.kept.empty()) {
-            previews.push_back({component, nullptr, info.kept, nullptr});
-            continue;
-        }
-        if (info.image == nullptr || info.image->empty()) continue;
-        previews.push_back({component, info.image.get(), {}, nullptr});
+        if (info.kept || (info.image != nullptr && !info.image->empty()))
+            previews.push_back({component, &info, {}, nullptr});
     }
     const auto encode = [this](Preview& preview) noexcept {
-        if (preview.image == nullptr) return;
+        if (preview.info->kept) return;
         const auto codec = m_codecs.find(preview.component);
         try {
-            EncodeOrSnappy(codec == m_codecs.end() ? nullptr : codec->second, *preview.image, m_previewWidth,
-                           m_previewHeight, preview.chunk);
+            EncodeOrSnappy(codec == m_codecs.end() ? nullptr : codec->second, *preview.info->image,
+                           m_previewWidth, m_previewHeight, preview.chunk);
         } catch (...) {
             preview.error = std::current_exception();
         }
@@ -127,7 +123,9 @@ void QSNScanWriterImpl::WritePreviewsAndLimits() {
         encode(previews[static_cast<size_t>(i)]);
     for (const Preview& preview : previews) {
         if (preview.error != nullptr) std::rethrow_exception(preview.error);
-        WritePreview(preview.chunk, preview.component);
+        const auto& kept = preview.info->kept;
+        const std::span<const unsigned char> chunk = kept ? kept() : preview.chunk;
+        if (!chunk.empty()) WritePreview(chunk, preview.component);
     }
     WriteLookupTable(m_previewLookup, m_mainHeader.previewLookupTablePosition);
 
@@ -171,15 +169,16 @@ std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHead
 }
 
 void QSNScanWriterImpl::WriteExtendedHeaders() {
-    const auto records = MakeExtendedHeaders(MakeHistogramRecords(m_histograms));
+    auto records = MakeExtendedHeaders(MakeHistogramRecords(m_histograms));
     m_mainHeader.firstExtendedHeaderPosition = m_stream->Tell();
-    for (const auto& record : records) {
+    for (auto& record : records) {
         const bool last = &record == &records.back() && !m_integrityWanted;
         record->SetLink(last ? 0 : m_stream->Tell() + record->HeaderSize());
         WriteRecord(*record);
         // Histograms are reported under the names of their records.
         if (HistogramComponent(record->GetType()))
             m_statistics[record->GetRecordName()] = record->HeaderSize();
+        record.reset();
     }
     if (m_integrityWanted) WriteIntegrity();
 }

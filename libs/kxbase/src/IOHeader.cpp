@@ -138,6 +138,18 @@ uint64_t IOHeader::Write(IOutFileStream* out) {
     // What cannot be written leaves the record describing what it described before.
     const auto before = std::make_tuple(m_tag, m_version, m_dataSize, m_stamped);
     try {
+        const std::vector<unsigned char> bytes = Encode();
+        out->Write(bytes.data(), bytes.size());
+        return bytes.size();
+    } catch (...) {
+        std::tie(m_tag, m_version, m_dataSize, m_stamped) = before;
+        throw;
+    }
+}
+
+std::vector<unsigned char> IOHeader::Encode() {
+    const auto before = std::make_tuple(m_tag, m_version, m_dataSize, m_stamped);
+    try {
         // The version first: the size of some records depends on the version they hold.
         m_tag = GetMagic();
         m_version = GetCurrentVersion();
@@ -151,8 +163,7 @@ uint64_t IOHeader::Write(IOutFileStream* out) {
                 "Record does not fit its size",
                 {{}, GetRecordName(), {}, {}, "its size changed while it was encoded"});
         }
-        out->Write(bytes.data(), bytes.size());
-        return bytes.size();
+        return bytes;
     } catch (...) {
         std::tie(m_tag, m_version, m_dataSize, m_stamped) = before;
         throw;

@@ -81,6 +81,19 @@ TEST(IOHeader, WritesFrameThenPayload) {
     EXPECT_EQ(record.HeaderSize(), 28u);
 }
 
+TEST(IOHeader, EncodesWhatItWouldWrite) {
+    Sample record;
+    record.first = 0x04030201;
+    record.second = 0x0605;
+    record.tail = {0xaa, 0xbb};
+    EXPECT_EQ(record.Encode(), kRecord);
+    EXPECT_EQ(record.GetDataSize(), 12u);
+    record.growsWhileWriting = true;
+    record.tail.resize(100);
+    EXPECT_THROW(record.Encode(), KXException);
+    EXPECT_EQ(record.GetDataSize(), 12u) << "as before";
+}
+
 TEST(IOHeader, ValidityTellsOfReadingAlone) {
     InMemoryStream stream;
     Sample record;

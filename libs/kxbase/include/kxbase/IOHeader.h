@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "kxbase/ByteReader.h"
 #include "kxbase/Exceptions.h"
@@ -70,6 +71,9 @@ public:
     /// an exception version and size are as before.
     /// \returns bytes written \throws KXWritingException
     uint64_t Write(IOutFileStream* out);
+    /// What `Write` would write; stamps the record as that does.
+    /// \throws KXWrongDataSizeofException  the record does not fit its size, and what `_Write` throws
+    std::vector<unsigned char> Encode();
 
     /// Decodes a frame, its shape only: whether such a record exists and a payload follows is not looked at.
     /// For walkers that must judge a record before they read its payload.
