@@ -21,6 +21,10 @@ public:
     explicit FileWindow(kxbase::IInFileStream& in);
 
     uint64_t Size() const { return m_size; }
+    /// Chunks that are read one after the other, from front to back, come from pieces of the file that are
+    /// read ahead of them.
+    void ReadAhead() { m_readsAhead = true; }
+
     /// The `count` bytes at `position`, fewer at the end of the file; for pieces of some kilobytes at most.
     /// Valid until the next call of `Peek` or `Block`.
     std::span<const unsigned char> Peek(uint64_t position, uint64_t count);
@@ -35,15 +39,28 @@ public:
     kxbase::IInFileStream& Stream() { return m_in; }
 
 private:
+    /// Some bytes of the file.
+    struct Piece {
+        std::vector<unsigned char> bytes;
+        uint64_t start = 0;
+
+        /// What it holds from `position` on.
+        std::span<const unsigned char> From(uint64_t position) const;
+    };
+
     uint64_t ReadAt(uint64_t position, uint64_t count, unsigned char* out);
-    /// What the block holds from `position` on.
-    std::span<const unsigned char> Held(uint64_t position) const;
+    void Load(uint64_t position, uint64_t count, Piece& piece);
+    /// The bytes where they are at hand, or can be had together with those behind them.
+    std::span<const unsigned char> Ahead(uint64_t position, uint64_t count);
 
     kxbase::IInFileStream& m_in;
     uint64_t m_size;
-    std::vector<unsigned char> m_block;
-    uint64_t m_blockStart = 0;
-    std::vector<unsigned char> m_piece;
+    Piece m_block;
+    Piece m_peeked;
+    Piece m_ahead;
+    bool m_readsAhead = false;
+    uint64_t m_readEnd = 0;       // of what was read last
+    uint64_t m_inSuccession = 0;  // bytes that were read since the last jump
     uint64_t m_unreadable = 0;
     uint64_t m_unreadableEnd = 0;  // what lies before was counted
 };

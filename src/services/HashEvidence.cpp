@@ -8,6 +8,7 @@
 #include "kxbase/Exceptions.h"
 #include "kxbase/IInFileStream.h"
 #include "kxio/HistogramHeader.h"
+#include "services/ExtendedChain.h"
 #include "services/IntegrityEdit.h"
 
 namespace kxio {
@@ -124,12 +125,10 @@ bool HashEvidence::IsRightFrom(uint64_t position) const {
 
 std::map<ComponentType, uint64_t> HashEvidence::Histograms(FileWindow& file, uint64_t firstRecord) const {
     std::map<ComponentType, uint64_t> histograms;
-    uint64_t position = firstRecord;
-    ExtendedHeader record;
-    if (!file.Stream().Seek(position)) return histograms;
-    for (; record.Read(&file.Stream()) != 0; position = file.Stream().Tell()) {
-        const auto component = HistogramComponent(record.GetType());
-        if (component && IsRightFrom(position)) histograms[*component] = position;
+    for (auto record = ExtendedStartAt(file.Stream(), firstRecord); record;
+         record = ExtendedStartAt(file.Stream(), record->End())) {
+        const auto component = HistogramComponent(record->type);
+        if (component && IsRightFrom(record->position)) histograms[*component] = record->position;
     }
     return histograms;
 }

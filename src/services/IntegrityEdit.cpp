@@ -5,6 +5,7 @@
 
 #include "kxbase/IInFileStream.h"
 #include "kxbase/InMemoryStream.h"
+#include "services/ExtendedChain.h"
 
 namespace kxio {
 
@@ -12,12 +13,15 @@ IntegrityTable LoadIntegrity(kxbase::IInFileStream& in, const MainFileHeader& ma
     IntegrityTable integrity;
     integrity.LimitBytes(in.GetSize());
     uint64_t position = mainHeader.firstExtendedHeaderPosition;
-    ExtendedHeader record;
-    if (position != 0 && in.Seek(position)) {
-        for (; record.Read(&in) != 0; position = in.Tell()) {
-            if (record.GetType() == IntegrityExtendedHeader::Type)
-                integrity.Add(IntegrityExtendedHeader(std::move(record)), position);
+    while (position != 0) {
+        const auto start = ExtendedStartAt(in, position);
+        if (!start) break;
+        if (start->type == IntegrityExtendedHeader::Type) {
+            ExtendedHeader record;
+            if (!in.Seek(position) || record.Read(&in) == 0) break;
+            integrity.Add(IntegrityExtendedHeader(std::move(record)), position);
         }
+        position = start->End();
     }
     integrity.Complete(in);
     return integrity;

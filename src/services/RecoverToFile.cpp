@@ -7,6 +7,7 @@
 #include "kxbase/Exceptions.h"
 #include "kxbase/UTF8.h"
 #include "kxbase/kxInFile.h"
+#include "services/BufferedOutput.h"
 #include "services/PartialFile.h"
 #include "services/ScanRebuild.h"
 
@@ -44,7 +45,9 @@ RecoveryReport RecoverToFile(const std::wstring& damaged, const std::wstring& ou
     }
     in.SetPatient();
     PartialFile partial(output);
-    RecoveryReport report = RecoverToStream(in, partial.File(), options);
+    BufferedOutput buffered(partial.File());
+    RecoveryReport report = RecoverToStream(in, buffered, options);
+    buffered.Flush();
     if (report.unreadableBytes == 0 && in.RefusedBytes() != 0) {
         report.unreadableBytes = in.RefusedBytes();
         report.warnings.push_back("a record could not be read from the device and is left out");

@@ -17,6 +17,7 @@
 #include "kxio/ThumbnailHeader.h"
 #include "kxio/UUIDExtendedHeader.h"
 #include "kxio/WarningExtendedHeader.h"
+#include "services/ExtendedChain.h"
 
 namespace kxio {
 
@@ -34,6 +35,16 @@ bool ReadAt(FileWindow& file, const FoundRecord& found, Record& record) {
         return record.Read(&file.Stream()) != 0;
     } catch (const kxbase::KXException&) {
         return false;
+    }
+}
+
+/// The component of the histogram that begins there; nothing for any other record.
+std::optional<kxbase::ComponentType> HistogramAt(FileWindow& file, const FoundRecord& found) {
+    try {
+        const auto start = ExtendedStartAt(file.Stream(), found.position);
+        return start ? HistogramComponent(start->type) : std::nullopt;
+    } catch (const kxbase::KXException&) {
+        return std::nullopt;
     }
 }
 
@@ -168,8 +179,7 @@ void Salvage::TakeExtended(const ExtendedHeader& record) {
         default:
             break;
     }
-    // Histograms are counted anew; all others go into the new file as they are.
-    if (!HistogramComponent(record.GetType())) m_result.furtherRecords.push_back(record);
+    m_result.furtherRecords.push_back(record);  // goes into the new file as it is
 }
 
 void Salvage::TakeExtendedRecords() {
@@ -184,11 +194,12 @@ void Salvage::TakeExtendedRecords() {
             ++tooLarge;
             continue;
         }
+        if (const auto component = HistogramAt(m_file, found)) {
+            m_result.histograms.insert(*component);  // counted anew, so what it says is not asked
+            continue;
+        }
         ExtendedHeader record;
-        if (!ReadAt(m_file, found, record)) continue;
-        if (const auto component = HistogramComponent(record.GetType()))
-            m_result.histograms.insert(*component);
-        TakeExtended(record);
+        if (ReadAt(m_file, found, record)) TakeExtended(record);
     }
     if (tooLarge != 0) {
         m_result.tailWhole = false;

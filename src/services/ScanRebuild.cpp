@@ -48,7 +48,9 @@ ScanRebuild::ScanRebuild(kxbase::IInFileStream& in, kxbase::IOutFileStream& out,
       m_options(options),
       m_previewBytesLeft(kMostPreviewBytes),
       // Chunks that overlap could make the reading cost the square of the file's size.
-      m_readBudget(4 * m_file.Size() + (uint64_t{64} << 20)) {}
+      m_readBudget(4 * m_file.Size() + (uint64_t{64} << 20)) {
+    m_file.ReadAhead();
+}
 
 ScanRebuild::~ScanRebuild() = default;
 

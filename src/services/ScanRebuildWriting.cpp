@@ -154,9 +154,10 @@ void ScanRebuild::KeepWhole(ComponentType component, uint64_t codecId) {
     const HashEvidence::Component& parts = m_hashes.Whole().at(component);
     std::unique_ptr<StoredChunkCodec>& codec = m_codecs[component];
     codec = std::make_unique<StoredChunkCodec>(codecId);
-    std::vector<unsigned char> preview;
-    m_file.Read(parts.preview.position, parts.preview.byteCount, preview);
-    m_writer.m_impl->KeepPreview(component, codec.get(), std::move(preview));
+    m_writer.m_impl->KeepPreview(component, codec.get(), [this, preview = parts.preview] {
+        m_file.Read(preview.position, preview.byteCount, m_values);
+        return std::span<const unsigned char>(m_values);
+    });
     if (parts.histogram != 0) {
         m_writer.m_impl->KeepHistogram([this, position = parts.histogram] {
             auto record = std::make_unique<ExtendedHeader>();
@@ -200,12 +201,6 @@ bool ScanRebuild::WritePatch(const FoundChunk& chunk) {
     const uint64_t elementBytes = header.ElementBytes();
     kxcodecs::Dequantise(m_values, elementBytes, header.step);
 
-    PatchLimits limits;
-    if (chunk.component == kxbase::Range && elementBytes == sizeof(float)) {
-        const PatchPlace place{grid, chunk.row, chunk.column, 0};
-        limits = MeasurePatch(m_values, place, false,
-                              m_decision.withoutGrid ? CountedValues::All : CountedValues::InsideGrid);
-    }
     const uint64_t cells = m_values.size() / elementBytes;
     if ((m_decision.withoutGrid || cells <= patchCells) && MayBePreviewed(chunk.component, elementBytes)) {
         std::unique_ptr<StoredChunkCodec>& codec = m_codecs[chunk.component];
@@ -214,9 +209,17 @@ bool ScanRebuild::WritePatch(const FoundChunk& chunk) {
         FlatPatchDescriptor patch(chunk.component, elementBytes, RowMajor, 1.0, codec.get());
         patch.data = m_values.data();
         patch.size = cells;
+        const uint64_t points = m_writer.m_impl->GetPointcount();
         m_writer.AddPatch({&patch}, chunk.row, chunk.column);
+        m_report.pointsSaved += m_writer.m_impl->GetPointcount() - points;
         codec->Stand(nullptr, nullptr);
     } else {
+        PatchLimits limits;
+        if (chunk.component == kxbase::Range && elementBytes == sizeof(float)) {
+            const PatchPlace place{grid, chunk.row, chunk.column, 0};
+            limits = MeasurePatch(m_values, place, false,
+                                  m_decision.withoutGrid ? CountedValues::All : CountedValues::InsideGrid);
+        }
         // The bytes of an empty patch are made in memory too.
         const bool fits =
             elementBytes <= QKXChunkCodec::kDefaultMaxDecodedBytes / std::max<uint64_t>(1, patchCells);
@@ -226,12 +229,12 @@ bool ScanRebuild::WritePatch(const FoundChunk& chunk) {
         patch.min = limits.pair.minimum;
         patch.max = limits.pair.maximum;
         m_writer.AddPatch({&patch}, chunk.row, chunk.column);
+        m_report.pointsSaved += limits.points;
     }
     NoteAngles(chunk, header);
     RecoveredComponent& counts = m_components[chunk.component];
     ++counts.recovered;
     counts.storedBytes += chunk.byteCount;
-    m_report.pointsSaved += limits.points;
     return true;
 }
 

@@ -9,13 +9,13 @@
 namespace kxio {
 
 /// Gives for values that were decoded from a chunk that very chunk, byte for byte, and encodes everything
-/// else with a codec of its own. Through it the scan writer takes a decoded patch as it takes any other, with
-/// preview, limits, point count and histogram, and stores the old bytes.
+/// else with a codec of its own: empty patches as ever, previews quickly. Through it the scan writer takes a
+/// decoded patch as it takes any other, with preview, limits, point count and histogram, and stores the old
+/// bytes.
 class StoredChunkCodec : public kxcodecs::QKXChunkCodec {
 public:
     /// \param codecIdentifier  of a codec that the library knows
-    explicit StoredChunkCodec(uint64_t codecIdentifier)
-        : m_codec(kxcodecs::ChunkCodecFactory::MakeCodec(codecIdentifier)) {}
+    explicit StoredChunkCodec(uint64_t codecIdentifier);
     ~StoredChunkCodec() override;
 
     /// From now on the values at `values` stand for `chunk`; both are borrowed. Null ends it.
@@ -30,6 +30,7 @@ public:
 
 private:
     kxcodecs::ChunkCodecFactory::CodecPtr m_codec;
+    kxcodecs::ChunkCodecFactory::CodecPtr m_previewCodec;  // where there is a quicker one
     const unsigned char* m_values = nullptr;
     const std::vector<unsigned char>* m_chunk = nullptr;
 };

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 list(APPEND kxio_sources
   services/AngleFit.cpp
+  services/BufferedOutput.cpp
   services/DiffScans.cpp
   services/DumpRecords.cpp
   services/ExtendedChain.cpp

@@ -6,6 +6,7 @@
 #include "RecoveredFile.h"
 #include "kxbase/Exceptions.h"
 #include "kxio/HistogramHeader.h"
+#include "support/CountingStream.h"
 
 namespace {
 
@@ -218,39 +219,14 @@ TEST(RecoverToFile, PatchesWithHugeElementsGetNoPreview) {
     EXPECT_EQ(recovered.reader.GetAvailablePreviews(), (std::vector<ComponentType>{kxbase::Range}));
 }
 
-/// A file that refuses to give some of its bytes, as a bad disk does.
-class BadDisk : public kxbase::IInFileStream {
-public:
-    BadDisk(Bytes bytes, uint64_t badFrom, uint64_t badTo)
-        : m_stream(std::move(bytes)), m_from(badFrom), m_to(badTo) {}
-    bool IsOpen() const override { return true; }
-    bool Seek(uint64_t p) override { return m_stream.Seek(p); }
-    bool SeekForward(uint64_t n) override { return m_stream.SeekForward(n); }
-    bool SeekBackward(uint64_t n) override { return m_stream.SeekBackward(n); }
-    bool SeekEnd(uint64_t n) override { return m_stream.SeekEnd(n); }
-    uint64_t Tell() const override { return m_stream.Tell(); }
-    uint64_t Read(void* out, uint64_t bytes) override {
-        const uint64_t at = m_stream.Tell();
-        if (at >= m_from && at < m_to) return 0;
-        return m_stream.Read(out, at < m_from ? std::min(bytes, m_from - at) : bytes);
-    }
-    uint64_t GetLastReadCount() const override { return m_stream.GetLastReadCount(); }
-    uint64_t GetSize() const override { return m_stream.GetSize(); }
-    bool HasDataLeft() const override { return m_stream.HasDataLeft(); }
-    void Close() override { m_stream.Close(); }
-
-private:
-    InMemoryStream m_stream;
-    uint64_t m_from;
-    uint64_t m_to;
-};
-
 TEST(RecoverToFile, WhatLiesBehindABadSectorIsRecovered) {
     const Bytes original = SampleScan().Write();
     const auto chunks = ChunksOf(original);
     const uint64_t from = 4096 * 2;
     const uint64_t to = from + 4096;
-    BadDisk disk(original, from, to);
+    kxtest::CountingStream disk(original);
+    disk.refusedFrom = from;
+    disk.refusedEnd = to;
     InMemoryStream out;
     const RecoveryReport report = kxio::RecoverToStream(disk, out);
     EXPECT_GT(report.unreadableBytes, 0U);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <functional>
 
 #include "kxbase/InMemoryStream.h"
@@ -32,6 +34,9 @@ public:
     uint64_t Read(void* out, uint64_t bytes) override {
         ++reads;
         if (onRead) onRead();
+        const uint64_t place = m_in.Tell();
+        if (place < refusedFrom) bytes = std::min(bytes, refusedFrom - place);
+        if (place >= refusedFrom && place < refusedEnd) bytes = 0;
         const uint64_t got = m_in.Read(out, bytes);
         bytesRead += got;
         return got;
@@ -58,7 +63,9 @@ public:
     int reads = 0;
     mutable int sizes = 0;
     uint64_t bytesRead = 0;
-    std::function<void()> onRead;  ///< runs in every read, when there is one
+    std::function<void()> onRead;       ///< runs in every read, when there is one
+    uint64_t refusedFrom = UINT64_MAX;  ///< what lies from there
+    uint64_t refusedEnd = 0;            ///< to there is not given, as by a bad disk
 
 private:
     kxbase::InMemoryStream m_in;
