@@ -2,11 +2,13 @@
 #include "services/HashEvidence.h"
 
 #include <algorithm>
+#include <set>
 #include <unordered_map>
 
 #include "format/Hash64.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/IInFileStream.h"
+#include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/HistogramHeader.h"
 #include "services/ExtendedChain.h"
 #include "services/IntegrityEdit.h"
@@ -16,6 +18,11 @@ namespace kxio {
 namespace {
 
 using kxbase::ComponentType;
+
+/// What leads on from a histogram, and says that it is one.
+constexpr uint64_t kHistogramHeadBytes = kxbase::IOHeader::FrameSize + ExtendedHeader::FixedSize;
+/// Pieces besides chunks; of so many not all are previews and histograms.
+constexpr size_t kMostChanged = 1000;
 
 LookupTable ReadTable(FileWindow& file, uint64_t position) {
     LookupTable table;
@@ -66,7 +73,13 @@ void HashEvidence::FindWhole(FileWindow& file, const Survey& survey,
     try {
         const LookupTable table = ReadTable(file, main.lookupTablePosition);
         const LookupTable previews = ReadTable(file, main.previewLookupTablePosition);
-        const auto histograms = Histograms(file, main.firstExtendedHeaderPosition);
+        std::vector<Histogram> histograms;
+        for (auto record = ExtendedStartAt(file.Stream(), main.firstExtendedHeaderPosition); record;
+             record = ExtendedStartAt(file.Stream(), record->End())) {
+            if (const auto component = HistogramComponent(record->type))
+                histograms.push_back({*component, {record->position, record->bytes}});
+        }
+        if (!AreChangesOf(previews, histograms)) return;
         MinMaxHeader limits(&m_limits);
         if (!file.Stream().Seek(main.boundingInformationPosition) || limits.Read(&file.Stream()) == 0) return;
         std::unordered_set<uint64_t> empty;
@@ -78,20 +91,23 @@ void HashEvidence::FindWhole(FileWindow& file, const Survey& survey,
             const auto preview = previews.find(component);
             if (preview == previews.end() || preview->second.empty()) continue;
             const LookupEntry& entry = preview->second.front();
+            const auto histogram =
+                std::find_if(histograms.rbegin(), histograms.rend(),
+                             [&](const Histogram& one) { return one.component == component; });
             if (!IsRight({entry.position, entry.byteCount}) ||
+                (histogram != histograms.rend() && !IsRight(histogram->piece)) ||
                 (component == ComponentType::Range && m_limits.size() != entries.size()) ||
                 !HasItsChunks(entries, empty, {first, last}, patchesPerRow)) {
                 continue;
             }
-            const auto histogram = histograms.find(component);
-            m_whole[component] = {entry, histogram == histograms.end() ? 0 : histogram->second};
+            m_whole[component] = {entry, histogram == histograms.rend() ? 0 : histogram->piece.first};
         }
     } catch (const kxbase::KXException&) {
         m_whole.clear();  // the device does not answer
     }
 }
 
-// False when a piece does not match its hash and is no chunk of a patch.
+// False where a piece cannot be read, or where so much was hit that nothing is whole.
 bool HashEvidence::CheckPieces(FileWindow& file, const std::vector<FoundChunk>& candidates,
                                const SurveyProgress& progress) {
     std::unordered_map<uint64_t, uint64_t> chunks;
@@ -107,7 +123,9 @@ bool HashEvidence::CheckPieces(FileWindow& file, const std::vector<FoundChunk>& 
             return true;
         }
         const auto chunk = chunks.find(span.position);
-        return chunk != chunks.end() && chunk->second == span.byteCount;
+        if (chunk == chunks.end() || chunk->second != span.byteCount)
+            m_changed.emplace_back(span.position, span.byteCount);
+        return m_changed.size() <= kMostChanged;
     };
     if (!m_integrity.EachPiece(file.Size(), true, check)) return false;
     std::sort(m_right.begin(), m_right.end());
@@ -123,14 +141,21 @@ bool HashEvidence::IsRightFrom(uint64_t position) const {
     return piece != m_right.end() && piece->first == position;
 }
 
-std::map<ComponentType, uint64_t> HashEvidence::Histograms(FileWindow& file, uint64_t firstRecord) const {
-    std::map<ComponentType, uint64_t> histograms;
-    for (auto record = ExtendedStartAt(file.Stream(), firstRecord); record;
-         record = ExtendedStartAt(file.Stream(), record->End())) {
-        const auto component = HistogramComponent(record->type);
-        if (component && IsRightFrom(record->position)) histograms[*component] = record->position;
+// Whether nothing was hit but chunks of patches, and previews and histograms behind what leads to them and
+// past them: those tell of one component each.
+bool HashEvidence::AreChangesOf(const LookupTable& previews, const std::vector<Histogram>& histograms) const {
+    std::set<Piece> known;
+    for (const auto& [component, entries] : previews) {
+        for (const LookupEntry& entry : entries) {
+            if (IsRight({entry.position, kxcodecs::QKXChunkCodec::HeaderSize}))
+                known.emplace(entry.position, entry.byteCount);
+        }
     }
-    return histograms;
+    for (const Histogram& histogram : histograms) {
+        if (IsRight({histogram.piece.first, kHistogramHeadBytes})) known.insert(histogram.piece);
+    }
+    return std::all_of(m_changed.begin(), m_changed.end(),
+                       [&](const Piece& piece) { return known.contains(piece); });
 }
 
 // Whether the patches of the table have one candidate each, with bytes that are right, and there are no

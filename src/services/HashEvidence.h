@@ -34,9 +34,9 @@ public:
     /// written elsewhere and came to lie there.
     bool IsChanged(uint64_t position, std::span<const unsigned char> chunk) const;
 
-    /// Finds the components of which every chunk is as it was written. They can be saved without decoding
-    /// them, with their preview, limits and histogram as the file has them. There are none unless everything
-    /// that is no chunk of a patch matches its hash, too: whatever leads to the chunks, and is told about
+    /// Finds the components of which every chunk, preview and histogram is as it was written. They can be
+    /// saved without decoding them, with their preview, limits and histogram as the file has them. There are
+    /// none unless everything else matches its hash, too: whatever leads to the chunks, and is told about
     /// them, is then right. Reads each piece that has a hash once.
     /// \param candidates     the chunks of patches, at their places in the grid, by component
     /// \param patchesPerRow  of the grid
@@ -50,17 +50,24 @@ public:
 private:
     using Piece = std::pair<uint64_t, uint64_t>;  // position and byte count
 
+    /// An extended record that is one.
+    struct Histogram {
+        kxbase::ComponentType component;
+        Piece piece;
+    };
+
     bool CheckPieces(FileWindow& file, const std::vector<FoundChunk>& candidates,
                      const SurveyProgress& progress);
+    bool AreChangesOf(const LookupTable& previews, const std::vector<Histogram>& histograms) const;
     bool IsRight(const Piece& piece) const;
     bool IsRightFrom(uint64_t position) const;
-    std::map<kxbase::ComponentType, uint64_t> Histograms(FileWindow& file, uint64_t firstRecord) const;
     bool HasItsChunks(const std::vector<LookupEntry>& entries, const std::unordered_set<uint64_t>& empty,
                       std::span<const FoundChunk> candidates, uint32_t patchesPerRow) const;
 
     IntegrityTable m_integrity;
     std::unordered_set<uint64_t> m_hashes;  // of all pieces but headers
     std::vector<Piece> m_right;             // ascending
+    std::vector<Piece> m_changed;           // none of them a chunk of a patch
     std::vector<MinMaxPair> m_limits;
     std::map<kxbase::ComponentType, Component> m_whole;
 };

@@ -161,7 +161,74 @@ TEST_F(RecoverHashed, ChunksThatMovedAreNotTakenForChangedOnes) {
     }
 }
 
-TEST_F(RecoverHashed, WhereMoreThanChunksWasHitEverythingIsDecoded) {
+TEST_F(RecoverHashed, AHitPreviewIsMadeAnewAndAllOthersAreKept) {
+    kxio::LookupTable previews;
+    kxio::LookupTableHeader table(&previews);
+    InMemoryStream in(original);
+    in.Seek(MainHeaderOf(original).previewLookupTablePosition);
+    ASSERT_NE(table.Read(&in), 0U);
+    for (const ComponentType hit : reader.GetAvailablePreviews()) {
+        const kxio::LookupEntry& entry = previews.at(hit).front();
+        Bytes damaged = original;
+        damaged[entry.position + entry.byteCount / 2] ^= 0x20;
+        Recovered recovered(damaged);
+        ExpectAllBut(recovered, {});
+        EXPECT_TRUE(MadeAnew(recovered, "previews"));
+        EXPECT_EQ(MadeAnew(recovered, "point count and limits"), hit == kxbase::Range);
+        for (const ComponentType other : reader.GetAvailablePreviews()) {
+            if (other == hit) continue;
+            EXPECT_EQ(StoredPreview(recovered.reader, other), StoredPreview(reader, other)) << other;
+        }
+        EXPECT_EQ(recovered.reader.GetAvailablePreviews(), reader.GetAvailablePreviews());
+        EXPECT_EQ(recovered.reader.GetAvailableHistograms(), reader.GetAvailableHistograms());
+        EXPECT_EQ(recovered.report.pointsSaved, reader.GetScanInformation().validPointCount);
+        EXPECT_EQ(ErrorsOf(recovered), 0U) << hit;
+        // Its header says how large all previews are.
+        damaged = original;
+        damaged[entry.position + 9] ^= 0x20;
+        const Recovered decoded(damaged);
+        ExpectAllBut(decoded, {});
+        EXPECT_TRUE(MadeAnew(decoded, "point count and limits")) << hit;
+    }
+}
+
+TEST_F(RecoverHashed, AHitHistogramIsCountedAnewAndAllElseIsKept) {
+    const std::vector<kxio::ExtendedHeader> tail = TailOf(original);
+    uint64_t position = MainHeaderOf(original).firstExtendedHeaderPosition;
+    unsigned histograms = 0;
+    for (const kxio::ExtendedHeader& record : tail) {
+        const uint64_t start = position;
+        position += record.HeaderSize();
+        const auto component = kxio::HistogramComponent(record.GetType());
+        if (!component) continue;
+        ++histograms;
+        Bytes damaged = original;
+        damaged[(start + 36 + position) / 2] ^= 0x20;
+        Recovered recovered(damaged);
+        ExpectAllBut(recovered, {});
+        EXPECT_TRUE(MadeAnew(recovered, "histograms")) << *component;
+        EXPECT_FALSE(MadeAnew(recovered, "point count and limits")) << *component;
+        // What is counted is what was counted.
+        for (const kxio::ExtendedHeader& old : tail) {
+            if (!kxio::HistogramComponent(old.GetType())) continue;
+            unsigned found = 0;
+            for (const kxio::ExtendedHeader& now : TailOf(recovered.out.GetBytes())) {
+                if (now.GetType() != old.GetType()) continue;
+                ++found;
+                EXPECT_EQ(DataOf(now), DataOf(old)) << *component;
+            }
+            EXPECT_EQ(found, 1U);
+        }
+        EXPECT_EQ(ErrorsOf(recovered), 0U) << *component;
+        // What leads past it to the other records is not to be doubted.
+        damaged = original;
+        damaged[start + 17] ^= 0x20;
+        EXPECT_TRUE(MadeAnew(Recovered(damaged), "point count and limits")) << *component;
+    }
+    EXPECT_EQ(histograms, 3U);
+}
+
+TEST_F(RecoverHashed, WhereAHeaderOrATableWasHitEverythingIsDecoded) {
     const kxio::MainFileHeader header = MainHeaderOf(original);
     for (const uint64_t place : {header.boundingInformationPosition + 30, header.lookupTablePosition + 40,
                                  header.scanHeaderPosition + 100}) {
