@@ -92,8 +92,7 @@ void HashEvidence::FindWhole(FileWindow& file, const Survey& survey,
             if (preview == previews.end() || preview->second.empty()) continue;
             const LookupEntry& entry = preview->second.front();
             const auto histogram =
-                std::find_if(histograms.rbegin(), histograms.rend(),
-                             [&](const Histogram& one) { return one.component == component; });
+                std::ranges::find(histograms.rbegin(), histograms.rend(), component, &Histogram::component);
             if (!IsRight({entry.position, entry.byteCount}) ||
                 (histogram != histograms.rend() && !IsRight(histogram->piece)) ||
                 (component == ComponentType::Range && m_limits.size() != entries.size()) ||
