@@ -220,9 +220,15 @@ void QSNScanWriterImpl::Intake(const std::vector<PatchDescriptor*>& descriptors,
         }
     };
     const auto count = static_cast<int64_t>(parallel.size());
-#pragma omp parallel for schedule(static, 1) if (count > 1 && bytes >= kParallelBytes)
-    for (int64_t i = 0; i < count; ++i)
-        process(parallel[static_cast<size_t>(i)]);
+    // A region for one thread costs calls of the system, too.
+    if (count > 1 && bytes >= kParallelBytes) {
+#pragma omp parallel for schedule(static, 1)
+        for (int64_t i = 0; i < count; ++i)
+            process(parallel[static_cast<size_t>(i)]);
+    } else {
+        for (const size_t which : parallel)
+            process(which);
+    }
     for (const size_t which : parallel)
         write(which);
     for (const size_t which : repeated) {
