@@ -21,6 +21,8 @@ using kxbase::ComponentType;
 
 /// What leads on from a histogram, and says that it is one.
 constexpr uint64_t kHistogramHeadBytes = kxbase::IOHeader::FrameSize + ExtendedHeader::FixedSize;
+/// What tells the size of a preview.
+constexpr uint64_t kPreviewHeadBytes = kxcodecs::QKXChunkCodec::HeaderSize;
 /// Pieces besides chunks; of so many not all are previews and histograms.
 constexpr size_t kMostChanged = 1000;
 
@@ -146,8 +148,7 @@ bool HashEvidence::AreChangesOf(const LookupTable& previews, const std::vector<H
     std::set<Piece> known;
     for (const auto& [component, entries] : previews) {
         for (const LookupEntry& entry : entries) {
-            if (IsRight({entry.position, kxcodecs::QKXChunkCodec::HeaderSize}))
-                known.emplace(entry.position, entry.byteCount);
+            if (IsRight({entry.position, kPreviewHeadBytes})) known.emplace(entry.position, entry.byteCount);
         }
     }
     for (const Histogram& histogram : histograms) {
