@@ -7,8 +7,11 @@
 #include <vector>
 
 #include "FuzzCheck.h"
+#include "kxbase/ByteWriter.h"
 #include "kxbase/Exceptions.h"
 #include "kxbase/InMemoryStream.h"
+#include "kxcodecs/ElementOrder.h"
+#include "kxcodecs/ZLibChunkCodec.h"
 #include "kxio/HistogramHeader.h"
 
 namespace {
@@ -32,6 +35,19 @@ kxio::ExtendedHeader RecordOf(uint64_t type, const Bytes& data) {
     kxio::ExtendedHeader record;
     Require(record.Read(&stream) == bytes.size(), "a record with any data is read");
     return record;
+}
+
+// The data of a record with these numbers.
+Bytes DataOf(const Bytes& numbers) {
+    Bytes native = numbers;
+    kxcodecs::TurnElements(native, 8);
+    Bytes chunk;
+    kxcodecs::ZLibChunkCodec().Encode(native.data(), static_cast<uint32_t>(native.size() / 8), 1,
+                                      native.size(), 1.0F, chunk);
+    Bytes data(8);
+    kxbase::ByteWriter(data).U64(chunk.size());
+    data.insert(data.end(), chunk.begin(), chunk.end());
+    return data;
 }
 
 template <class Header>
@@ -94,7 +110,7 @@ void CompareWithMeaning(const Header& header, const Bytes& bytes) {
 template <class Header>
 void Run(bool numbers, const Bytes& bytes) {
     if (numbers) {
-        const Header header = Header::FromNumbers(bytes);
+        const Header header(RecordOf(Header::Type, DataOf(bytes)));
         Decode(header);
         CompareWithMeaning(header, bytes);
     } else {

@@ -79,8 +79,6 @@ public:
 
     /// Compresses `histogram` into the data.
     explicit HistogramHeader(const Map& histogram);
-    /// Compresses the values of the chunk as listed above, at least one, eight bytes each, little-endian.
-    static HistogramHeader FromNumbers(const std::vector<unsigned char>& numbers);
     /// Takes over the data of a record just read, whatever its type tag.
     explicit HistogramHeader(const ExtendedHeader& record);
 

@@ -41,9 +41,7 @@ void AddHeaderSpans(const kxbase::IOHeader& record, uint64_t position, std::span
     const bool isHistogram = extended != nullptr && HistogramComponent(extended->GetType());
     if (isHistogram || record.GetMagic() == ThumbnailHeader::Magic) {
         add(others, 0, bytes.size());
-        // What leads on to the next extended record is a header all the same.
-        if (isHistogram)
-            add(headers, 0, std::min<uint64_t>(bytes.size(), kFrame + ExtendedHeader::FixedSize));
+        if (isHistogram) add(headers, 0, std::min<uint64_t>(bytes.size(), kHistogramHeadBytes));
         return;
     }
     uint64_t done = 0;

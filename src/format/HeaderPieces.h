@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kxbase/IOHeader.h"
+#include "kxio/ExtendedHeader.h"
 #include "kxio/IntegrityExtendedHeader.h"
 #include "kxio/ScanHeader.h"
 
@@ -16,6 +17,9 @@ struct HeaderPiece {
     uint32_t offset = 0;
     uint32_t byteCount = 0;
 };
+
+/// What of a histogram record is a header: frame, link, type tag and data length lead on to the next record.
+inline constexpr uint32_t kHistogramHeadBytes = kxbase::IOHeader::FrameSize + ExtendedHeader::FixedSize;
 
 /// Where the registration lies in a scan header as it was read or written; nothing (0 bytes) in those of old
 /// versions.

@@ -123,14 +123,6 @@ HistogramHeader<Map>::HistogramHeader(const Map& histogram) : ExtendedHeader(Typ
 }
 
 template <class Map>
-HistogramHeader<Map> HistogramHeader<Map>::FromNumbers(const std::vector<unsigned char>& numbers) {
-    HistogramHeader made{ExtendedHeader(Type)};
-    CheckedPayloadSize(numbers.size(), made.HistogramHeader::GetRecordName());
-    made.SetNumbers(numbers);
-    return made;
-}
-
-template <class Map>
 void HistogramHeader<Map>::SetNumbers(const std::vector<unsigned char>& numbers) {
     std::vector<unsigned char> chunk;
     // Numbers of few bytes each: level 3 packs them as small as the default does, in half the time (measured

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "writer/HistogramRecords.h"
 
+#include <limits>
+#include <utility>
+
 #include "kxio/HistogramHeader.h"
 
 namespace kxio {
@@ -12,9 +15,12 @@ void Append(PatchHistograms& histograms, uint64_t maxBytes, HistogramRecords& re
     const uint64_t bytes = histograms.NumberBytes(Header::Component);
     if (bytes == 0) return;
     if (bytes <= maxBytes) {
-        result.records.push_back(
-            std::make_unique<Header>(Header::FromNumbers(histograms.TakeNumbers(Header::Component))));
-        return;
+        const Header kind{ExtendedHeader(Header::Type)};
+        PackedHistogram record(Header::Type, kind.GetRecordName(), histograms.Take(Header::Component));
+        if (record.RecordBytes() <= std::numeric_limits<uint32_t>::max()) {
+            result.records.push_back(std::move(record));
+            return;
+        }
     }
     const std::string name = kxbase::ComponentToString(Header::Component);
     result.warnings.push_back(L"The histogram of " + std::wstring(name.begin(), name.end()) +

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "kxbase/ByteReader.h"
 #include "kxbase/ByteWriter.h"
 
 namespace kxio {
@@ -78,56 +79,42 @@ ValueCounts Sum(const ValueCounts& a, const ValueCounts& b) {
     return Joined(both);
 }
 
-// Seven bits a byte, the lowest first; all bytes but the last have the highest bit.
-void PackNumber(uint64_t number, std::vector<unsigned char>& out) {
-    while (number >= 0x80) {
-        out.push_back(static_cast<unsigned char>(number | 0x80));
-        number >>= 7;
-    }
-    out.push_back(static_cast<unsigned char>(number));
+constexpr uint64_t kNumberBytes = sizeof(uint64_t);
+
+uint64_t PatchNumberBytes(uint64_t values) {
+    return (2 + 2 * values) * kNumberBytes;
 }
 
-uint64_t UnpackNumber(const unsigned char*& at) {
-    uint64_t number = 0;
-    for (unsigned shift = 0;; shift += 7) {
-        const unsigned char byte = *at++;
-        number |= (uint64_t{byte} & 0x7f) << shift;
-        if (byte < 0x80) return number;
-    }
-}
-
-// Each value as its distance to the one in front of it, then its count.
-std::vector<unsigned char> Pack(const ValueCounts& counts) {
-    std::vector<unsigned char> bytes;
-    uint64_t before = 0;
+// What a record says of one patch.
+kxcodecs::ZLibPiece Pack(kxbase::QSNIndex index, const ValueCounts& counts) {
+    std::vector<unsigned char> numbers(static_cast<size_t>(PatchNumberBytes(counts.size())));
+    kxbase::ByteWriter out(numbers);
+    out.U64(index.Pack());
+    out.U64(counts.size());
     for (const auto& [value, count] : counts) {
-        PackNumber(value - before, bytes);
-        PackNumber(count, bytes);
-        before = value;
+        out.U64(value);
+        out.U64(count);
     }
-    bytes.shrink_to_fit();
-    return bytes;
+    return kxcodecs::PackPairs(numbers);
 }
 
-template <class Take>
-void ForEachPacked(const std::vector<unsigned char>& bytes, uint64_t values, Take take) {
-    const unsigned char* at = bytes.data();
-    for (uint64_t value = 0, i = 0; i < values; ++i) {
-        value += UnpackNumber(at);
-        const uint64_t count = UnpackNumber(at);
-        take(value, count);
+ValueCounts CountsOf(const kxcodecs::ZLibPiece& piece) {
+    const std::vector<unsigned char> numbers = kxcodecs::Unpacked(piece);
+    kxbase::ByteReader in(numbers);
+    in.Skip(kNumberBytes, "index");
+    ValueCounts counts(in.U64("number of values"));
+    for (auto& [value, count] : counts) {
+        value = in.U64("value");
+        count = in.U64("count");
     }
-}
-
-ValueCounts Unpacked(const std::vector<unsigned char>& bytes, uint64_t values) {
-    ValueCounts counts;
-    counts.reserve(static_cast<size_t>(values));
-    ForEachPacked(bytes, values, [&](uint64_t value, uint64_t count) { counts.emplace_back(value, count); });
     return counts;
 }
 
-ValueCounts CountPatch(kxbase::ComponentType component, std::span<const unsigned char> values,
-                       const PatchPlace& place) {
+}  // namespace
+
+std::optional<ValueCounts> CountPatchValues(kxbase::ComponentType component, uint64_t pixelLength,
+                                            std::span<const unsigned char> values, const PatchPlace& place) {
+    if (pixelLength != kxbase::ComponentElementBytes(component)) return std::nullopt;
     switch (component) {
         case kxbase::Luminance8:
             return CountByTable<uint8_t>(values, place);
@@ -135,12 +122,12 @@ ValueCounts CountPatch(kxbase::ComponentType component, std::span<const unsigned
             return CountByTable<uint16_t>(values, place);
         case kxbase::Class:
             return CountByRuns<kxbase::ClassId>(values, place);
-        default:
+        case kxbase::Segment:
             return CountByRuns<kxbase::SegmentId>(values, place);
+        default:
+            return std::nullopt;
     }
 }
-
-}  // namespace
 
 const PatchHistograms::Container* PatchHistograms::Find(kxbase::ComponentType component) const {
     switch (component) {
@@ -163,27 +150,22 @@ PatchHistograms::Container* PatchHistograms::Find(kxbase::ComponentType componen
 
 void PatchHistograms::Count(kxbase::ComponentType component, uint64_t pixelLength,
                             std::span<const unsigned char> values, const PatchPlace& place) {
+    const auto patch = CountPatchValues(component, pixelLength, values, place);
+    if (!patch) return;
+    const kxbase::QSNIndex index(place.index);
+    kxcodecs::ZLibPiece packed = Pack(index, *patch);
     Container* const container = Find(component);
-    if (!container || pixelLength != kxbase::ComponentElementBytes(component)) return;
-    const ValueCounts patch = CountPatch(component, values, place);
-    std::vector<unsigned char> bytes = Pack(patch);
     const std::lock_guard lock(container->mutex);
-    const auto [entry, isNew] = container->patches.try_emplace(kxbase::QSNIndex(place.index));
-    Packed& packed = entry->second;
-    if (isNew) {
-        packed = {patch.size(), std::move(bytes)};
-    } else {
-        // A position that came before adds up.
-        const ValueCounts sum = Sum(Unpacked(packed.bytes, packed.values), patch);
-        packed = {sum.size(), Pack(sum)};
-    }
+    const auto [entry, isNew] = container->patches.try_emplace(index);
+    // A position that came before adds up.
+    entry->second = isNew ? std::move(packed) : Pack(index, Sum(CountsOf(entry->second), *patch));
 }
 
 std::map<kxbase::QSNIndex, ValueCounts> PatchHistograms::All(kxbase::ComponentType component) const {
     std::map<kxbase::QSNIndex, ValueCounts> all;
     if (const Container* const container = Find(component)) {
-        for (const auto& [index, packed] : container->patches)
-            all[index] = Unpacked(packed.bytes, packed.values);
+        for (const auto& [index, piece] : container->patches)
+            all[index] = CountsOf(piece);
     }
     return all;
 }
@@ -191,28 +173,15 @@ std::map<kxbase::QSNIndex, ValueCounts> PatchHistograms::All(kxbase::ComponentTy
 uint64_t PatchHistograms::NumberBytes(kxbase::ComponentType component) const {
     const Container* const container = Find(component);
     if (!container || container->patches.empty()) return 0;
-    uint64_t numbers = 1;
-    for (const auto& [index, packed] : container->patches)
-        numbers += 2 + 2 * packed.values;
-    return numbers * sizeof(uint64_t);
+    uint64_t bytes = kNumberBytes;
+    for (const auto& [index, piece] : container->patches)
+        bytes += piece.bytes;
+    return bytes;
 }
 
-std::vector<unsigned char> PatchHistograms::TakeNumbers(kxbase::ComponentType component) {
-    std::vector<unsigned char> numbers(static_cast<size_t>(NumberBytes(component)));
-    if (numbers.empty()) return numbers;
-    auto& patches = Find(component)->patches;
-    kxbase::ByteWriter out(numbers);
-    out.U64(patches.size());
-    for (auto entry = patches.begin(); entry != patches.end(); entry = patches.erase(entry)) {
-        const Packed& packed = entry->second;
-        out.U64(entry->first.Pack());
-        out.U64(packed.values);
-        ForEachPacked(packed.bytes, packed.values, [&](uint64_t value, uint64_t count) {
-            out.U64(value);
-            out.U64(count);
-        });
-    }
-    return numbers;
+PackedPatches PatchHistograms::Take(kxbase::ComponentType component) {
+    Container* const container = Find(component);
+    return container ? std::exchange(container->patches, {}) : PackedPatches();
 }
 
 }  // namespace kxio

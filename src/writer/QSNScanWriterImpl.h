@@ -149,9 +149,11 @@ private:
     bool ThumbnailFrom(kxbase::ComponentType component);
     void WritePreviewsAndLimits();
     void WriteExtendedHeaders();
-    std::vector<std::unique_ptr<ExtendedHeader>> MakeExtendedHeaders(HistogramRecords histograms) const;
+    std::vector<std::unique_ptr<ExtendedHeader>> MakeExtendedHeaders(
+        const std::vector<std::wstring>& histogramWarnings) const;
     void RewriteMainHeader();
     void WriteRecord(kxbase::IOHeader& record);
+    void WriteHistogram(PackedHistogram& histogram, uint64_t link);
     void WriteIntegrity();
 
     // The scan.

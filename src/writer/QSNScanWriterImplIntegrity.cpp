@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Hashes of what was written, where they are wanted.
+#include <utility>
+
 #include "format/Hash64.h"
 #include "format/HeaderPieces.h"
 #include "kxbase/Exceptions.h"
@@ -36,6 +38,23 @@ void QSNScanWriterImpl::WriteRecord(kxbase::IOHeader& record) {
     const std::vector<unsigned char> bytes = record.Encode();
     AddHeaderSpans(record, m_stream->Tell(), bytes, m_headerSpans, m_chunkSpans);
     m_stream->Write(bytes.data(), bytes.size());
+}
+
+void QSNScanWriterImpl::WriteHistogram(PackedHistogram& histogram, uint64_t link) {
+    const uint64_t position = m_stream->Tell();
+    const uint64_t byteCount = histogram.RecordBytes();
+    RunningHash64 hash;
+    bool isFirst = true;
+    histogram.Write(link, [&](std::span<const unsigned char> bytes) {
+        if (m_integrityWanted) {
+            if (std::exchange(isFirst, false))
+                m_headerSpans.push_back(
+                    {position, kHistogramHeadBytes, Hash64(bytes.first(kHistogramHeadBytes))});
+            hash.Add(bytes);
+        }
+        m_stream->Write(bytes.data(), bytes.size());
+    });
+    if (m_integrityWanted) m_chunkSpans.push_back({position, byteCount, hash.Get()});
 }
 
 // All positions that the main header will hold are known by now.

@@ -136,7 +136,7 @@ void QSNScanWriterImpl::WritePreviewsAndLimits() {
 }
 
 std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHeaders(
-    HistogramRecords histograms) const {
+    const std::vector<std::wstring>& histogramWarnings) const {
     const ScanProperties& p = m_properties;
     std::vector<std::unique_ptr<ExtendedHeader>> records;
     records.push_back(std::make_unique<UUIDExtendedHeader>(p.scanUUID, p.parentUUID));
@@ -146,7 +146,7 @@ std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHead
         for (const std::wstring& text : *texts)
             records.push_back(std::make_unique<WarningExtendedHeader>(text));
     }
-    for (const std::wstring& text : histograms.warnings)
+    for (const std::wstring& text : histogramWarnings)
         records.push_back(std::make_unique<WarningExtendedHeader>(text));
     for (const auto* texts : {&m_messages, &p.messages}) {
         for (const std::wstring& text : *texts)
@@ -160,24 +160,36 @@ std::vector<std::unique_ptr<ExtendedHeader>> QSNScanWriterImpl::MakeExtendedHead
         records.push_back(std::make_unique<ERExtendedHeader>(link));
     for (const kxbase::UUID& link : p.hdrLinks)
         records.push_back(std::make_unique<HDRExtendedHeader>(link));
-    for (std::unique_ptr<ExtendedHeader>& record : histograms.records)
-        records.push_back(std::move(record));
-    for (const auto& load : m_keptHistograms) {
-        if (auto record = load()) records.push_back(std::move(record));
-    }
     return records;
 }
 
 void QSNScanWriterImpl::WriteExtendedHeaders() {
-    auto records = MakeExtendedHeaders(MakeHistogramRecords(m_histograms));
+    HistogramRecords made = MakeHistogramRecords(m_histograms);
+    const auto records = MakeExtendedHeaders(made.warnings);
+    std::vector<std::unique_ptr<ExtendedHeader>> kept;
+    for (const auto& load : m_keptHistograms) {
+        if (auto record = load()) kept.push_back(std::move(record));
+    }
     m_mainHeader.firstExtendedHeaderPosition = m_stream->Tell();
-    for (auto& record : records) {
-        const bool last = &record == &records.back() && !m_integrityWanted;
-        record->SetLink(last ? 0 : m_stream->Tell() + record->HeaderSize());
+    size_t left = records.size() + made.records.size() + kept.size();
+    const auto linkBehind = [&](uint64_t recordBytes) {
+        const bool last = --left == 0 && !m_integrityWanted;
+        return last ? 0 : m_stream->Tell() + recordBytes;
+    };
+    for (const auto& record : records) {
+        record->SetLink(linkBehind(record->HeaderSize()));
         WriteRecord(*record);
-        // Histograms are reported under the names of their records.
+    }
+    // Histograms are reported under the names of their records.
+    for (PackedHistogram& histogram : made.records) {
+        m_statistics[histogram.Name()] = histogram.RecordBytes();
+        WriteHistogram(histogram, linkBehind(histogram.RecordBytes()));
+    }
+    for (auto& record : kept) {
         if (HistogramComponent(record->GetType()))
             m_statistics[record->GetRecordName()] = record->HeaderSize();
+        record->SetLink(linkBehind(record->HeaderSize()));
+        WriteRecord(*record);
         record.reset();
     }
     if (m_integrityWanted) WriteIntegrity();

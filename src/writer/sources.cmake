@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 list(APPEND kxio_sources
   writer/HistogramRecords.cpp
+  writer/PackedHistogram.cpp
   writer/MultiLevelPatch.cpp
   writer/PatchDescriptor.cpp
   writer/PatchHistograms.cpp

@@ -150,21 +150,6 @@ TEST(HistogramHeader, RoundTripsThroughARecord) {
     EXPECT_STREQ(read.GetRecordName(), "Luminance16HistogramHeader");
 }
 
-TEST(HistogramHeader, NumbersGiveTheSameRecordAsMaps) {
-    const kxio::Luminance16Histogram map = {
-        {QSNIndex(0), {{1, 2}, {65535, uint64_t{1} << 40}}}, {QSNIndex(7), {}}, {QSNIndex(8, 3), {{9, 1}}}};
-    kxio::Luminance16HistogramHeader fromMap(map);
-    Bytes fields =
-        NumberBytes({3, 0, 2, 1, 2, 65535, uint64_t{1} << 40, 7, 0, (uint64_t{3} << 32) | 8, 1, 9, 1});
-    kxcodecs::TurnElements(fields, sizeof(uint64_t));
-    const auto fromNumbers = kxio::Luminance16HistogramHeader::FromNumbers(fields);
-    EXPECT_EQ(fromNumbers.GetHistogram(), map);
-    ASSERT_EQ(fromNumbers.GetDataBufferSize(), fromMap.GetDataBufferSize());
-    EXPECT_TRUE(std::equal(fromMap.GetDataBuffer(), fromMap.GetDataBuffer() + fromMap.GetDataBufferSize(),
-                           fromNumbers.GetDataBuffer()));
-    EXPECT_EQ(fromNumbers.GetType(), kxio::Luminance16HistogramHeader::Type);
-}
-
 TEST(HistogramHeader, EmptyMapAndEmptyInnerMapRoundTrip) {
     EXPECT_TRUE(kxio::ClassHistogramHeader(kxio::ClassHistogram()).GetHistogram().empty());
     const kxio::ClassHistogram inner{{QSNIndex(1), {}}};

@@ -2,11 +2,14 @@
 // Limits, point count and histograms of single patches against the plainest way to compute them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <random>
 
+#include "format/HistogramNumbers.h"
 #include "kxbase/ByteReader.h"
+#include "kxbase/InMemoryStream.h"
 #include "kxio/HistogramHeader.h"
 #include "writer/HistogramRecords.h"
 #include "writer/PatchHistograms.h"
@@ -105,11 +108,13 @@ void CompareHistograms(kxbase::ComponentType component, unsigned bits) {
         for (const auto& [value, count] : list)
             numbersOfRecord.insert(numbersOfRecord.end(), {value, count});
         EXPECT_EQ(histograms.NumberBytes(component), 8 * numbersOfRecord.size());
-        const std::vector<unsigned char> bytes = histograms.TakeNumbers(component);
-        ASSERT_EQ(bytes.size(), 8 * numbersOfRecord.size());
+        const PackedPatches packed = histograms.Take(component);
+        ASSERT_EQ(packed.size(), 1U);
+        const std::vector<unsigned char> bytes = kxcodecs::Unpacked(packed.begin()->second);
+        ASSERT_EQ(8 + bytes.size(), 8 * numbersOfRecord.size());
         kxbase::ByteReader in(bytes);
-        for (const uint64_t number : numbersOfRecord)
-            ASSERT_EQ(in.U64("number"), number);
+        for (size_t i = 1; i < numbersOfRecord.size(); ++i)
+            ASSERT_EQ(in.U64("number"), numbersOfRecord[i]);
         EXPECT_EQ(histograms.NumberBytes(component), 0U);
     }
 }
@@ -136,7 +141,7 @@ TEST(HistogramRecords, OneTooLargeForARecordIsLeftOutWithAWarning) {
     const auto types = [](const HistogramRecords& made) {
         std::vector<uint64_t> list;
         for (const auto& record : made.records)
-            list.push_back(record->GetType());
+            list.push_back(record.GetType());
         return list;
     };
 
@@ -154,6 +159,78 @@ TEST(HistogramRecords, OneTooLargeForARecordIsLeftOutWithAWarning) {
     const HistogramRecords one = records(71);
     EXPECT_EQ(types(one), (std::vector<uint64_t>{Luminance8HistogramHeader::Type}));
     EXPECT_EQ(one.warnings.size(), 2U);
+}
+
+// The record as a file has it.
+template <class Map>
+HistogramHeader<Map> AsWritten(PackedHistogram& histogram, uint64_t link) {
+    const uint64_t bytes = histogram.RecordBytes();
+    std::vector<unsigned char> record;
+    histogram.Write(link, [&](std::span<const unsigned char> more) {
+        record.insert(record.end(), more.begin(), more.end());
+    });
+    EXPECT_EQ(record.size(), bytes);
+    kxbase::InMemoryStream stream(record);
+    ExtendedHeader read;
+    EXPECT_EQ(read.Read(&stream), bytes);
+    EXPECT_EQ(read.GetVersion(), ExtendedHeader::CurrentVersion);
+    EXPECT_EQ(read.GetType(), histogram.GetType());
+    EXPECT_EQ(read.GetLink(), link);
+    EXPECT_EQ(read.GetDataSize(), ExtendedHeader::FixedSize + read.GetDataBufferSize());
+    return HistogramHeader<Map>(read);
+}
+
+TEST(HistogramRecords, NumbersAndChunkHeaderAreThoseOfARecordMadeAtOnce) {
+    std::mt19937 random(3);
+    PatchPlace place;
+    place.grid.patchWidth = 40;
+    place.grid.patchHeight = 50;
+    place.grid.columns = 8 * place.grid.patchWidth - 5;
+    place.grid.rows = place.grid.patchHeight;
+    PatchHistograms histograms;
+    // Not by ascending index, and one of them twice.
+    for (const uint32_t column : {3U, 7U, 0U, 1U, 3U, 2U}) {
+        place.column = place.index = column;
+        std::vector<uint16_t> values(2000);
+        for (uint16_t& value : values)
+            value = static_cast<uint16_t>(column == 1 ? random() : random() % 300);
+        histograms.Count(kxbase::Luminance16, 2, BytesOf(values), place);
+    }
+    place.column = place.index = 8;  // wholly outside: an entry without values
+    histograms.Count(kxbase::Luminance16, 2, BytesOf(std::vector<uint16_t>(2000, 1)), place);
+
+    Luminance16Histogram expected;
+    for (const auto& [index, counts] : histograms.All(kxbase::Luminance16)) {
+        auto& values = expected[index];
+        for (const auto& [value, count] : counts)
+            values[static_cast<uint16_t>(value)] = count;
+    }
+    ASSERT_EQ(expected.size(), 7U - 1U);
+    EXPECT_TRUE(expected.at(kxbase::QSNIndex(8)).empty());
+    const Luminance16HistogramHeader atOnce(expected);
+
+    HistogramRecords made = MakeHistogramRecords(histograms);
+    ASSERT_EQ(made.records.size(), 1U);
+    EXPECT_EQ(made.records[0].Name(), "Luminance16HistogramHeader");
+    const auto written = AsWritten<Luminance16Histogram>(made.records[0], 4711);
+    EXPECT_EQ(written.GetHistogram(), expected);
+    const auto numbers = [](const ExtendedHeader& record) {
+        return DecodeHistogramNumbers({record.GetDataBuffer(), record.GetDataBufferSize()}, "histogram");
+    };
+    EXPECT_EQ(numbers(written), numbers(atOnce));
+    // Size of the chunk apart, the first 36 bytes are equal: so is the chunk's header.
+    EXPECT_TRUE(
+        std::equal(written.GetDataBuffer() + 8, written.GetDataBuffer() + 36, atOnce.GetDataBuffer() + 8));
+}
+
+TEST(HistogramRecords, WithoutPatchesThereAreNone) {
+    PatchHistograms histograms;
+    EXPECT_EQ(histograms.NumberBytes(kxbase::Luminance16), 0U);
+    EXPECT_TRUE(histograms.Take(kxbase::Luminance16).empty());
+    EXPECT_TRUE(histograms.Take(kxbase::Range).empty());
+    const HistogramRecords made = MakeHistogramRecords(histograms);
+    EXPECT_TRUE(made.records.empty());
+    EXPECT_TRUE(made.warnings.empty());
 }
 
 TEST(HistogramRecords, WhatIsNotLeftOutFitsARecord) {

@@ -15,4 +15,5 @@
 #include "kxcodecs/SettleValues.h"
 #include "kxcodecs/SnappyChunkCodec.h"
 #include "kxcodecs/ZLibChunkCodec.h"
+#include "kxcodecs/ZLibPieces.h"
 #include "kxcodecs/ZstdChunkCodec.h"
