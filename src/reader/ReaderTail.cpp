@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The extended records at the end of the file.
-#include <array>
 #include <optional>
 #include <utility>
 
@@ -17,6 +16,7 @@
 #include "kxio/ScanningModeExtendedHeader.h"
 #include "kxio/UUIDExtendedHeader.h"
 #include "kxio/WarningExtendedHeader.h"
+#include "reader/ExtendedFrame.h"
 #include "reader/PositionedInput.h"
 #include "reader/RecordAt.h"
 #include "reader/ScanningMode.h"
@@ -74,35 +74,6 @@ void Take(const ExtendedHeader& record, ScanProperties& properties) {
         default:
             break;
     }
-}
-
-// What lies at the input's position, told without reading its data, which may be much.
-struct ExtendedFrame {
-    uint64_t link = 0;
-    uint64_t type = 0;
-    uint64_t dataBytes = 0;
-    uint64_t recordBytes = 0;
-};
-
-// Nothing where no whole extended record lies. The position stays.
-std::optional<ExtendedFrame> PeekExtended(InputWindow& input) {
-    const uint64_t start = input.Tell();
-    std::array<unsigned char, kxbase::IOHeader::FrameSize + ExtendedHeader::FixedSize> bytes{};
-    const uint64_t got = input.Read(bytes.data(), bytes.size());
-    input.Seek(start);
-    if (got != bytes.size()) return std::nullopt;
-    const auto view = std::span<const unsigned char>(bytes);
-    const kxbase::RecordFrame frame = kxbase::IOHeader::DecodeFrame(view);
-    kxbase::ByteReader fields(view.subspan(kxbase::IOHeader::FrameSize));
-    ExtendedFrame found;
-    found.link = fields.U64("link");
-    found.type = fields.U64("type tag");
-    found.dataBytes = fields.U32("data length");
-    found.recordBytes = kxbase::SizeSum(kxbase::IOHeader::FrameSize, frame.payloadSize);
-    const bool whole = frame.tag == ExtendedHeader::Magic &&
-                       ExtendedHeader::FixedSize + found.dataBytes <= frame.payloadSize &&
-                       found.recordBytes <= input.GetSize() - start;
-    return whole ? std::optional(found) : std::nullopt;
 }
 
 // Records that opening takes something from besides hashes.

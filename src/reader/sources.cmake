@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 list(APPEND kxio_sources
   reader/BoundingBoxes.cpp
+  reader/ExtendedFrame.cpp
   reader/Locks.cpp
   reader/Patch3D.cpp
   reader/PatchDecoder.cpp

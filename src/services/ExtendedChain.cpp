@@ -178,22 +178,6 @@ std::optional<kxbase::RecordFrame> FrameAt(kxbase::IInFileStream& in, uint64_t p
     return kxbase::IOHeader::DecodeFrame(bytes);
 }
 
-std::optional<ExtendedStart> ExtendedStartAt(kxbase::IInFileStream& in, uint64_t position) {
-    std::array<unsigned char, kFrameBytes + ExtendedHeader::FixedSize> bytes{};
-    if (!in.Seek(position) || in.Read(bytes.data(), bytes.size()) != bytes.size()) return std::nullopt;
-    const kxbase::RecordFrame frame = kxbase::IOHeader::DecodeFrame(bytes);
-    const uint64_t left = in.GetSize() - position - kFrameBytes;
-    if (frame.tag != ExtendedHeader::Magic || frame.payloadSize > left ||
-        frame.payloadSize < ExtendedHeader::FixedSize) {
-        return std::nullopt;
-    }
-    kxbase::ByteReader fields(bytes);
-    fields.Skip(kFrameBytes + sizeof(uint64_t), "frame and link");
-    const uint64_t type = fields.U64("type tag");
-    if (fields.U32("data length") > frame.payloadSize - ExtendedHeader::FixedSize) return std::nullopt;
-    return ExtendedStart{position, type, kFrameBytes + frame.payloadSize};
-}
-
 ExtendedContent ContentOf(const ExtendedHeader& record) {
     const std::span<const unsigned char> data(record.GetDataBuffer(), record.GetDataBufferSize());
     return {record.GetType(), record.GetDataBufferSize(), Hash64(data)};

@@ -17,19 +17,6 @@ namespace kxio {
 /// The frame at `position`; nothing where none lies, or the file ends in it. \throws what the stream throws
 std::optional<kxbase::RecordFrame> FrameAt(kxbase::IInFileStream& in, uint64_t position);
 
-/// How an extended record begins.
-struct ExtendedStart {
-    uint64_t position = 0;
-    uint64_t type = 0;
-    uint64_t bytes = 0;  ///< of the whole record
-
-    uint64_t End() const { return position + bytes; }
-};
-
-/// The start of the extended record at `position`, for those who want to know what it is and not what it
-/// says; nothing where none lies that could be read. \throws what the stream throws
-std::optional<ExtendedStart> ExtendedStartAt(kxbase::IInFileStream& in, uint64_t position);
-
 /// What tells an extended record from others but its place and its link: kind, length and hash of its data.
 using ExtendedContent = std::tuple<uint64_t, uint32_t, uint64_t>;
 

@@ -10,7 +10,7 @@
 #include "kxbase/IInFileStream.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/HistogramHeader.h"
-#include "services/ExtendedChain.h"
+#include "reader/ExtendedFrame.h"
 #include "services/IntegrityEdit.h"
 
 namespace kxio {
@@ -76,10 +76,10 @@ void HashEvidence::FindWhole(FileWindow& file, const Survey& survey,
         const LookupTable table = ReadTable(file, main.lookupTablePosition);
         const LookupTable previews = ReadTable(file, main.previewLookupTablePosition);
         std::vector<Histogram> histograms;
-        for (auto record = ExtendedStartAt(file.Stream(), main.firstExtendedHeaderPosition); record;
-             record = ExtendedStartAt(file.Stream(), record->End())) {
+        for (auto record = PeekExtended(file.Stream(), main.firstExtendedHeaderPosition); record;
+             record = PeekExtended(file.Stream(), record->End())) {
             if (const auto component = HistogramComponent(record->type))
-                histograms.push_back({*component, {record->position, record->bytes}});
+                histograms.push_back({*component, {record->position, record->recordBytes}});
         }
         if (!AreChangesOf(previews, histograms)) return;
         MinMaxHeader limits(&m_limits);

@@ -5,7 +5,7 @@
 
 #include "kxbase/IInFileStream.h"
 #include "kxbase/InMemoryStream.h"
-#include "services/ExtendedChain.h"
+#include "reader/ExtendedFrame.h"
 
 namespace kxio {
 
@@ -13,15 +13,15 @@ IntegrityTable LoadIntegrity(kxbase::IInFileStream& in, const MainFileHeader& ma
     IntegrityTable integrity;
     integrity.LimitBytes(in.GetSize());
     uint64_t position = mainHeader.firstExtendedHeaderPosition;
-    while (position != 0) {
-        const auto start = ExtendedStartAt(in, position);
-        if (!start) break;
-        if (start->type == IntegrityExtendedHeader::Type) {
+    // Only records of hashes are read; others may be long.
+    for (auto frame = PeekExtended(in, position); position != 0 && frame;
+         frame = PeekExtended(in, position)) {
+        if (frame->type == IntegrityExtendedHeader::Type) {
             ExtendedHeader record;
-            if (!in.Seek(position) || record.Read(&in) == 0) break;
+            if (record.Read(&in) == 0) break;
             integrity.Add(IntegrityExtendedHeader(std::move(record)), position);
         }
-        position = start->End();
+        position += frame->recordBytes;
     }
     integrity.Complete(in);
     return integrity;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kxio/ProtectFile.h"
 
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -12,13 +13,17 @@
 #include "kxbase/kxInFile.h"
 #include "kxcodecs/QKXChunkCodec.h"
 #include "kxio/ComponentHeader.h"
+#include "kxio/HistogramHeader.h"
 #include "kxio/LookupTableHeader.h"
 #include "kxio/MinMaxHeader.h"
 #include "kxio/QSNScanReader.h"
 #include "kxio/ScanHeader.h"
 #include "kxio/ThumbnailHeader.h"
 #include "kxio/VerifyScan.h"
+#include "reader/ExtendedFrame.h"
 #include "services/FileEdit.h"
+#include "services/FileWindow.h"
+#include "services/HashOfBytes.h"
 #include "services/IntegrityEdit.h"
 
 namespace kxio {
@@ -61,8 +66,8 @@ public:
         MinMaxHeader limits(&pairs);
         Record(main.boundingInformationPosition, limits);
         uint64_t position = main.firstExtendedHeaderPosition;
-        for (ExtendedHeader record; Record(position, record); position += record.HeaderSize()) {
-        }
+        while (const uint64_t bytes = Extended(position))
+            position += bytes;
     }
 
     std::vector<IntegritySpan> headers;
@@ -76,6 +81,23 @@ private:
         if (!Bytes(position, uint64_t{kxbase::IOHeader::FrameSize} + record.GetDataSize())) return false;
         AddHeaderSpans(record, position, m_bytes, headers, others);
         return true;
+    }
+
+    // Bytes of the extended record there; 0 where none lies.
+    uint64_t Extended(uint64_t position) {
+        const auto frame = position == 0 ? std::nullopt : PeekExtended(m_in, position);
+        if (!frame) return 0;
+        if (!HistogramComponent(frame->type)) {
+            ExtendedHeader record;
+            return Record(position, record) ? frame->recordBytes : 0;
+        }
+        FileWindow window(m_in);
+        const auto span = [&](uint64_t bytes) {
+            return IntegritySpan{position, bytes, HashOfBytes(window, position, bytes)};
+        };
+        others.push_back(span(frame->recordBytes));
+        headers.push_back(span(kHistogramHeadBytes));
+        return window.UnreadableBytes() == 0 ? frame->recordBytes : 0;
     }
 
     void Table(uint64_t position, bool previews) {

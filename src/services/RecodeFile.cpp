@@ -23,8 +23,10 @@
 #include "kxio/ExtendedHeader.h"
 #include "kxio/ProtectFile.h"
 #include "kxio/QSNScanReader.h"
+#include "reader/ExtendedFrame.h"
 #include "reader/PatchTasks.h"
 #include "services/FileLayout.h"
+#include "services/HashOfBytes.h"
 #include "services/IntegrityEdit.h"
 #include "services/PartialFile.h"
 
@@ -137,10 +139,9 @@ RecodedComponent& Recoder::Of(ComponentType component) {
 void Recoder::CheckHashes() {
     const IntegrityTable integrity = LoadIntegrity(m_in, m_main);
     m_report.hashesMadeAnew = integrity.Present();
-    Bytes bytes;
     const auto check = [&](const IntegritySpan& span) {
-        m_file.Read(span.position, span.byteCount, bytes);
-        if (integrity.Check(span.position, bytes) != IntegrityTable::Verdict::Right)
+        const auto hash = [&] { return HashOfBytes(m_file, span.position, span.byteCount); };
+        if (integrity.Check(span.position, span.byteCount, hash) != IntegrityTable::Verdict::Right)
             Damaged(span.position, "the bytes do not match their hash");
         return true;
     };
@@ -194,11 +195,11 @@ void Recoder::DropOldHashes() {
     if (first == nullptr) return;
     for (auto i = static_cast<size_t>(first - m_pieces.data()); i < m_pieces.size(); ++i) {
         FilePiece& piece = m_pieces[i].piece;
-        ExtendedHeader record;
-        kxbase::ErrorContext ignored;
-        if (piece.tag != ExtendedHeader::Magic || !ReadRecord(m_file, piece.offset, record, ignored)) return;
+        if (piece.tag != ExtendedHeader::Magic) return;
+        const auto frame = PeekExtended(m_in, piece.offset);
+        if (!frame) return;
         // Its place stays in the list, so that what points there comes to point to what follows.
-        if (record.GetType() == IntegrityExtendedHeader::Type) piece.bytes = 0;
+        if (frame->type == IntegrityExtendedHeader::Type) piece.bytes = 0;
     }
 }
 
@@ -427,13 +428,12 @@ void Recoder::AdjustLinks() {
          moved != nullptr && moved != m_pieces.data() + m_pieces.size() &&
          moved->piece.tag == ExtendedHeader::Magic;
          ++moved) {
-        ExtendedHeader record;
-        kxbase::ErrorContext ignored;
-        if (moved->newBytes == 0 || !ReadRecord(m_file, moved->piece.offset, record, ignored)) continue;
+        if (moved->newBytes == 0) continue;
+        const auto frame = PeekExtended(m_in, moved->piece.offset);
         // A link that leads nowhere is not made worse.
-        if (record.GetLink() == 0 || PieceAt(record.GetLink()) == nullptr) continue;
+        if (!frame || frame->link == 0 || PieceAt(frame->link) == nullptr) continue;
         Bytes field(sizeof(uint64_t));
-        kxbase::ByteWriter(field).U64(NewPosition(record.GetLink()));
+        kxbase::ByteWriter(field).U64(NewPosition(frame->link));
         Overwrite(moved->newOffset + kFrame, field);
     }
 }

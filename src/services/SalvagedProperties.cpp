@@ -17,7 +17,7 @@
 #include "kxio/ThumbnailHeader.h"
 #include "kxio/UUIDExtendedHeader.h"
 #include "kxio/WarningExtendedHeader.h"
-#include "services/ExtendedChain.h"
+#include "reader/ExtendedFrame.h"
 
 namespace kxio {
 
@@ -41,7 +41,7 @@ bool ReadAt(FileWindow& file, const FoundRecord& found, Record& record) {
 /// The component of the histogram that begins there; nothing for any other record.
 std::optional<kxbase::ComponentType> HistogramAt(FileWindow& file, const FoundRecord& found) {
     try {
-        const auto start = ExtendedStartAt(file.Stream(), found.position);
+        const auto start = PeekExtended(file.Stream(), found.position);
         return start ? HistogramComponent(start->type) : std::nullopt;
     } catch (const kxbase::KXException&) {
         return std::nullopt;

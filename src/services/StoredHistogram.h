@@ -3,49 +3,57 @@
 
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "kxio/HistogramHeader.h"
+#include "writer/PatchHistograms.h"
+
+namespace kxbase {
+class IInFileStream;
+}
 
 namespace kxio {
 
-/// The histogram of one component as a file holds it, for comparing patch by patch: the numbers as they were
-/// decoded and where those of each patch begin.
+struct ExtendedFrame;
+
+/// The histogram of one component as a file holds it, for comparing patch by patch: of each patch the number
+/// of its values and a hash of them with their counts. The numbers themselves, up to 16 bytes for each value
+/// of each patch, are unpacked once more when a patch differs, to tell in what.
+///
+/// A record that this library wrote is unpacked patch by patch, any other as a whole. `Compare` may be called
+/// from several threads.
 class StoredHistogram {
 public:
-    /// \throws kxbase::KXException when the data is damaged
-    explicit StoredHistogram(const ExtendedHeader& record);
+    /// What the file says of a patch.
+    struct Entry {
+        uint64_t firstNumber = 0;  ///< of its values
+        uint64_t values = 0;
+        uint64_t hash = 0;  ///< of the bytes of its values and counts
+    };
+
+    /// Reads the record at `position`. Stream and lock must outlive this; the stream is used with the lock
+    /// held. \throws kxbase::KXException when the data is damaged
+    StoredHistogram(kxbase::IInFileStream& in, std::mutex& lock, uint64_t position);
 
     /// Patches that have an entry, ascending; larger ones than 2^32 - 1 and places inside patches left out.
-    const std::map<uint32_t, std::pair<uint64_t, uint64_t>>& Patches() const { return m_patches; }
+    const std::map<uint32_t, Entry>& Patches() const { return m_patches; }
     /// Compares the counts of one patch: nothing when they are equal, otherwise what differs.
-    template <class Key>
-    std::optional<std::string> Compare(uint32_t patch,
-                                       const std::vector<std::pair<Key, uint64_t>>& counts) const {
-        const auto entry = m_patches.find(patch);
-        if (entry == m_patches.end()) return std::nullopt;
-        const auto [first, count] = entry->second;
-        if (count != counts.size())
-            return std::to_string(count) + " values, but the patch has " + std::to_string(counts.size());
-        for (uint64_t i = 0; i < count; ++i) {
-            const uint64_t key = Number(first + 2 * i);
-            const uint64_t occurrences = Number(first + 2 * i + 1);
-            if (key == counts[i].first && occurrences == counts[i].second) continue;
-            return "value " + std::to_string(key) + " " + std::to_string(occurrences) +
-                   " times, but the patch has " + std::to_string(uint64_t{counts[i].first}) + " " +
-                   std::to_string(counts[i].second) + " times";
-        }
-        return std::nullopt;
-    }
+    /// \throws kxbase::KXException when the record cannot be read any more
+    std::optional<std::string> Compare(uint32_t patch, const ValueCounts& counts) const;
 
 private:
-    uint64_t Number(uint64_t index) const;
+    bool ReadPieces(const ExtendedFrame& frame);
+    void ReadWhole();
+    std::vector<unsigned char> AllNumbers() const;
+    const std::vector<unsigned char>& KeptNumbers() const;
 
-    std::vector<unsigned char> m_numbers;
-    std::map<uint32_t, std::pair<uint64_t, uint64_t>> m_patches;  // first number and count of its pairs
+    kxbase::IInFileStream& m_in;
+    std::mutex& m_lock;
+    const uint64_t m_position;
+    std::map<uint32_t, Entry> m_patches;
+    mutable std::vector<unsigned char> m_numbers;  // since a patch differed
 };
 
 }  // namespace kxio

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <set>
+#include <utility>
 
 #include "kxbase/UTF8.h"
 #include "kxio/ColorizationModeExtendedHeader.h"
@@ -17,7 +19,9 @@
 #include "kxio/ScanningModeExtendedHeader.h"
 #include "kxio/UUIDExtendedHeader.h"
 #include "kxio/WarningExtendedHeader.h"
+#include "reader/ExtendedFrame.h"
 #include "services/ExtendedChain.h"
+#include "services/HashOfBytes.h"
 
 namespace kxio {
 
@@ -60,35 +64,69 @@ std::string Number(uint64_t value) {
     return std::to_string(value);
 }
 
+/// An extended record as far as it is looked at here: histograms, which are long, without their data.
+struct ExtendedView {
+    ExtendedFrame frame;
+    ExtendedHeader record;
+    ExtendedContent content;
+};
+
+/// False, and `problem` filled, where no such record lies.
+bool Find(FileWindow& file, uint64_t position, ExtendedView& found, kxbase::ErrorContext& problem) {
+    const auto frame = PeekExtended(file.Stream(), position);
+    if (frame && HistogramComponent(frame->type)) {
+        const uint64_t hash = HashOfBytes(file, frame->DataPosition(), frame->dataBytes);
+        if (file.UnreadableBytes() == 0) {
+            found = {*frame,
+                     ExtendedHeader(frame->type),
+                     {frame->type, static_cast<uint32_t>(frame->dataBytes), hash}};
+            return true;
+        }
+    }
+    ExtendedHeader record;
+    if (!ReadRecord(file, position, record, problem)) return false;
+    found.frame = {position,
+                   record.GetVersion(),
+                   record.GetLink(),
+                   record.GetType(),
+                   record.GetDataBufferSize(),
+                   uint64_t{kxbase::IOHeader::FrameSize} + record.GetDataSize()};
+    found.content = ContentOf(record);
+    found.record = std::move(record);
+    return true;
+}
+
 class ExtendedCheck {
 public:
-    ExtendedCheck(const ExtendedHeader& record, uint64_t position, FindingList& findings)
-        : m_record(record), m_position(position), m_findings(findings) {}
+    ExtendedCheck(const ExtendedView& found, FindingList& findings)
+        : m_frame(found.frame),
+          m_record(found.record),
+          m_position(found.frame.position),
+          m_findings(findings) {}
 
     void Run(const Kind* kind) {
-        if (m_record.GetVersion() != ExtendedHeader::CurrentVersion)
+        if (m_frame.version != ExtendedHeader::CurrentVersion)
             Add(Warning(Name(kind)).At(m_position + 8).Field("version"),
-                Number(m_record.GetVersion()) + ", where " + Number(ExtendedHeader::CurrentVersion) +
-                    " is known");
-        if (m_record.GetDataSize() != ExtendedHeader::FixedSize + m_record.GetDataBufferSize())
+                Number(m_frame.version) + ", where " + Number(ExtendedHeader::CurrentVersion) + " is known");
+        if (m_frame.recordBytes != ExtendedFrame::kBytes + m_frame.dataBytes)
             Add(Warning(Name(kind)).At(m_position + kLengthAt).Field("data length"),
-                Number(m_record.GetDataBufferSize()) + ", but the record has " +
-                    Number(m_record.GetDataSize() - ExtendedHeader::FixedSize) + " bytes for it");
+                Number(m_frame.dataBytes) + ", but the record has " +
+                    Number(m_frame.recordBytes - ExtendedFrame::kBytes) + " bytes for it");
         if (kind == nullptr) {
-            if (!HistogramComponent(m_record.GetType()))
+            if (!HistogramComponent(m_frame.type))
                 Add(Warning(Name(kind)).At(m_position + kTypeAt).Field("type tag"),
                     "an unknown kind, which is passed over");
             return;
         }
         if (kind->shape == DataShape::Text || kind->shape == DataShape::Link) Text(*kind);
-        if (kind->shape == DataShape::Fixed && m_record.GetDataBufferSize() != kind->bytes)
+        if (kind->shape == DataShape::Fixed && m_frame.dataBytes != kind->bytes)
             Add(Warning(kind->name).At(m_position + kLengthAt).Field("data length"),
-                Number(m_record.GetDataBufferSize()) + ", but this kind has " + Number(kind->bytes));
+                Number(m_frame.dataBytes) + ", but this kind has " + Number(kind->bytes));
     }
 
     /// \param next  position behind the record when another one follows there
     void Link(const Kind* kind, std::optional<uint64_t> next) {
-        const uint64_t link = m_record.GetLink();
+        const uint64_t link = m_frame.link;
         // The last one has 0, and so have those that were appended; what they follow was left as it was.
         if (link == 0 || (next && link == *next)) return;
         Add(Warning(Name(kind)).At(m_position + kLinkAt).Field("link"),
@@ -127,6 +165,7 @@ private:
         }
     }
 
+    const ExtendedFrame& m_frame;
     const ExtendedHeader& m_record;
     const uint64_t m_position;
     FindingList& m_findings;
@@ -146,8 +185,8 @@ void VerifyExtendedRecords(FileWindow& file, const FileLayout& layout, FindingLi
     uint64_t position = first;
     std::set<ExtendedContent> held;  // the contents of the chain
     kxbase::ErrorContext problem;
-    ExtendedHeader record;
-    if (first != 0 && !ReadRecord(file, first, record, problem)) {
+    ExtendedView found;
+    if (first != 0 && !Find(file, first, found, problem)) {
         findings.Add(
             Error("ExtendedHeader")
                 .At(problem.offset)
@@ -156,26 +195,27 @@ void VerifyExtendedRecords(FileWindow& file, const FileLayout& layout, FindingLi
                       Number(first) + ": " + problem.detail));
     } else if (first != 0) {
         bool identified = false;
-        for (bool found = true; found;) {
-            const uint64_t next = position + kxbase::IOHeader::FrameSize + record.GetDataSize();
-            const Kind* kind = KindOf(record.GetType());
-            ExtendedCheck check(record, position, findings);
+        for (bool more = true; more;) {
+            const uint64_t type = found.frame.type;
+            const uint64_t next = position + found.frame.recordBytes;
+            const Kind* kind = KindOf(type);
+            ExtendedCheck check(found, findings);
             check.Run(kind);
-            held.insert(ContentOf(record));
-            if (const auto component = HistogramComponent(record.GetType())) {
+            held.insert(found.content);
+            if (const auto component = HistogramComponent(type)) {
                 if (histograms.contains(*component))
-                    findings.Add(Warning(ExtendedKindName(record.GetType()))
+                    findings.Add(Warning(ExtendedKindName(type))
                                      .At(position)
                                      .Of(*component)
                                      .Says("a second one; the last one counts"));
                 histograms[*component] = position;
             }
-            identified = identified || record.GetType() == UUIDExtendedHeader::Type;
-            ExtendedHeader following;
-            found = ReadRecord(file, next, following, problem);
-            check.Link(kind, found ? std::optional(next) : std::nullopt);
+            identified = identified || type == UUIDExtendedHeader::Type;
+            ExtendedView following;
+            more = Find(file, next, following, problem);
+            check.Link(kind, more ? std::optional(next) : std::nullopt);
             position = next;
-            if (found) record = std::move(following);
+            if (more) found = std::move(following);
         }
         if (!identified)
             findings.Add(Note("ExtendedHeader").At(first).Says("the file has no record of identifiers"));
@@ -184,8 +224,8 @@ void VerifyExtendedRecords(FileWindow& file, const FileLayout& layout, FindingLi
     for (const FilePiece& piece : layout.pieces) {
         if (piece.kind != PieceKind::Record || piece.tag != ExtendedHeader::Magic) continue;
         if (first != 0 && piece.offset >= first && piece.offset < position) continue;
-        if (piece.offset < first && ReadRecord(file, piece.offset, record, problem) &&
-            (held.contains(ContentOf(record)) || record.GetType() == IntegrityExtendedHeader::Type)) {
+        if (piece.offset < first && Find(file, piece.offset, found, problem) &&
+            (held.contains(found.content) || found.frame.type == IntegrityExtendedHeader::Type)) {
             findings.Add(
                 Note("ExtendedHeader")
                     .At(piece.offset)

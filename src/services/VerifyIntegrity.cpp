@@ -5,6 +5,7 @@
 
 #include "format/IntegrityTable.h"
 #include "kxbase/IInFileStream.h"
+#include "services/HashOfBytes.h"
 #include "services/IntegrityEdit.h"
 
 namespace kxio {
@@ -17,7 +18,6 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
         findings.Add(
             Error("integrity").At(position).Says("the record is damaged or not where it is said to be"));
     uint64_t done = 0;
-    std::vector<unsigned char> bytes;
     const auto check = [&](const IntegritySpan& span) {
         const uint64_t available = span.position < file.Size() ? file.Size() - span.position : 0;
         if (span.byteCount > available) {
@@ -27,8 +27,8 @@ void VerifyIntegrity(FileWindow& file, const FileLayout& layout, bool everything
                                    std::to_string(available) + " are left of the file"));
             return true;
         }
-        file.Read(span.position, span.byteCount, bytes);
-        if (integrity.Check(span.position, bytes) == IntegrityTable::Verdict::Wrong)
+        const auto hash = [&] { return HashOfBytes(file, span.position, span.byteCount); };
+        if (integrity.Check(span.position, span.byteCount, hash) == IntegrityTable::Verdict::Wrong)
             findings.Add(Error("bytes")
                              .At(span.position)
                              .Says(std::to_string(span.byteCount) + " bytes do not match their hash"));

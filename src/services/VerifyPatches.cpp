@@ -10,6 +10,7 @@
 #include "kxbase/Sizes.h"
 #include "kxcodecs/JPEGChunkCodec.h"
 #include "kxcodecs/QKXChunkCodec.h"
+#include "reader/ExtendedFrame.h"
 #include "reader/PatchDecoder.h"
 #include "reader/PatchTasks.h"
 #include "services/PreviewComparison.h"
@@ -165,12 +166,11 @@ void PatchCheck::OpenHistogram(ComponentType component) {
     const auto place = m_headers.histograms.find(component);
     if (place == m_headers.histograms.end() || component < kxbase::Luminance8)
         return;  // 1 to 3 are never read
-    ExtendedHeader record;
-    kxbase::ErrorContext problem;
-    if (!ReadRecord(m_file, place->second, record, problem)) return;  // told with the headers
-    const std::string name = ExtendedKindName(record.GetType());
+    const auto frame = PeekExtended(m_file.Stream(), place->second);
+    if (!frame) return;  // told with the headers
+    const std::string name = ExtendedKindName(frame->type);
     try {
-        m_histogram.emplace(record);
+        m_histogram.emplace(m_file.Stream(), m_streamLock, place->second);
         const auto& patches = m_histogram->Patches();
         if (!patches.empty() && m_layout.scanHeader && patches.rbegin()->first >= m_grid.PatchCount64())
             m_findings.Add(Error(name)
@@ -375,11 +375,9 @@ void PatchCheck::Limits(const ListedChunk& chunk, const PatchLimits& limits, Pat
 void PatchCheck::Histogram(ComponentType component, const ListedChunk& chunk, const DecodedPatch& patch,
                            PatchResult& result) const {
     if (IsJpeg(patch.header.codecId) || patch.header.step != 1.0F) return;  // other values were counted
-    PatchHistograms counter;
-    counter.Count(component, patch.elementBytes, patch.bytes, PlaceOf(chunk));
-    const auto counts = counter.All(component);
-    if (counts.empty()) return;
-    const auto difference = m_histogram->Compare(chunk.index, counts.begin()->second);
+    const auto counts = CountPatchValues(component, patch.elementBytes, patch.bytes, PlaceOf(chunk));
+    if (!counts) return;
+    const auto difference = m_histogram->Compare(chunk.index, *counts);
     if (!difference) return;
     result.findings.push_back(Error("histogram")
                                   .At(m_headers.histograms.at(component))

@@ -11,6 +11,7 @@ list(APPEND kxio_sources
   services/FileWindow.cpp
   services/GridDecision.cpp
   services/HashEvidence.cpp
+  services/HashOfBytes.cpp
   services/IntegrityEdit.cpp
   services/PartialFile.cpp
   services/PatchCells.cpp

@@ -109,7 +109,6 @@ const std::map<std::pair<std::string, std::string>, Allowance>& Allowed() {
         {{"src/services/QSNFileRecovery.cpp", "copy"}, {1, "an element of a decoded patch"}},
         {{"src/services/ScanRebuildWriting.cpp", "copy"}, {1, "an element of a decoded patch"}},
         {{"src/services/ScanStatistics.cpp", "copy"}, {1, "an element of a decoded patch"}},
-        {{"src/services/StoredHistogram.cpp", "assembling"}, {1, "a number of a checked table"}},
         {{"src/services/DumpRecords.cpp", "assembling"}, {1, "a field that the cursor took, to be shown"}},
         // Numbers that are no sizes.
         {{"libs/kxbase/src/Date.cpp", "product"}, {1, "minutes"}},

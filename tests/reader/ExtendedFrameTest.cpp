@@ -4,7 +4,7 @@
 
 #include "kxbase/ByteWriter.h"
 #include "kxbase/InMemoryStream.h"
-#include "services/ExtendedChain.h"
+#include "reader/ExtendedFrame.h"
 #include "support/CountingStream.h"
 
 namespace {
@@ -29,29 +29,29 @@ Bytes RecordInside() {
     return bytes;
 }
 
-TEST(ExtendedStart, TellsKindAndSizeWithoutReadingTheData) {
+TEST(ExtendedFrame, TellsKindAndSizeWithoutReadingTheData) {
     kxtest::CountingStream stream(RecordInside());
-    const auto start = kxio::ExtendedStartAt(stream, kPosition);
+    const auto start = kxio::PeekExtended(stream, kPosition);
     ASSERT_TRUE(start);
     EXPECT_EQ(start->position, kPosition);
     EXPECT_EQ(start->type, kType);
-    EXPECT_EQ(start->bytes, 16U + 20 + 1002);
-    EXPECT_EQ(start->End(), kPosition + start->bytes);
+    EXPECT_EQ(start->recordBytes, 16U + 20 + 1002);
+    EXPECT_EQ(start->End(), kPosition + start->recordBytes);
     EXPECT_EQ(stream.bytesRead, 36U);
 }
 
 // Each byte of the start changed, and each length of the file.
-TEST(ExtendedStart, LiesExactlyWhereARecordCanBeRead) {
+TEST(ExtendedFrame, LiesExactlyWhereARecordCanBeRead) {
     const Bytes whole = RecordInside();
     const auto expectAgreement = [](const Bytes& bytes, const char* what, size_t at) {
         kxbase::InMemoryStream stream(bytes);
-        const auto start = kxio::ExtendedStartAt(stream, kPosition);
+        const auto start = kxio::PeekExtended(stream, kPosition);
         ExtendedHeader record;
         stream.Seek(kPosition);
         const uint64_t read = record.Read(&stream);
         EXPECT_EQ(start.has_value(), read != 0) << what << ' ' << at;
         if (!start || read == 0) return;
-        EXPECT_EQ(start->bytes, read) << what << ' ' << at;
+        EXPECT_EQ(start->recordBytes, read) << what << ' ' << at;
         EXPECT_EQ(start->type, record.GetType()) << what << ' ' << at;
     };
     for (size_t at = 0; at < kPosition + 36; ++at) {
