@@ -38,17 +38,22 @@ struct Code {
     unsigned count = 0;
 };
 
-std::size_t LengthIndex(std::size_t length) {
-    const auto next = std::upper_bound(kLengthBases.begin(), kLengthBases.end(), length);
-    return static_cast<std::size_t>(next - kLengthBases.begin()) - 1;
-}
+// Which base each length belongs to. The longest has one of its own.
+constexpr auto kLengthIndices = [] {
+    std::array<uint8_t, kLongestMatch + 1> indices{};
+    for (std::size_t length = kShortestMatch, index = 0; length <= kLongestMatch; ++length) {
+        if (index + 1 < kLengthBases.size() && length == kLengthBases[index + 1]) ++index;
+        indices[length] = static_cast<uint8_t>(index);
+    }
+    return indices;
+}();
 
 unsigned LengthExtraBits(std::size_t index) {
     return index < 8 || index == kLengthBases.size() - 1 ? 0 : static_cast<unsigned>(index - 4) / 4;
 }
 
 std::size_t SymbolOf(std::size_t token) {
-    return token <= kEnd ? token : kFirstLengthSymbol + LengthIndex(token - kEnd);
+    return token <= kEnd ? token : kFirstLengthSymbol + kLengthIndices[token - kEnd];
 }
 
 // Bits into bytes, the first one lowest.
