@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "PlainLines.h"
 #include "TextBuffer.h"
 #include "kxexchange/ScanSource.h"
 
@@ -36,6 +37,24 @@ LinesParser EachLine(ParseLine parseLine) {
         }
         return done;
     };
+}
+
+/// The same for lines of a shape: those that look as most do are read many at a time, the others by
+/// `parseLine`, which tells what is wrong with them.
+template <class ParseLine>
+LinesParser PlainOrEachLine(const LineShape& shape, ParseLine parseLine) {
+    return
+        [shape, parseLine](const char*& begin, const char* end, size_t lines, Cell* out, LineFault& fault) {
+            size_t done = 0;
+            while (done < lines && begin != end) {
+                done += ParsePlainLines(shape, begin, end, lines - done, out + done);
+                for (size_t i = 0; i < kLinesAtATime && done < lines && begin != end; ++i, ++done) {
+                    if (!parseLine(begin, out[done], fault)) [[unlikely]]
+                        return done;
+                }
+            }
+            return done;
+        };
 }
 
 /// Reads the next lines of `text` as cells, up to `wanted`, into `cells` from index `filled` on; the vector

@@ -67,13 +67,13 @@ bool ParsePoint(const char*& line, Cell& cell, LineFault& fault) {
 LinesParser ParserFor(size_t values) {
     switch (values) {
         case 3:
-            return EachLine(ParsePoint<false, false>);
+            return PlainOrEachLine({}, ParsePoint<false, false>);
         case 4:
-            return EachLine(ParsePoint<true, false>);
+            return PlainOrEachLine({true, false}, ParsePoint<true, false>);
         case 6:
-            return EachLine(ParsePoint<false, true>);
+            return PlainOrEachLine({false, true}, ParsePoint<false, true>);
         default:
-            return EachLine(ParsePoint<true, true>);
+            return PlainOrEachLine({true, true}, ParsePoint<true, true>);
     }
 }
 

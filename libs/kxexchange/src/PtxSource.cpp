@@ -331,9 +331,9 @@ uint64_t PtxSource::ReadColumns(uint64_t maxColumns, std::vector<Cell>& cells) {
     const uint64_t columns = std::min({left, maxColumns, std::max<uint64_t>(1, kBlockCells / m_rows)});
     const uint64_t wanted = columns * m_rows;
     LineFault fault;
-    const auto filled =
-        ReadCellLines(m_text, m_threads, wanted, cells, 0,
-                      m_color ? EachLine(ParseCell<true>) : EachLine(ParseCell<false>), fault);
+    const auto filled = ReadCellLines(
+        m_text, m_threads, wanted, cells, 0,
+        PlainOrEachLine({true, m_color, true}, m_color ? ParseCell<true> : ParseCell<false>), fault);
     if (fault.at) Fail(fault.at, fault.field, fault.expected);
     if (filled != wanted) {
         Fail(nullptr, "cell",

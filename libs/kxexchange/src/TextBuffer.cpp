@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "PlainLines.h"
 #include "kxexchange/Errors.h"
 
 namespace kxexchange {
@@ -11,8 +12,9 @@ namespace kxexchange {
 TextBuffer::TextBuffer(std::unique_ptr<ByteFeed> feed, std::string name)
     : m_feed(std::move(feed)),
       m_name(std::move(name)),
-      m_block(kBlockBytes + 1),  // room for the '\n' that the last line may lack
-      m_at(m_block.data()),
+      m_block(kReadableInFront + kBlockBytes + 1 + kReadableBehind),  // 1: '\n' that the last line may lack
+      m_begin(m_block.data() + kReadableInFront),
+      m_at(m_begin),
       m_lineEnd(m_at),
       m_dataEnd(m_at) {}
 
@@ -21,8 +23,8 @@ bool TextBuffer::Fill() {
     // What remains is the beginning of a line.
     const auto kept = static_cast<size_t>(m_dataEnd - m_at);
     m_offset = Offset(m_at);
-    std::memmove(m_block.data(), m_at, kept);
-    m_at = m_block.data();
+    std::memmove(m_begin, m_at, kept);
+    m_at = m_begin;
     size_t filled = kept;
     const char* lastEnd = nullptr;
     while (!lastEnd) {
@@ -35,24 +37,24 @@ bool TextBuffer::Fill() {
             throw SourceFormatException("Text cannot be read", context);
         }
         const size_t wanted = kBlockBytes - filled;
-        const size_t got = m_feed->Read(m_block.data() + filled, wanted);
+        const size_t got = m_feed->Read(m_begin + filled, wanted);
         const size_t before = filled;
         filled += got;
         for (size_t i = filled; i > before; --i) {
-            if (m_block[i - 1] == '\n') {
-                lastEnd = m_block.data() + i;
+            if (m_begin[i - 1] == '\n') {
+                lastEnd = m_begin + i;
                 break;
             }
         }
         if (got < wanted) {
             m_ended = true;
-            if (filled != 0 && m_block[filled - 1] != '\n') {
-                m_block[filled++] = '\n';
+            if (filled != 0 && m_begin[filled - 1] != '\n') {
+                m_begin[filled++] = '\n';
             }
-            lastEnd = m_block.data() + filled;
+            lastEnd = m_begin + filled;
         }
     }
-    m_dataEnd = m_block.data() + filled;
+    m_dataEnd = m_begin + filled;
     m_lineEnd = lastEnd;
     return m_at != m_lineEnd;
 }
@@ -69,12 +71,12 @@ uint64_t TextBuffer::SkipLines(uint64_t count) {
 
 void TextBuffer::GoTo(uint64_t offset, uint64_t line) {
     uint64_t reached = m_feed->GoTo(offset);
-    m_at = m_lineEnd = m_dataEnd = m_block.data();
+    m_at = m_lineEnd = m_dataEnd = m_begin;
     m_ended = false;
     // A feed that had to go back to the start is read up to the place.
     while (reached < offset) {
         const auto wanted = static_cast<size_t>(std::min<uint64_t>(offset - reached, kBlockBytes));
-        const size_t got = m_feed->Read(m_block.data(), wanted);
+        const size_t got = m_feed->Read(m_begin, wanted);
         reached += got;
         if (got < wanted) break;
     }

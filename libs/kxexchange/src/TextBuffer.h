@@ -13,7 +13,8 @@ namespace kxexchange {
 /// Text from a feed, a block at a time, cut at line ends, with line numbers and offsets for messages.
 ///
 /// `At()` points to the start of a line that lies in memory up to and including its '\n' (the last line of
-/// a text gets one when it has none). Parsers walk that line and give back where the next one begins.
+/// a text gets one when it has none). Parsers walk that line and give back where the next one begins. Some
+/// bytes in front of it and behind it may be read (PlainLines.h), whatever they hold.
 class TextBuffer {
 public:
     static constexpr size_t kBlockBytes = size_t{1} << 20;
@@ -39,9 +40,7 @@ public:
     uint64_t SkipLines(uint64_t count);
 
     uint64_t Line() const { return m_line; }  ///< of the line at At(), from 1
-    uint64_t Offset(const char* place) const {
-        return m_offset + static_cast<uint64_t>(place - m_block.data());
-    }
+    uint64_t Offset(const char* place) const { return m_offset + static_cast<uint64_t>(place - m_begin); }
     uint64_t Offset() const { return Offset(m_at); }
     /// Goes to a line seen before, by its offset and number.
     void GoTo(uint64_t offset, uint64_t line);
@@ -57,10 +56,11 @@ private:
     std::string m_name;
     std::unique_ptr<WorkerTeam> m_team = std::make_unique<WorkerTeam>();
     std::vector<char> m_block;
+    char* m_begin;          // in m_block, behind what may be read in front of a line
     const char* m_at;       // next line
     const char* m_lineEnd;  // behind the last '\n' in memory
     const char* m_dataEnd;  // behind the last byte in memory
-    uint64_t m_offset = 0;  // of m_block's first byte in the text
+    uint64_t m_offset = 0;  // of m_begin in the text
     uint64_t m_line = 1;
     bool m_ended = false;
 };
