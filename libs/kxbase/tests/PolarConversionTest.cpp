@@ -48,7 +48,7 @@ std::array<long double, 3> Exact(const Polar& polar, size_t i) {
 }
 
 // Angles of a scan and beyond, ranges of 0 to 100 m in millimetres; the corners of every quarter turn.
-Polar Sample(size_t count) {
+Polar SamplePolars(size_t count) {
     Polar polar;
     std::mt19937 random(20261121);
     std::uniform_real_distribution<float> range(0, 100'000), horizontal(-10, 10), vertical(-1, 4);
@@ -89,7 +89,7 @@ TEST(PolarToCartesian, PointsByHand) {
 }
 
 TEST(PolarToCartesian, DoublesAreWithinOneHundredBillionthOfTheRange) {
-    const Polar polar = Sample(200'000);
+    const Polar polar = SamplePolars(200'000);
     const std::vector<double> xyz = Converted<double>(polar);
     long double worst = 0;
     for (size_t i = 0; i < polar.Count(); ++i) {
@@ -104,7 +104,7 @@ TEST(PolarToCartesian, DoublesAreWithinOneHundredBillionthOfTheRange) {
 }
 
 TEST(PolarToCartesian, FloatsAreWithinALittleMoreThanHalfAnUlpOfTheRange) {
-    const Polar polar = Sample(200'000);
+    const Polar polar = SamplePolars(200'000);
     const std::vector<float> xyz = Converted<float>(polar);
     long double worst = 0;
     size_t notNearest = 0;
@@ -125,7 +125,7 @@ TEST(PolarToCartesian, FloatsAreWithinALittleMoreThanHalfAnUlpOfTheRange) {
 }
 
 TEST(PolarToCartesian, EveryVectorUnitGivesTheSameBits) {
-    const Polar polar = Sample(10'007);
+    const Polar polar = SamplePolars(10'007);
     const std::vector<float> floats = Converted<float>(polar);
     const std::vector<double> doubles = Converted<double>(polar);
     ASSERT_FALSE(VectorTargets().empty());
@@ -146,7 +146,7 @@ TEST(PolarToCartesian, EveryVectorUnitGivesTheSameBits) {
 }
 
 TEST(PolarToCartesian, CutAnywhereGivesTheSameBits) {
-    const Polar polar = Sample(600);
+    const Polar polar = SamplePolars(600);
     const std::vector<double> whole = Converted<double>(polar);
     for (const size_t piece : std::vector<size_t>{1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 33}) {
         std::vector<double> cut(whole.size());
@@ -161,7 +161,7 @@ TEST(PolarToCartesian, CutAnywhereGivesTheSameBits) {
 }
 
 TEST(PolarToCartesian, HugeAnglesAreThoseOfTheStandardLibraryAndSpoilNoNeighbour) {
-    Polar polar = Sample(64);
+    Polar polar = SamplePolars(64);
     const std::vector<double> before = Converted<double>(polar);
     polar.horizontal[20] = 1e20F;
     polar.vertical[41] = -5000.5F;

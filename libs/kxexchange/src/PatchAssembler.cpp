@@ -5,6 +5,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "kxbase/PolarConversion.h"
+
 namespace kxexchange {
 
 namespace {
@@ -83,24 +85,34 @@ PatchColumn& PatchAssembler::Open(uint32_t patchColumn) {
     return column;
 }
 
-PatchAssembler::Polar PatchAssembler::ToPolar(const Cell& cell, double gridHorizontal) const {
-    Polar polar{};
-    double horizontal = gridHorizontal;
+// Ranges, and angles with the horizontal one in the turn of the grid's.
+void PatchAssembler::FindPlaces(Batch& batch, double gridHorizontal) const {
     if (m_rules.coordinateKind == CoordinateKind::Spherical) {
-        polar.range = cell.Range() * kMillimetresPerMetre;
-        polar.vertical = std::clamp(std::numbers::pi / 2 - cell.Elevation(), 0.0, std::numbers::pi);
-        polar.sine = std::sin(polar.vertical);
-        horizontal = cell.Azimuth();
+        for (size_t i = 0; i < batch.count; ++i) {
+            const Cell& cell = *batch.cells[i];
+            batch.range[i] = cell.Range();
+            batch.vertical[i] = std::clamp(std::numbers::pi / 2 - cell.Elevation(), 0.0, std::numbers::pi);
+            batch.horizontal[i] = cell.Azimuth();
+        }
     } else {
-        const double flat = std::sqrt(cell.x * cell.x + cell.y * cell.y);
-        const double range = std::sqrt(flat * flat + cell.z * cell.z);
-        polar.range = range * kMillimetresPerMetre;
-        polar.vertical = std::atan2(flat, cell.z);
-        polar.sine = range > 0 ? flat / range : 0;
-        if (flat > 0) horizontal = std::atan2(cell.y, cell.x);
+        for (size_t i = 0; i < batch.count; ++i) {
+            batch.x[i] = batch.cells[i]->x;
+            batch.y[i] = batch.cells[i]->y;
+            batch.z[i] = batch.cells[i]->z;
+        }
+        const auto all = [&](auto& values) { return std::span(values).first(batch.count); };
+        kxbase::CartesianToPolar(all(batch.x), all(batch.y), all(batch.z), all(batch.range),
+                                 all(batch.vertical), all(batch.horizontal));
+        // On the axis every horizontal angle is as good.
+        for (size_t i = 0; i < batch.count; ++i) {
+            if (batch.x[i] == 0 && batch.y[i] == 0) batch.horizontal[i] = gridHorizontal;
+        }
     }
-    polar.horizontal = horizontal + kTurn * std::round((gridHorizontal - horizontal) / kTurn);
-    return polar;
+    for (size_t i = 0; i < batch.count; ++i) {
+        batch.range[i] *= kMillimetresPerMetre;
+        const double missing = gridHorizontal - batch.horizontal[i];
+        if (!(std::abs(missing) < kTurn / 2)) batch.horizontal[i] += kTurn * std::round(missing / kTurn);
+    }
 }
 
 void PatchAssembler::SetValues(PatchColumn& column, size_t at, const Cell& cell) const {
@@ -120,42 +132,57 @@ void PatchAssembler::SetValues(PatchColumn& column, size_t at, const Cell& cell)
     if (m_rules.classes) column.classes[at] = cell.classification;
 }
 
+// Stores the cells of a batch, and empties it.
+void PatchAssembler::Place(Batch& batch, PatchColumn& column, size_t inPatch, double gridHorizontal) {
+    FindPlaces(batch, gridHorizontal);
+    const double leastRange = 0.5 * m_rules.rangeScale * (1 + 1e-6);
+    for (size_t i = 0; i < batch.count; ++i) {
+        const Cell& cell = *batch.cells[i];
+        const size_t at = m_rowOffsets[batch.rows[i]] + inPatch;
+        const double vertical = batch.vertical[i], horizontal = batch.horizontal[i];
+        column.vertical[at] = static_cast<float>(vertical);
+        column.horizontal[at] = static_cast<float>(horizontal);
+        m_greatestHorizontal = std::max(m_greatestHorizontal, std::abs(horizontal));
+        if (!cell.valid) {
+            ++m_directions;
+            continue;
+        }
+        if (batch.range[i] < leastRange) {
+            column.range[at] = static_cast<float>(m_rules.rangeScale);
+            ++m_returnsAtOrigin;
+        } else {
+            column.range[at] = static_cast<float>(batch.range[i]);
+        }
+        m_maxVerticalResidual =
+            std::max(m_maxVerticalResidual, std::abs(vertical - m_rowAngles[batch.rows[i]]));
+        // Along the circle of latitude, which is shorter.
+        const double residual = std::abs(horizontal - gridHorizontal);
+        if (residual > m_maxHorizontalResidual)
+            m_maxHorizontalResidual = std::max(m_maxHorizontalResidual, residual * std::sin(vertical));
+        SetValues(column, at, cell);
+    }
+    batch.count = 0;
+}
+
 void PatchAssembler::Fill(std::span<const Cell> cells, uint64_t gridColumn, bool far) {
     const auto patchColumn = static_cast<uint32_t>(gridColumn / m_topology.patchWidth);
     PatchColumn& column = Open(patchColumn);
     const auto inPatch = static_cast<size_t>(gridColumn % m_topology.patchWidth);
     const double gridHorizontal = HorizontalAt(gridColumn);
-    const double leastRange = 0.5 * m_rules.rangeScale * (1 + 1e-6);
+    Batch batch;
     for (const RowSegment& segment : m_layout.segments) {
         if (segment.far != far) continue;
         auto gridRow = static_cast<size_t>(segment.gridRow);
         const size_t step = segment.descending ? ~size_t{0} : size_t{1};
         const Cell* cell = cells.data() + segment.firstRow;
         for (const Cell* const end = cell + segment.count; cell != end; ++cell, gridRow += step) {
-            const bool direction = !cell->valid && cell->direction && m_rules.directions;
-            if (!cell->valid && !direction) continue;
-            const size_t at = m_rowOffsets[gridRow] + inPatch;
-            const Polar polar = ToPolar(*cell, gridHorizontal);
-            column.vertical[at] = static_cast<float>(polar.vertical);
-            column.horizontal[at] = static_cast<float>(polar.horizontal);
-            m_greatestHorizontal = std::max(m_greatestHorizontal, std::abs(polar.horizontal));
-            if (direction) {
-                ++m_directions;
-                continue;
-            }
-            if (polar.range < leastRange) {
-                column.range[at] = static_cast<float>(m_rules.rangeScale);
-                ++m_returnsAtOrigin;
-            } else {
-                column.range[at] = static_cast<float>(polar.range);
-            }
-            m_maxVerticalResidual =
-                std::max(m_maxVerticalResidual, std::abs(polar.vertical - m_rowAngles[gridRow]));
-            m_maxHorizontalResidual =
-                std::max(m_maxHorizontalResidual, std::abs(polar.horizontal - gridHorizontal) * polar.sine);
-            SetValues(column, at, *cell);
+            if (!cell->valid && !(cell->direction && m_rules.directions)) continue;
+            batch.cells[batch.count] = cell;
+            batch.rows[batch.count] = gridRow;
+            if (++batch.count == Batch::kMost) Place(batch, column, inPatch, gridHorizontal);
         }
     }
+    Place(batch, column, inPatch, gridHorizontal);
     --column.missing;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -76,11 +77,18 @@ private:
     PatchColumn& Open(uint32_t patchColumn);
     void Fill(std::span<const Cell> cells, uint64_t gridColumn, bool far);
     double HorizontalAt(uint64_t gridColumn) const;
-    /// A cell's place as the file has it: range in millimetres, both angles.
-    struct Polar {
-        double range, vertical, horizontal, sine;  // sine of the vertical angle
+    /// Cells of one column whose places are found together: as many as stay in the nearest cache.
+    struct Batch {
+        static constexpr size_t kMost = 256;
+        size_t count = 0;
+        std::array<const Cell*, kMost> cells;
+        std::array<size_t, kMost> rows;  ///< of the grid
+        std::array<double, kMost> x, y, z;
+        // Places as the file has them: range in millimetres, angles in radians.
+        std::array<double, kMost> range, vertical, horizontal;
     };
-    Polar ToPolar(const Cell& cell, double gridHorizontal) const;
+    void FindPlaces(Batch& batch, double gridHorizontal) const;
+    void Place(Batch& batch, PatchColumn& column, size_t inPatch, double gridHorizontal);
     void SetValues(PatchColumn& column, size_t at, const Cell& cell) const;
 
     kxbase::GridTopology m_topology;

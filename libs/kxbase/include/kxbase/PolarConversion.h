@@ -26,4 +26,20 @@ KXBASE_EXPORT void PolarToCartesian(std::span<const float> range, std::span<cons
 KXBASE_EXPORT void PolarToCartesian(std::span<const float> range, std::span<const float> horizontal,
                                     std::span<const float> vertical, std::span<double> xyz);
 
+/// The way back, many points at a time: range, vertical angle (from +z, 0 to pi) and horizontal angle (from
+/// +x towards +y, -pi to pi) of Cartesian points, the range in the unit of the coordinates.
+///
+/// Ranges are those that sqrt(x x + y y + z z) gives, rounded after every step; angles are nearer than 1e-15
+/// x (1 + angle) to what std::atan2 gives, signs of zeros included. A point on the z axis has the horizontal
+/// angle that std::atan2 gives it, the origin the vertical angle 0. The results are the same bits on every
+/// kind of processor and wherever the points are in the spans; only points with a coordinate above 1e150, or
+/// nearer to the axis than 1e-150 and not on it, and those that are no number, are left to the standard
+/// library.
+///
+/// \param x, y, z, range, vertical, horizontal  equally many
+/// \throws KXBadInputException "Points cannot be converted": the sizes do not agree; nothing is written
+KXBASE_EXPORT void CartesianToPolar(std::span<const double> x, std::span<const double> y,
+                                    std::span<const double> z, std::span<double> range,
+                                    std::span<double> vertical, std::span<double> horizontal);
+
 }  // namespace kxbase
