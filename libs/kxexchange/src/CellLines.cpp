@@ -7,6 +7,8 @@
 #include <cstring>
 #include <exception>
 
+#include "LineCount.h"
+
 namespace kxexchange {
 
 namespace {
@@ -64,9 +66,8 @@ void ForEachPiece(WorkerTeam& team, std::vector<Piece>& pieces, const Work& work
 size_t ReadPieces(TextBuffer& text, size_t count, uint64_t wanted, std::vector<Cell>& cells, size_t filled,
                   const LinesParser& parse, LineFault& fault) {
     std::vector<Piece> pieces = Cut(text.At(), text.LinesEnd(), count);
-    ForEachPiece(text.Team(), pieces, [](Piece& piece) {
-        piece.lines = static_cast<size_t>(std::count(piece.begin, piece.end, '\n'));
-    });
+    ForEachPiece(text.Team(), pieces,
+                 [](Piece& piece) { piece.lines = CountLineEnds(piece.begin, piece.end); });
     size_t lines = 0;
     std::vector<size_t> first;
     for (Piece& piece : pieces) {

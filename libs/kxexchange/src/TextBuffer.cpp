@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "LineCount.h"
 #include "PlainLines.h"
 #include "kxexchange/Errors.h"
 
@@ -62,9 +63,15 @@ bool TextBuffer::Fill() {
 uint64_t TextBuffer::SkipLines(uint64_t count) {
     uint64_t passed = 0;
     while (passed < count && HasLine()) {
-        const void* end = std::memchr(m_at, '\n', static_cast<size_t>(m_lineEnd - m_at));
-        Advance(static_cast<const char*>(end) + 1);
-        ++passed;
+        if (const uint64_t lines = CountLineEnds(m_at, m_lineEnd); lines <= count - passed) {
+            Advance(m_lineEnd, lines);
+            passed += lines;
+            continue;
+        }
+        for (; passed < count; ++passed) {
+            const void* const end = std::memchr(m_at, '\n', static_cast<size_t>(m_lineEnd - m_at));
+            Advance(static_cast<const char*>(end) + 1);
+        }
     }
     return passed;
 }
