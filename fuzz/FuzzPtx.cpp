@@ -2,7 +2,9 @@
 // The first byte picks what is done with the rest:
 //   0  PTX text, plain or gzip data: every scan of it is read, fitted to a grid and laid into patches
 //   1  a line of text that may be a layout message
-//   2  text of one number, against the standard library
+//   2  text of numbers: the first one against the standard library, whole lines that are read many at a time
+//      against each number by itself
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <memory>
@@ -12,6 +14,7 @@
 #include "FuzzCheck.h"
 #include "ImportPlan.h"
 #include "PatchAssembler.h"
+#include "PlainLines.h"
 #include "ScanSurvey.h"
 #include "TextNumbers.h"
 #include "kxbase/InMemoryStream.h"
@@ -111,6 +114,39 @@ void ReadNumber(const uint8_t* data, size_t size) {
     }
 }
 
+void ReadLines(const uint8_t* data, size_t size) {
+    std::string memory(kReadableInFront, '1');
+    memory.append(reinterpret_cast<const char*>(data), std::min<size_t>(size, 4000));
+    memory += '\n';
+    const size_t end = memory.size();
+    memory.append(kReadableBehind, '1');
+    for (const LineShape& shape : {LineShape{true, false, true}, LineShape{true, true, true}, LineShape{}}) {
+        std::vector<Cell> cells(1000);
+        const char* behind = memory.data() + kReadableInFront;
+        const char* at = behind;
+        cells.resize(ParsePlainLines(shape, behind, memory.data() + end, cells.size(), cells.data()));
+        for (const Cell& cell : cells) {
+            const double values[] = {cell.x, cell.y, cell.z, cell.intensity};
+            for (size_t i = 0; i < (shape.intensity ? 4 : 3); ++i) {
+                double value = 0;
+                Require(ParseNumber(at, value) == NumberStatus::Ok, "what is read at once is a number");
+                Require(std::bit_cast<uint64_t>(value) == std::bit_cast<uint64_t>(values[i]), "the same one");
+                Require(IsBlank(*at) || i + 1 == shape.Values(), "a blank is between values");
+                if (i + 1 < shape.Values()) ++at;
+            }
+            for (const uint16_t color : {cell.red, cell.green, cell.blue}) {
+                if (!shape.color) break;
+                uint64_t whole = 0;
+                Require(ParseWhole(at, 255, whole) && whole == color, "the same colour");
+                if (*at != '\n' && *at != '\r') ++at;
+            }
+            if (*at == '\r') ++at;
+            Require(*at++ == '\n', "a line ends behind its values");
+        }
+        Require(at == behind, "as many lines are passed over as are read");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -124,6 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         default:
             ReadNumber(data + 1, size - 1);
+            ReadLines(data + 1, size - 1);
             break;
     }
     return 0;
