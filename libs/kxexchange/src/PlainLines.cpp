@@ -152,9 +152,21 @@ HWY_INLINE Words NonDigits(Words digits) {
     return hn::BitCast(d, hn::SaturatedSub(bytes, hn::Set(d8, uint8_t{9})));
 }
 
+// The eight bytes of text from each place on.
 HWY_INLINE Words Load(const char* text, Words place) {
+    const D64 d;
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
     const hn::RebindToSigned<D64> signedWords;
-    return hn::GatherOffset(D64(), reinterpret_cast<const uint64_t*>(text), hn::BitCast(signedWords, place));
+    return hn::GatherOffset(d, reinterpret_cast<const uint64_t*>(text), hn::BitCast(signedWords, place));
+#else
+    // What the others do for a gathering reads words that lie as words do.
+    HWY_ALIGN std::array<uint64_t, kMostLanes> places;
+    HWY_ALIGN std::array<uint64_t, kMostLanes> words;
+    hn::Store(place, d, places.data());
+    for (size_t i = 0; i < hn::Lanes(d); ++i)
+        std::memcpy(&words[i], text + static_cast<std::ptrdiff_t>(places[i]), sizeof(uint64_t));
+    return hn::Load(d, words.data());
+#endif
 }
 
 // Eight bytes of values, with the point taken out.
