@@ -52,6 +52,16 @@ bool MayBecome(std::span<const unsigned char> bytes, uint64_t tag, uint32_t vers
     return true;
 }
 
+/// Whether it is a record of hashes, of whose type any bytes may still be missing and read as zeros.
+bool MayBecomeHashes(const ExtendedHeader& record) {
+    for (unsigned shift = 0; shift < 64; shift += 8) {
+        const uint64_t byte = uint64_t{0xff} << shift;
+        const uint64_t found = record.GetType() & byte;
+        if (found != 0 && found != (IntegrityExtendedHeader::Type & byte)) return false;
+    }
+    return true;
+}
+
 /// The last position that a header or a table leads to; the largest number where that cannot be told.
 uint64_t LastNamedPosition(kxbase::IInFileStream& in, const MainFileHeader& main) {
     uint64_t last = std::max({main.scanHeaderPosition, main.firstComponentHeaderPosition,
@@ -116,8 +126,7 @@ public:
             if (frame && frame->tag != ExtendedHeader::Magic) return true;
             ExtendedHeader record;
             const bool whole = ReadExtended(m_file.Stream(), position, record);
-            if (whole && (record.GetType() == IntegrityExtendedHeader::Type ||
-                          m_contents.contains(ContentOf(record)))) {
+            if (whole && (MayBecomeHashes(record) || m_contents.contains(ContentOf(record)))) {
                 position += kFrameBytes + record.GetDataSize();
             } else if (whole && !IsTornCopy(position)) {
                 return true;
@@ -138,7 +147,7 @@ private:
     static constexpr uint64_t kFreeSectors = 1 << 12;
 
     /// Whether the record at `position` is a copy of one in the chain, with sectors that never reached the
-    /// medium.
+    /// medium, or only up to some byte.
     bool IsTornCopy(uint64_t position) {
         return std::ranges::any_of(m_chain,
                                    [&](const Place& original) { return IsTornCopyOf(original, position); });
@@ -150,12 +159,13 @@ private:
             --m_sectorsLeft;
             const uint64_t count = std::min(original.bytes - done, kSector - (position + done) % kSector);
             m_file.Read(position + done, count, m_copy);
-            m_file.Read(original.position + done, m_copy.size(), m_original);
-            const bool lost = std::ranges::all_of(m_copy, [](unsigned char byte) { return byte == 0; });
+            m_file.Read(original.position + done, count, m_original);
+            while (!m_copy.empty() && m_copy.back() == 0)
+                m_copy.pop_back();  // zeros may be what was lost
             // Its link leads elsewhere.
             for (uint64_t i = 0; i < m_copy.size(); ++i) {
                 const bool isLink = done + i >= kFrameBytes && done + i < kFrameBytes + sizeof(uint64_t);
-                if (!lost && !isLink && m_copy[i] != m_original[i]) return false;
+                if (!isLink && m_copy[i] != m_original[i]) return false;
             }
             done += count;
         }

@@ -283,6 +283,25 @@ TEST_P(EditOfAFile, CopiesOfRecordsThatLostSectorsAreNoDamage) {
     EXPECT_GT(kxio::VerifyScan(m_path).errors, 0U);
 }
 
+TEST_P(EditOfAFile, AWriteThatEndedAtAnyByteIsNoDamage) {
+    for (wchar_t which = L'a'; which < L'e'; ++which)
+        QSNInfo::AddMessage(m_path, std::wstring(300, which));
+    const Bytes old = Stored();
+    kxio::SetThumbnail(m_path, SmallImage());
+    Bytes appended = Stored();
+    std::copy(old.begin(), old.end(), appended.begin());
+    const auto end = static_cast<std::ptrdiff_t>(old.size());
+    std::fill_n(appended.begin() + end, 8, static_cast<unsigned char>(0));
+    // The file has got its new size before.
+    const auto size = static_cast<std::ptrdiff_t>(appended.size());
+    for (std::ptrdiff_t written = end; written < size; written += 1 + written % 23) {
+        Bytes torn = appended;
+        std::fill(torn.begin() + written, torn.end(), static_cast<unsigned char>(0));
+        Store(torn);
+        ASSERT_EQ(kxio::VerifyScan(m_path).errors, 0U) << written;
+    }
+}
+
 TEST_P(EditOfAFile, DamageBeforeOtherRecordsIsNoInterruptedEdit) {
     for (const wchar_t* text : {L"second", L"third", L"fourth"})
         QSNInfo::AddMessage(m_path, text);
