@@ -42,6 +42,9 @@ std::map<std::string, uint64_t> QSNScanWriterImpl::EndCreation() {
         WriteThumbnail();
         if (HasPreviews(m_properties.grid)) WritePreviewsAndLimits();
         WriteExtendedHeaders();
+        // The header leads to all the rest. A loss of power must not keep it and take the hashes that would
+        // tell what else is lost.
+        if (m_integrityWanted && m_ownedFile) m_ownedFile->Sync();
         RewriteMainHeader();
         m_endTime = kxbase::Date::Now();
         m_stream = nullptr;

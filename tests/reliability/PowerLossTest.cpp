@@ -235,7 +235,7 @@ TEST(PowerLossWhileWriting, AFileThatOpensIsRightAndTheRestIsRecovered) {
     ASSERT_TRUE(wanted);
     uint64_t cases = 0, opened = 0;
     for (size_t count = 1; count <= disk.Calls().size(); ++count) {
-        for (int trial = 0; trial < kxtest::Trials(2, 100); ++trial) {
+        for (int trial = 0; trial < kxtest::Trials(50, 2000); ++trial) {
             ++cases;
             const auto files = trial == 0 ? disk.Upto(count) : disk.After(count, random);
             const auto found = ReadBytes(files.at(operation.output));
