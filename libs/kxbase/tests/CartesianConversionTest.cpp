@@ -102,7 +102,7 @@ TEST(CartesianToPolar, AnglesAreThoseOfTheStandardLibraryToAFewLastPlaces) {
         ASSERT_NEAR(polar.horizontal[i], horizontal, 1e-15 * (1 + std::abs(horizontal))) << x << ' ' << y;
         ASSERT_EQ(std::signbit(polar.horizontal[i]), std::signbit(horizontal)) << x << ' ' << y;
         const double range = std::hypot(std::hypot(x, y), z);
-        ASSERT_NEAR(polar.range[i], range, 4e-16 * range);
+        ASSERT_NEAR(polar.range[i], range, 1e-15 * range);  // hypot, twice, is rounded too
     }
 }
 
